@@ -1,0 +1,58 @@
+# How every target of this project is built, and the three kinds of targets there are.
+
+add_library(xpon_options INTERFACE)
+target_compile_options(xpon_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Werror
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wshadow=local>
+  # g++ 12 sees overlapping copies in "text" + std::string when it optimizes (GCC bug 105651).
+  $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict>)
+# In every build type: a terminal number above 15 and an empty logger must stop the process.
+target_compile_definitions(xpon_options INTERFACE _GLIBCXX_ASSERTIONS)
+if(XPON_SANITIZE)
+  target_compile_options(xpon_options INTERFACE -fsanitize=${XPON_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  target_link_options(xpon_options INTERFACE -fsanitize=${XPON_SANITIZE})
+endif()
+if(XPON_COVERAGE)
+  target_compile_options(xpon_options INTERFACE --coverage -O0)
+  target_link_options(xpon_options INTERFACE --coverage)
+endif()
+
+# xpon_library(NAME SOURCES ... [PUBLIC targets...] [PRIVATE targets...] [INCLUDE folders...])
+function(xpon_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE;INCLUDE" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_include_directories(${name} PUBLIC ${ARG_INCLUDE})
+  target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE xpon_options ${ARG_PRIVATE})
+endfunction()
+
+# A library of the platform: its public headers are under include/.
+function(xpon_platform_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+  xpon_library(${name} SOURCES ${ARG_SOURCES} PUBLIC xpon_core ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE}
+    INCLUDE ${CMAKE_CURRENT_SOURCE_DIR}/include)
+endfunction()
+
+function(xpon_executable name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LINK" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE xpon_options ${ARG_LINK})
+endfunction()
+
+# xpon_test(NAME SOURCES ... LINK ... [SANDBOX]): one GoogleTest program, each test a ctest test of its own.
+# With SANDBOX each runs in private namespaces where the daemon's fixed paths are private files.
+function(xpon_test name)
+  cmake_parse_arguments(ARG "SANDBOX" "" "SOURCES;LINK" ${ARGN})
+  if(NOT XPON_TESTS)
+    return()
+  endif()
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE xpon_options test_kit test_kit_main ${ARG_LINK})
+  target_precompile_headers(${name} REUSE_FROM test_kit_main)
+  set(labels unit)
+  if(ARG_SANDBOX)
+    set(labels sandbox)
+    set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/scripts/sandbox)
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    TEST_PREFIX ${name}. PROPERTIES TIMEOUT 300 LABELS ${labels})
+endfunction()

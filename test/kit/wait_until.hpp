@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <thread>
+
+namespace xpon::test {
+
+inline constexpr std::chrono::seconds default_deadline{20};
+
+/// Waits for a state of another process or thread that announces itself by nothing else; true once it holds,
+/// false at the deadline. Where the event has a descriptor or a future, wait for that instead.
+template <class Condition>
+bool wait_until(Condition holds, std::chrono::milliseconds deadline = default_deadline) {
+    auto const end = std::chrono::steady_clock::now() + deadline;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() >= end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+    }
+    return true;
+}
+
+} // namespace xpon::test
