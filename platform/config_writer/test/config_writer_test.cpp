@@ -1,0 +1,407 @@
+#include "xpon/config_writer/config_writer.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <csignal>
+#include <cstdarg>
+#include <optional>
+#include <set>
+#include <thread>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "kit/matchers.hpp"
+#include "kit/scratch_folder.hpp"
+
+namespace xpon::config_writer {
+namespace {
+
+using core::Error;
+using test::IsError;
+using test::IsOk;
+using test::read_file;
+using test::ScratchFolder;
+using test::write_file;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+namespace fs = std::filesystem;
+
+/// What the writer's system calls are to do instead of their work, and a record of the calls that it made.
+struct Kernel {
+    std::string fails;                       // this call fails
+    int error = 0;                           // with this error number
+    bool only_once = false;                  // and works again afterwards
+    std::string kills;                       // this call is where the process is killed
+    std::size_t longest = std::string::npos; // bytes that one write takes
+    bool recording = false;
+    std::vector<std::string> calls;
+};
+Kernel kernel;
+
+/// Notes a call of the system; the error number if it is to fail.
+std::optional<int> enter(std::string const& call) {
+    if (kernel.recording) {
+        kernel.calls.push_back(call);
+    }
+    if (kernel.kills == call) {
+        std::raise(SIGKILL);
+    }
+    if (kernel.fails != call) {
+        return std::nullopt;
+    }
+    if (kernel.only_once) {
+        kernel.fails.clear();
+    }
+    return kernel.error;
+}
+
+template <class Call>
+auto entered(char const* name, Call call) -> decltype(call()) {
+    if (auto const error = enter(name)) {
+        errno = *error;
+        return -1;
+    }
+    return call();
+}
+
+extern "C" {
+// NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
+int __real_unlink(char const* path);
+int __real_open(char const* path, int flags, ...);
+int __real_fchmod(int fd, mode_t mode);
+ssize_t __real_write(int fd, void const* data, std::size_t size);
+int __real_fdatasync(int fd);
+int __real_close(int fd);
+int __real_rename(char const* from, char const* to);
+
+int __wrap_unlink(char const* path) {
+    return entered("unlink", [&] { return __real_unlink(path); });
+}
+
+int __wrap_open(char const* path, int flags, ...) {
+    va_list rest;
+    va_start(rest, flags);
+    auto const mode = va_arg(rest, mode_t);
+    va_end(rest);
+    return entered("open", [&] { return __real_open(path, flags, mode); });
+}
+
+int __wrap_fchmod(int fd, mode_t mode) {
+    return entered("fchmod", [&] { return __real_fchmod(fd, mode); });
+}
+
+ssize_t __wrap_write(int fd, void const* data, std::size_t size) {
+    return entered("write", [&] { return __real_write(fd, data, std::min(size, kernel.longest)); });
+}
+
+int __wrap_fdatasync(int fd) {
+    return entered("fdatasync", [&] { return __real_fdatasync(fd); });
+}
+
+int __wrap_close(int fd) {
+    // The kernel lets go of a descriptor also when it reports an error.
+    if (auto const error = enter("close")) {
+        __real_close(fd);
+        errno = *error;
+        return -1;
+    }
+    return __real_close(fd);
+}
+
+int __wrap_rename(char const* from, char const* to) {
+    return entered("rename", [&] { return __real_rename(from, to); });
+}
+// NOLINTEND(bugprone-reserved-identifier)
+}
+
+std::vector<std::string> names_in(fs::path const& folder) {
+    std::vector<std::string> names;
+    for (auto const& entry : fs::directory_iterator{folder}) {
+        names.push_back(entry.path().filename());
+    }
+    return names;
+}
+
+mode_t mode_of(fs::path const& path) {
+    struct stat state{};
+    EXPECT_EQ(::stat(path.c_str(), &state), 0);
+    return state.st_mode & 07777;
+}
+
+class ConfigWriterTest : public testing::Test {
+  protected:
+    void TearDown() override { kernel = {}; }
+
+    std::string message(std::string const& step_and_reason) const {
+        return "Cannot write \"" + target.string() + "\": failed to " + step_and_reason;
+    }
+
+    ScratchFolder folder;
+    fs::path target = folder / "SNMP.conf";
+    fs::path temporary = folder / ".SNMP.conf.tmp";
+    ConfigWriter writer{target};
+};
+
+TEST_F(ConfigWriterTest, NothingIsTouchedBeforeTheFirstWrite) {
+    EXPECT_THAT(names_in(folder.path()), IsEmpty());
+}
+
+TEST_F(ConfigWriterTest, TheFileHoldsExactlyTheTextAndNothingElseIsLeft) {
+    std::string const texts[] = {
+        "one line\n",
+        "",
+        "no newline at the end",
+        std::string{"a\0b\0", 4},
+        "\xff\xfe%s\\n",
+        std::string(3'000'000, 'x') + "end",
+        "short again",
+    };
+    for (auto const& text : texts) {
+        ASSERT_THAT(writer.write(text), IsOk());
+        EXPECT_EQ(read_file(target), text);
+        EXPECT_THAT(names_in(folder.path()), ElementsAre("SNMP.conf"));
+    }
+}
+
+TEST_F(ConfigWriterTest, AnExistingFileIsReplacedAndNotWrittenInto) {
+    write_file(target, "old");
+    fs::create_hard_link(target, folder / "other-name");
+    EXPECT_THAT(writer.write("new"), IsOk());
+    EXPECT_EQ(read_file(target), "new");
+    EXPECT_EQ(read_file(folder / "other-name"), "old");
+}
+
+TEST_F(ConfigWriterTest, TheTextIsOnTheDiskBeforeItTakesTheName) {
+    kernel.recording = true;
+    ASSERT_THAT(writer.write("text"), IsOk());
+    kernel.recording = false;
+    EXPECT_THAT(kernel.calls,
+                ElementsAre("unlink", "open", "fchmod", "write", "fdatasync", "close", "rename"));
+}
+
+TEST_F(ConfigWriterTest, TheModeIs0644WhateverTheUmaskOrTheOldFileSay) {
+    for (mode_t const umask_value : {077U, 0U, 0777U}) {
+        auto const before = ::umask(umask_value);
+        EXPECT_THAT(writer.write("text"), IsOk());
+        ::umask(before);
+        EXPECT_EQ(mode_of(target), 0644U) << umask_value;
+        ASSERT_EQ(::chmod(target.c_str(), 0600), 0);
+    }
+}
+
+TEST_F(ConfigWriterTest, ALinkIsReplacedByAFileAndWhatItNamesStays) {
+    write_file(folder / "elsewhere", "untouched");
+    fs::create_symlink(folder / "elsewhere", target);
+    EXPECT_THAT(writer.write("text"), IsOk());
+    EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(target)));
+    EXPECT_EQ(read_file(target), "text");
+    EXPECT_EQ(read_file(folder / "elsewhere"), "untouched");
+}
+
+TEST_F(ConfigWriterTest, ALinkLeftUnderTheTemporaryNameIsNotFollowed) {
+    write_file(folder / "elsewhere", "untouched");
+    fs::create_symlink(folder / "elsewhere", temporary);
+    EXPECT_THAT(writer.write("text"), IsOk());
+    EXPECT_EQ(read_file(folder / "elsewhere"), "untouched");
+    EXPECT_THAT(names_in(folder.path()), UnorderedElementsAre("SNMP.conf", "elsewhere"));
+}
+
+TEST_F(ConfigWriterTest, ALinkThatAppearsUnderTheTemporaryNameIsNotFollowedEither) {
+    write_file(folder / "elsewhere", "untouched");
+    fs::create_symlink(folder / "elsewhere", temporary);
+    kernel.fails = "unlink";
+    kernel.error = ENOENT;
+    kernel.only_once = true;
+    EXPECT_THAT(writer.write("text"),
+                IsError(Error::CommonError, message("create \"" + temporary.string() + "\": File exists")));
+    EXPECT_EQ(read_file(folder / "elsewhere"), "untouched");
+}
+
+using ConfigWriterDeathTest = ConfigWriterTest;
+
+TEST_F(ConfigWriterDeathTest, AProcessKilledAtAnyStepLeavesTheOldTextAndTheNextWriteCleansUp) {
+    for (auto const* const step : {"open", "fchmod", "write", "fdatasync", "close", "rename"}) {
+        write_file(target, "old");
+        auto const die = [&] {
+            kernel.kills = step;
+            std::ignore = writer.write("half-written");
+        };
+        EXPECT_EXIT(die(), testing::KilledBySignal(SIGKILL), "") << step;
+        EXPECT_EQ(read_file(target), "old") << step;
+        EXPECT_EQ(fs::exists(temporary), std::string_view{"open"} != step) << step;
+
+        EXPECT_THAT(writer.write("new"), IsOk()) << step;
+        EXPECT_EQ(read_file(target), "new") << step;
+        EXPECT_THAT(names_in(folder.path()), ElementsAre("SNMP.conf")) << step;
+    }
+}
+
+TEST_F(ConfigWriterTest, AFailingStepIsNamedAndLeavesEverythingAsItWas) {
+    struct Case {
+        char const* call;
+        int error;
+        char const* step;
+        char const* reason;
+    };
+    constexpr Case cases[] = {
+        {"open", EACCES, "create", "Permission denied"},
+        {"open", EROFS, "create", "Read-only file system"},
+        {"open", EMFILE, "create", "Too many open files"},
+        {"open", ENOSPC, "create", "No space left on device"},
+        {"fchmod", EPERM, "set the mode of", "Operation not permitted"},
+        {"write", ENOSPC, "write", "No space left on device"},
+        {"write", EIO, "write", "Input/output error"},
+        {"fdatasync", EIO, "bring to the disk", "Input/output error"},
+        {"fdatasync", EDQUOT, "bring to the disk", "Disk quota exceeded"},
+        {"close", EIO, "close", "Input/output error"},
+        {"rename", EACCES, "rename", "Permission denied"},
+    };
+    write_file(target, "old");
+    for (auto const& [call, error, step, reason] : cases) {
+        kernel.fails = call;
+        kernel.error = error;
+        EXPECT_THAT(writer.write("new"),
+                    IsError(Error::CommonError,
+                            message(fmt::format("{} \"{}\": {}", step, temporary.string(), reason))));
+        EXPECT_EQ(read_file(target), "old") << call;
+        EXPECT_THAT(names_in(folder.path()), ElementsAre("SNMP.conf")) << call;
+    }
+    kernel.fails.clear();
+    EXPECT_THAT(writer.write("new"), IsOk());
+}
+
+TEST_F(ConfigWriterTest, InterruptedCallsAreRepeated) {
+    for (auto const* const call : {"open", "write", "fdatasync"}) {
+        kernel.fails = call;
+        kernel.error = EINTR;
+        kernel.only_once = true;
+        EXPECT_THAT(writer.write(call), IsOk());
+        EXPECT_EQ(read_file(target), call);
+        EXPECT_EQ(kernel.fails, "") << call << " was not called";
+    }
+}
+
+TEST_F(ConfigWriterTest, AWriteThatTakesOnlyAPartIsContinued) {
+    kernel.longest = 7;
+    std::string text;
+    for (int line = 0; line < 100; ++line) {
+        text += "line " + std::to_string(line) + "\n";
+    }
+    EXPECT_THAT(writer.write(text), IsOk());
+    EXPECT_EQ(read_file(target), text);
+}
+
+TEST_F(ConfigWriterTest, AFileLargerThanTheProcessMayWriteIsAnError) {
+    write_file(target, "old");
+    auto* const before = std::signal(SIGXFSZ, SIG_IGN);
+    rlimit old_limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &old_limit), 0);
+    rlimit const small{.rlim_cur = 100'000, .rlim_max = old_limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
+    auto const result = writer.write(std::string(3'000'000, 'x'));
+    setrlimit(RLIMIT_FSIZE, &old_limit);
+    std::ignore = std::signal(SIGXFSZ, before);
+
+    EXPECT_THAT(result,
+                IsError(Error::CommonError, message("write \"" + temporary.string() + "\": File too large")));
+    EXPECT_EQ(read_file(target), "old");
+    EXPECT_THAT(names_in(folder.path()), ElementsAre("SNMP.conf"));
+}
+
+TEST_F(ConfigWriterTest, AMissingFolderIsAnErrorAndIsNotMade) {
+    auto const path = (folder / "missing/x.conf").string();
+    EXPECT_THAT(ConfigWriter{path}.write("text"),
+                IsError(Error::CommonError, "Cannot write \"" + path + "\": failed to create \"" +
+                                                (folder / "missing/.x.conf.tmp").string() +
+                                                "\": No such file or directory"));
+    EXPECT_THAT(names_in(folder.path()), IsEmpty());
+}
+
+TEST_F(ConfigWriterTest, AFileInThePlaceOfTheFolderIsAnError) {
+    write_file(folder / "file", "text");
+    EXPECT_THAT(ConfigWriter{folder / "file/x.conf"}.write("text"),
+                IsError(Error::CommonError, HasSubstr("Not a directory")));
+}
+
+TEST_F(ConfigWriterTest, ATargetThatIsAFolderIsAnError) {
+    fs::create_directory(target);
+    EXPECT_THAT(writer.write("text"), IsError(Error::CommonError, message("rename \"" + temporary.string() +
+                                                                          "\": Is a directory")));
+    EXPECT_TRUE(fs::is_directory(target));
+    EXPECT_THAT(names_in(folder.path()), ElementsAre("SNMP.conf"));
+}
+
+TEST_F(ConfigWriterTest, ATargetThatNamesNoFileIsAnError) {
+    for (auto const* const name : {"", ".", "..", "below/"}) {
+        auto const path = folder.path().string() + "/" + name;
+        EXPECT_THAT(ConfigWriter{path}.write("text"), IsError(Error::CommonError, HasSubstr(path))) << path;
+        EXPECT_THAT(names_in(folder.path()), IsEmpty()) << path;
+    }
+}
+
+TEST_F(ConfigWriterTest, ALeftoverThatIsAFolderIsAnError) {
+    fs::create_directory(temporary);
+    EXPECT_THAT(writer.write("text"),
+                IsError(Error::CommonError,
+                        message("remove the leftover \"" + temporary.string() + "\": Is a directory")));
+    EXPECT_THAT(names_in(folder.path()), ElementsAre(".SNMP.conf.tmp"));
+}
+
+TEST_F(ConfigWriterTest, ANameTooLongForItsTemporaryIsAnError) {
+    EXPECT_THAT(ConfigWriter{folder / std::string(252, 'n')}.write("text"),
+                IsError(Error::CommonError, HasSubstr("File name too long")));
+    EXPECT_THAT(ConfigWriter{folder / std::string(250, 'n')}.write("text"), IsOk());
+}
+
+TEST_F(ConfigWriterTest, NoDescriptorIsLeftOpen) {
+    auto const count = [] {
+        return std::distance(fs::directory_iterator{"/proc/self/fd"}, fs::directory_iterator{});
+    };
+    auto const before = count();
+    for (auto const* const call : {"", "open", "fchmod", "write", "fdatasync", "close", "rename"}) {
+        kernel.fails = call;
+        kernel.error = EIO;
+        std::ignore = writer.write("text"); // its result is another test's business
+        EXPECT_EQ(count(), before) << call;
+    }
+}
+
+TEST_F(ConfigWriterTest, AReaderAlwaysSeesOneWholeText) {
+    auto const text_of = [](int round) {
+        return std::string(static_cast<std::size_t>(round % 7 * 3000 + 1),
+                           static_cast<char>('a' + round % 26));
+    };
+    ASSERT_THAT(writer.write(text_of(0)), IsOk());
+    std::set<std::string> whole;
+    for (int round = 0; round < 7 * 26; ++round) {
+        whole.insert(text_of(round));
+    }
+    std::atomic<bool> over = false;
+    std::size_t texts_read = 0;
+    std::thread reader{[&] {
+        while (!over) {
+            auto const text = read_file(target);
+            ASSERT_TRUE(whole.contains(text)) << text.size() << " bytes: " << text.substr(0, 80);
+            ++texts_read;
+        }
+    }};
+    for (int round = 1; round <= 2000; ++round) {
+        ASSERT_THAT(writer.write(text_of(round)), IsOk());
+    }
+    over = true;
+    reader.join();
+    EXPECT_GT(texts_read, 100U);
+    EXPECT_EQ(read_file(target), text_of(2000));
+}
+
+} // namespace
+} // namespace xpon::config_writer
