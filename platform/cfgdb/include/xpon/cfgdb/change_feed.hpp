@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "core/result.hpp"
+#include "xpon/cfgdb/config_change.hpp"
+
+namespace xpon::cfgdb {
+
+/// Hands out the changes that were committed after a position in the journal, none lost and none polled for.
+/// One thread at a time.
+class ChangeFeed {
+  public:
+    /// The feed that the newest CfgDbWrapper of this process prepared; null if there is none or it was taken.
+    static std::unique_ptr<ChangeFeed> take();
+
+    virtual ~ChangeFeed() = default;
+
+    /// Becomes readable when a commit may have happened; `next` makes it unreadable again.
+    virtual int fd() const = 0;
+
+    /// What was committed since the last call, oldest first, each field once; empty if nothing was. Never
+    /// waits for a change. After an error the position is unchanged and the next call hands out the same
+    /// again. If the journal no longer reaches back to the position, every field is handed out.
+    virtual core::Result<std::vector<Config_change>> next() = 0;
+};
+
+} // namespace xpon::cfgdb

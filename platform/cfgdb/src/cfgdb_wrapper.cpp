@@ -1,0 +1,34 @@
+#include "xpon/cfgdb/cfgdb_wrapper.hpp"
+
+#include <stdexcept>
+
+#include "journal_feed.hpp"
+#include "store.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+template <class T>
+T or_throw(core::Result<T> result) {
+    if (result.has_error()) {
+        auto const& info = result.error().info;
+        throw std::runtime_error(std::string{info ? info->text() : ""});
+    }
+    return std::move(result).value();
+}
+
+} // namespace
+
+CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const& folder)
+  : store{or_throw(Store::open(name, folder, Store::Access::Write))} {
+    offer(or_throw(make_feed(store, folder)));
+}
+
+CfgDbWrapper::~CfgDbWrapper() = default;
+
+void const* CfgDbWrapper::db() const {
+    return store.get();
+}
+
+} // namespace xpon::cfgdb

@@ -1,0 +1,149 @@
+#include "xpon/cfgdb/change_feed.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
+#include <sys/inotify.h>
+
+#include "core/failure.hpp"
+#include "core/unique_fd.hpp"
+#include "files.hpp"
+#include "journal_feed.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+using core::Error;
+using core::fail;
+
+class JournalFeed : public ChangeFeed {
+  public:
+    JournalFeed(std::shared_ptr<Store const> opened, std::filesystem::path const& in_folder)
+      : store{std::move(opened)}
+      , folder{in_folder} {}
+
+    core::Result<void> start() {
+        if (!inotify) {
+            return fail(Error::CommonError, "{}: no inotify instance ({})", store->path().string(),
+                        std::generic_category().message(errno));
+        }
+        OUTCOME_TRY(watch());
+        OUTCOME_TRY(head, store->journal_head());
+        position = head;
+        return core::success();
+    }
+
+    int fd() const override { return inotify.get(); }
+
+    // The events go first: a commit that is too late for the reading then still wakes.
+    core::Result<std::vector<Config_change>> next() override {
+        drain();
+        if (!watching) {
+            OUTCOME_TRY(watch());
+        }
+        // The entry at the position is read once more: if it is gone, so may be others after it.
+        OUTCOME_TRY(entries, store->journal_from(position));
+        bool const continuous = position == 0 ? entries.empty() || entries.front().sequence == 1
+                                              : !entries.empty() && entries.front().sequence == position;
+        auto changes = continuous ? changes_in(entries) : every_field(entries);
+        position = entries.empty() ? 0 : entries.back().sequence;
+        return changes;
+    }
+
+  private:
+    core::Result<void> watch() {
+        auto const doorbell = doorbell_path(folder);
+        auto const add = [&] {
+            return inotify_add_watch(inotify.get(), doorbell.c_str(),
+                                     IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) >= 0;
+        };
+        watching = add();
+        if (!watching && errno == ENOENT) {
+            OUTCOME_TRY(make_doorbell(folder));
+            watching = add();
+        }
+        if (!watching) {
+            return fail(Error::CommonError, "{}: cannot be watched ({})", doorbell.string(),
+                        std::generic_category().message(errno));
+        }
+        return core::success();
+    }
+
+    /// Takes the events away. Any but a writer's ring may mean that the file is no longer the one that the
+    /// writers open.
+    void drain() {
+        alignas(inotify_event) std::array<char, 4096> buffer;
+        for (ssize_t length = 0; (length = read(inotify.get(), buffer.data(), buffer.size())) > 0;) {
+            inotify_event event{};
+            for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(sizeof event + event.len)) {
+                std::memcpy(&event, buffer.data() + at, sizeof event);
+                watching = watching && event.mask == IN_CLOSE_WRITE;
+            }
+        }
+    }
+
+    std::vector<Config_change> changes_in(std::vector<JournalEntry> const& entries) const {
+        std::vector<Config_change> changes;
+        for (auto const& entry : entries) {
+            if (entry.sequence != position &&
+                std::ranges::find(changes, entry.field_id, &Config_change::field_id) == changes.end()) {
+                changes.push_back({entry.field_id, 0, static_cast<std::uint32_t>(entry.sequence)});
+            }
+        }
+        return changes;
+    }
+
+    static std::vector<Config_change> every_field(std::vector<JournalEntry> const& entries) {
+        auto const sequence = static_cast<std::uint32_t>(entries.empty() ? 0 : entries.back().sequence);
+        std::vector<Config_change> changes;
+        for (auto const& record : records()) {
+            if (record.field_id != 0) {
+                changes.push_back({record.field_id, 0, sequence});
+            }
+        }
+        return changes;
+    }
+
+    std::shared_ptr<Store const> store;
+    std::filesystem::path folder;
+    core::UniqueFd inotify{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+    bool watching = false;
+    std::int64_t position = 0; // everything up to this journal entry was handed out
+};
+
+struct Slot {
+    std::mutex mutex;
+    std::unique_ptr<ChangeFeed> feed; // guarded by mutex
+};
+
+Slot& slot() {
+    static Slot one;
+    return one;
+}
+
+} // namespace
+
+core::Result<std::unique_ptr<ChangeFeed>> make_feed(std::shared_ptr<Store const> store,
+                                                    std::filesystem::path const& folder) {
+    auto feed = std::make_unique<JournalFeed>(std::move(store), folder);
+    OUTCOME_TRY(feed->start());
+    return std::unique_ptr<ChangeFeed>{std::move(feed)};
+}
+
+void offer(std::unique_ptr<ChangeFeed> feed) {
+    std::lock_guard const lock{slot().mutex};
+    slot().feed.swap(feed);
+}
+
+std::unique_ptr<ChangeFeed> ChangeFeed::take() {
+    std::lock_guard const lock{slot().mutex};
+    return std::move(slot().feed);
+}
+
+} // namespace xpon::cfgdb

@@ -1,0 +1,117 @@
+#include "files.hpp"
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/failure.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+using core::Error;
+using core::fail;
+
+core::ErrorPayload system_failure(std::filesystem::path const& path, char const* what, int reason) {
+    bool const refused = reason == EACCES || reason == EPERM || reason == EROFS;
+    return fail(refused ? Error::NoAccess : Error::CommonError, "{}: {} ({})", path.string(), what,
+                std::generic_category().message(reason));
+}
+
+void give_to_group(std::filesystem::path const& folder) {
+    if (geteuid() != 0) {
+        return;
+    }
+    if (auto const* const group = getgrnam("xpon")) {
+        // A failure leaves the folder to root alone, which loses nothing.
+        std::ignore = chown(folder.c_str(), static_cast<uid_t>(-1), group->gr_gid);
+    }
+}
+
+mode_t file_mode(std::filesystem::path const& folder) {
+    struct stat status{};
+    bool const open_to_all = stat(folder.c_str(), &status) == 0 && (status.st_mode & S_IROTH) != 0;
+    return open_to_all ? 0664 : 0660;
+}
+
+void sync_folder(std::filesystem::path const& folder) {
+    core::UniqueFd const opened{open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    // Some file systems cannot, and then need not.
+    std::ignore = fsync(opened.get());
+}
+
+} // namespace
+
+std::filesystem::path database_path(std::filesystem::path const& folder) {
+    return folder / "running.db";
+}
+
+std::filesystem::path doorbell_path(std::filesystem::path const& folder) {
+    return folder / "running.db.doorbell";
+}
+
+core::Result<void> make_folder(std::filesystem::path const& path) {
+    auto const folder = path.has_filename() ? path : path.parent_path(); // without a final slash
+    std::error_code failed;
+    std::filesystem::create_directories(folder.parent_path(), failed);
+    if (mkdir(folder.c_str(), 0770) == 0) {
+        give_to_group(folder);
+        if (chmod(folder.c_str(), 02770) != 0) {
+            return system_failure(folder, "cannot set the folder's mode", errno);
+        }
+    } else if (errno != EEXIST) {
+        return system_failure(folder, "cannot make the folder",
+                              errno == ENOENT && failed ? failed.value() : errno);
+    }
+    return core::success();
+}
+
+core::Result<void> make_file(std::filesystem::path const& path,
+                             std::function<core::Result<void>(std::filesystem::path const&)> const& fill) {
+    auto const folder = path.parent_path();
+    auto temporary = path.string() + ".XXXXXX";
+    core::UniqueFd file{mkostemp(temporary.data(), O_CLOEXEC)};
+    if (!file) {
+        return system_failure(path, "cannot be made", errno);
+    }
+    auto const made = [&]() -> core::Result<void> {
+        if (fchmod(file.get(), file_mode(folder)) != 0) {
+            return system_failure(path, "cannot set its mode", errno);
+        }
+        file.reset();
+        OUTCOME_TRY(fill(temporary));
+        if (link(temporary.c_str(), path.c_str()) != 0 && errno != EEXIST) {
+            return system_failure(path, "cannot be made", errno);
+        }
+        return core::success();
+    }();
+    unlink(temporary.c_str());
+    sync_folder(folder);
+    return made;
+}
+
+core::Result<core::UniqueFd> open_doorbell(std::filesystem::path const& folder) {
+    auto const path = doorbell_path(folder);
+    auto const open_existing = [&path] { return core::UniqueFd{open(path.c_str(), O_WRONLY | O_CLOEXEC)}; };
+    auto doorbell = open_existing();
+    if (!doorbell && errno == ENOENT) {
+        OUTCOME_TRY(make_doorbell(folder));
+        doorbell = open_existing();
+    }
+    if (!doorbell) {
+        return system_failure(path, "cannot be opened", errno);
+    }
+    return doorbell;
+}
+
+core::Result<void> make_doorbell(std::filesystem::path const& folder) {
+    return make_file(doorbell_path(folder), [](auto const&) { return core::success(); });
+}
+
+} // namespace xpon::cfgdb

@@ -1,0 +1,220 @@
+#include <algorithm>
+#include <limits>
+#include <numeric>
+#include <optional>
+#include <utility>
+
+#include <fmt/format.h>
+
+#include "core/failure.hpp"
+#include "number_in.hpp"
+#include "printable.hpp"
+#include "xpon/cfgdb/settings.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+using core::Error;
+using core::fail;
+
+std::vector<std::string_view> split(std::string_view path) {
+    std::vector<std::string_view> parts;
+    for (std::size_t begin = 0; begin <= path.size();) {
+        auto const end = std::min(path.find('.', begin), path.size());
+        parts.push_back(path.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    return parts;
+}
+
+/// A number as it stands in paths: digits without leading zeros.
+std::optional<unsigned> path_number(std::string_view text) {
+    bool const canonical = text.size() == 1 || !text.starts_with('0');
+    return canonical ? number_in<unsigned>(text) : std::nullopt;
+}
+
+struct Numbers {
+    unsigned low;
+    unsigned high;
+};
+
+/// "7" or "3-16".
+std::optional<Numbers> numbers_in(std::string_view text) {
+    auto const dash = text.find('-');
+    auto const low = path_number(text.substr(0, dash));
+    auto const high = dash == std::string_view::npos ? low : path_number(text.substr(dash + 1));
+    return low && high ? std::optional{Numbers{*low, *high}} : std::nullopt;
+}
+
+/// One component of a pattern: `*`, numbers, or the name that `text` is.
+struct Component {
+    std::string_view text;
+    bool any;
+    std::optional<Numbers> numbers;
+
+    explicit Component(std::string_view component)
+      : text{component}
+      , any{component == "*"}
+      , numbers{numbers_in(component)} {}
+
+    /// Whether a path's component is of the kind that is meant; the bounds of numbers are looked at later.
+    bool accepts(std::string_view part) const {
+        return any || (numbers ? path_number(part).has_value() : part == text);
+    }
+};
+
+struct Candidate {
+    Setting const* setting;
+    std::vector<std::string_view> parts;
+};
+
+using Pattern = std::vector<Component>;
+
+Pattern pattern_of(std::string_view text) {
+    Pattern pattern;
+    for (auto const part : split(text)) {
+        pattern.emplace_back(part);
+    }
+    return pattern;
+}
+
+bool accepts(Pattern const& pattern, std::vector<std::string_view> const& parts) {
+    bool const length_fits =
+        pattern.back().any ? parts.size() >= pattern.size() : parts.size() == pattern.size();
+    return length_fits &&
+           std::equal(pattern.begin(), pattern.end(), parts.begin(),
+                      [](auto const& component, auto part) { return component.accepts(part); });
+}
+
+std::vector<Candidate> candidates_for(Pattern const& pattern) {
+    std::vector<Candidate> candidates;
+    for (auto const& setting : settings()) {
+        if (auto parts = split(setting.path); accepts(pattern, parts)) {
+            candidates.push_back({&setting, std::move(parts)});
+        }
+    }
+    return candidates;
+}
+
+/// What there is among the candidates' components at `index`, which are all numbers.
+Numbers existing_numbers(std::vector<Candidate> const& candidates, std::size_t index) {
+    Numbers existing{std::numeric_limits<unsigned>::max(), 0};
+    for (auto const& candidate : candidates) {
+        auto const number = path_number(candidate.parts[index]).value_or(0);
+        existing.low = std::min(existing.low, number);
+        existing.high = std::max(existing.high, number);
+    }
+    return existing;
+}
+
+char lower(char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+/// How many letters to add, drop or change; the case of a letter counts for nothing, a name cut short for
+/// one.
+std::size_t distance(std::string_view from, std::string_view to) {
+    if (!from.empty() && from.size() < to.size() && to.starts_with(from)) {
+        return 1;
+    }
+    std::vector<std::size_t> row(to.size() + 1);
+    std::iota(row.begin(), row.end(), std::size_t{0});
+    for (std::size_t i = 0; i < from.size(); ++i) {
+        std::size_t diagonal = std::exchange(row[0], i + 1);
+        for (std::size_t k = 0; k < to.size(); ++k) {
+            std::size_t const changed = diagonal + (lower(from[i]) == lower(to[k]) ? 0 : 1);
+            diagonal = row[k + 1];
+            row[k + 1] = std::min({changed, diagonal + 1, row[k] + 1});
+        }
+    }
+    return row.back();
+}
+
+struct Neighbour {
+    std::size_t distance;
+    std::string path;
+};
+
+/// A pattern made to fit a path with the fewest changes; what fits already stays as it was written.
+Neighbour fitted(Pattern const& pattern, std::vector<std::string_view> const& parts) {
+    Neighbour fit{0, {}};
+    auto const length = pattern.back().any ? pattern.size() : std::max(pattern.size(), parts.size());
+    for (std::size_t i = 0; i < length; ++i) {
+        if (i >= parts.size()) {
+            fit.distance += pattern[i].text.size() + 1;
+        } else if (i >= pattern.size()) {
+            fit.distance += parts[i].size() + 1;
+            fit.path += fmt::format(".{}", parts[i]);
+        } else {
+            bool const fits = pattern[i].accepts(parts[i]);
+            fit.distance += fits ? 0 : distance(pattern[i].text, parts[i]);
+            fit.path += fmt::format("{}{}", i == 0 ? "" : ".", fits ? pattern[i].text : parts[i]);
+        }
+    }
+    return fit;
+}
+
+/// Up to three of the nearest names, of settings or of groups; nothing where none is near.
+std::vector<std::string> nearest(std::string_view text) {
+    auto const group = fmt::format("{}.*", text);
+    Pattern const patterns[] = {pattern_of(text), pattern_of(group)};
+    std::vector<std::string> found;
+    std::size_t best = std::max<std::size_t>(3, text.size() / 4);
+    for (auto const& setting : settings()) {
+        auto const parts = split(setting.path);
+        for (auto const& pattern : patterns) {
+            auto const fit = fitted(pattern, parts);
+            if (fit.distance < best) {
+                found.clear();
+                best = fit.distance;
+            }
+            if (fit.distance == best && found.size() < 3 &&
+                std::ranges::find(found, fit.path) == found.end()) {
+                found.push_back(fit.path);
+            }
+        }
+    }
+    return found;
+}
+
+core::ErrorPayload unknown(std::string_view text) {
+    constexpr std::size_t longest = 200; // nobody mistypes more, and the search grows with it
+    auto const near = text.size() > longest ? std::vector<std::string>{} : nearest(text);
+    return fail(Error::InvalidInputArg, "{}: no such setting; {}", printable(text),
+                near.empty() ? "all begin with \"syslog.\" or \"module.\""
+                             : fmt::format("nearest: {}", fmt::join(near, ", ")));
+}
+
+} // namespace
+
+core::Result<std::vector<Setting const*>> expand(std::string_view text) {
+    if (auto const* const exact = find_setting(text)) {
+        return std::vector{exact};
+    }
+    auto const pattern = pattern_of(text);
+    auto candidates = candidates_for(pattern);
+    if (candidates.empty()) {
+        return unknown(text);
+    }
+    for (std::size_t i = 0; i < pattern.size(); ++i) {
+        auto const wanted = pattern[i].numbers;
+        if (!wanted) {
+            continue;
+        }
+        auto const existing = existing_numbers(candidates, i);
+        if (wanted->low > wanted->high || wanted->low < existing.low || wanted->high > existing.high) {
+            return fail(Error::InvalidInputArg, "{}: {} is not within {}-{}", printable(text),
+                        pattern[i].text, existing.low, existing.high);
+        }
+        std::erase_if(candidates, [&](Candidate const& candidate) {
+            auto const number = path_number(candidate.parts[i]).value_or(0);
+            return number < wanted->low || number > wanted->high;
+        });
+    }
+    std::vector<Setting const*> found(candidates.size());
+    std::ranges::transform(candidates, found.begin(), &Candidate::setting);
+    return found;
+}
+
+} // namespace xpon::cfgdb

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "xpon/cfgdb/modules.hpp"
+#include "xpon/cfgdb/settings.hpp"
+
+namespace xpon::cfgdb {
+
+/// A record that one of the plain readers fills, and the settings that it is made of.
+struct Record {
+    std::string prefix;     ///< of the settings' paths, up to and with the last common dot
+    std::uint32_t field_id; ///< 0 for a built-in module
+    std::span<Setting const> settings;
+    std::span<Setting const* const> by_path; ///< the same in the database's order, bytewise
+    std::vector<std::byte> defaults;         ///< the whole record as it is when nothing is stored
+};
+
+/// Field identifiers of the syslog records.
+enum SyslogField : std::uint32_t { file_field = 52, console_field, remote_field, kernel_field, rsh_field };
+
+std::span<Record const> records();
+Record const& syslog_record(SyslogField field);
+Record const& module_record(Modules_names module);
+
+/// Puts an allowed value where it belongs in its record.
+void put(Setting const& setting, Value const& value, std::span<std::byte> record);
+
+/// What is wrong with a filled record although each value alone is allowed: two receivers that are one.
+std::optional<std::string> contradiction(Record const& record, std::span<std::byte const> filled);
+
+} // namespace xpon::cfgdb

@@ -1,0 +1,234 @@
+#include "xpon/cfgdb/transaction.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <set>
+
+#include <pwd.h>
+#include <unistd.h>
+
+#include "core/failure.hpp"
+#include "files.hpp"
+#include "record.hpp"
+#include "store.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+using core::Error;
+using core::fail;
+
+core::Result<std::vector<Setting const*>> settable(std::string_view pattern) {
+    OUTCOME_TRY(found, expand(pattern));
+    std::erase_if(found, [](auto const* setting) { return setting->built_in(); });
+    if (found.empty()) {
+        return fail(Error::InvalidInputArg, "{}: built in and cannot be set", pattern);
+    }
+    return std::move(found);
+}
+
+/// What is stored for a setting of this program; a default has no row.
+using StoredValues = std::map<Setting const*, StoredRow>;
+
+core::Result<StoredValues> stored_values(Connection const& connection) {
+    OUTCOME_TRY(rows, stored_rows(connection));
+    StoredValues values;
+    for (auto& row : rows) {
+        if (auto const* const setting = find_setting(row.path)) {
+            values.emplace(setting, std::move(row));
+        }
+    }
+    return values;
+}
+
+/// The value of a row; null if it is none that may be stored for the setting.
+Value const* allowed_value(Setting const& setting, StoredRow const& row) {
+    return row.value && is_allowed(setting.kind, *row.value) ? &*row.value : nullptr;
+}
+
+/// A stored value as an operator writes it, or a description of what cannot be one.
+std::string text_of(Setting const& setting, StoredRow const& row) {
+    auto const* const value = allowed_value(setting, row);
+    return value != nullptr ? to_text(setting.kind, *value) : row.description;
+}
+
+using Wanted = std::map<Setting const*, Value>;
+
+std::vector<Change> differences(Wanted const& wanted, StoredValues const& stored) {
+    std::vector<Change> changes;
+    for (auto const& [setting, value] : wanted) {
+        auto const row = stored.find(setting);
+        bool const same = row == stored.end() ? value == setting->default_value
+                                              : value != setting->default_value && row->second.value == value;
+        if (!same) {
+            changes.push_back({setting,
+                               row == stored.end() ? to_text(setting->kind, setting->default_value)
+                                                   : text_of(*setting, row->second),
+                               to_text(setting->kind, value)});
+        }
+    }
+    return changes;
+}
+
+/// Whether the receivers are all different once the wishes are stored.
+core::Result<void> check_receivers(Wanted const& wanted, StoredValues const& stored) {
+    auto const& remote = syslog_record(remote_field);
+    auto filled = remote.defaults;
+    for (auto const& setting : remote.settings) {
+        auto const wish = wanted.find(&setting);
+        auto const row = stored.find(&setting);
+        auto const* const kept = row != stored.end() ? allowed_value(setting, row->second) : nullptr;
+        if (wish != wanted.end()) {
+            put(setting, wish->second, filled);
+        } else if (kept != nullptr) {
+            put(setting, *kept, filled);
+        }
+    }
+    if (auto const wrong = contradiction(remote, filled)) {
+        return fail(Error::InvalidInputArg, "{}", *wrong);
+    }
+    return core::success();
+}
+
+core::Result<std::vector<Change>> plan(Wanted const& wanted, Connection const& connection) {
+    OUTCOME_TRY(stored, stored_values(connection));
+    auto changes = differences(wanted, stored);
+    if (std::ranges::any_of(changes,
+                            [](auto const& change) { return change.setting->field_id == remote_field; })) {
+        OUTCOME_TRY(check_receivers(wanted, stored));
+    }
+    return changes;
+}
+
+core::Result<void> write_settings(Connection const& connection, Wanted const& wanted,
+                                  std::vector<Change> const& changes) {
+    OUTCOME_TRY(store, connection.prepare("INSERT INTO setting(path, value) VALUES(?1, ?2) "
+                                          "ON CONFLICT(path) DO UPDATE SET value = excluded.value"));
+    OUTCOME_TRY(remove, connection.prepare("DELETE FROM setting WHERE path = ?1"));
+    for (auto const& change : changes) {
+        auto const& value = wanted.at(change.setting);
+        std::string_view const path = change.setting->path;
+        if (value == change.setting->default_value) {
+            OUTCOME_TRY(connection.change(remove, path));
+        } else {
+            OUTCOME_TRY(connection.change(store, path, value));
+        }
+    }
+    return core::success();
+}
+
+// Entries are kept to 10 000 or 90 days, whichever keeps more. Whole transactions only are dropped
+// from the history, and at least the newest 20 000 entries stay: some five changes of every level there is.
+constexpr char const* prune = R"(
+    DELETE FROM journal WHERE sequence <= (SELECT max(sequence) FROM journal) - 10000
+                          AND at < CAST(strftime('%s') AS INTEGER) - 90 * 86400;
+    DELETE FROM history WHERE number < (SELECT number FROM history
+                                        WHERE entry = (SELECT max(entry) FROM history) - 19999);
+)";
+
+core::Result<void> record_changes(Connection const& connection, std::vector<Change> const& changes,
+                                  std::string_view author) {
+    OUTCOME_TRY(note, connection.prepare("INSERT INTO journal(field_id, at) VALUES(?1, ?2)"));
+    OUTCOME_TRY(remember, connection.prepare("INSERT INTO history(number, at, author, path, old, new) "
+                                             "VALUES(?1, ?2, ?3, ?4, ?5, ?6)"));
+    OUTCOME_TRY(newest, connection.number("SELECT max(number) FROM history"));
+    std::int64_t const now = std::time(nullptr);
+    std::set<std::uint32_t> noted;
+    for (auto const& [setting, old_value, new_value] : changes) {
+        if (noted.insert(setting->field_id).second) {
+            OUTCOME_TRY(connection.change(note, std::int64_t{setting->field_id}, now));
+        }
+        OUTCOME_TRY(connection.change(remember, newest + 1, now, author, std::string_view{setting->path},
+                                      std::string_view{old_value}, std::string_view{new_value}));
+    }
+    return connection.execute(prune);
+}
+
+/// Takes a transaction back unless it was committed.
+class Rollback {
+  public:
+    explicit Rollback(Connection const& of)
+      : connection{of} {}
+    // After some failures SQLite has rolled back by itself; to say it again harms nothing.
+    ~Rollback() { std::ignore = connection.execute("ROLLBACK"); }
+    Rollback(Rollback const&) = delete;
+    Rollback& operator=(Rollback const&) = delete;
+
+  private:
+    Connection const& connection;
+};
+
+} // namespace
+
+std::string current_author() {
+    auto const user = getuid();
+    if (char const* const caller = std::getenv("SUDO_USER"); user == 0 && caller != nullptr) {
+        return caller;
+    }
+    auto const* const entry = getpwuid(user);
+    return entry != nullptr ? entry->pw_name : fmt::format("uid {}", user);
+}
+
+core::Result<void> Transaction::set(std::string_view pattern, std::string_view text) {
+    OUTCOME_TRY(found, settable(pattern));
+    Wanted wishes;
+    for (auto const* setting : found) {
+        OUTCOME_TRY(value, parse(*setting, text));
+        wishes.emplace(setting, std::move(value));
+    }
+    for (auto& [setting, value] : wishes) {
+        wanted.insert_or_assign(setting, std::move(value));
+    }
+    return core::success();
+}
+
+core::Result<void> Transaction::reset(std::string_view pattern) {
+    OUTCOME_TRY(found, settable(pattern));
+    for (auto const* setting : found) {
+        wanted.insert_or_assign(setting, setting->default_value);
+    }
+    return core::success();
+}
+
+core::Result<std::vector<Change>> Transaction::preview(std::filesystem::path const& folder) const {
+    OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
+    return plan(wanted, store->unshared());
+}
+
+core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path const& folder,
+                                                      std::string const& author) const {
+    OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Write));
+    auto const& connection = store->unshared();
+    OUTCOME_TRY(connection.execute("BEGIN IMMEDIATE"));
+    core::UniqueFd doorbell; // outlives the transaction: it rings once all is visible
+    Rollback const rollback{connection};
+    OUTCOME_TRY(changes, plan(wanted, connection));
+    if (changes.empty()) {
+        return std::move(changes);
+    }
+    // In the hand before anything is written, so that not even a kill after the commit keeps it from ringing.
+    OUTCOME_TRY(opened, open_doorbell(folder));
+    doorbell = std::move(opened);
+    OUTCOME_TRY(write_settings(connection, wanted, changes));
+    OUTCOME_TRY(record_changes(connection, changes, author));
+    OUTCOME_TRY(connection.execute("COMMIT"));
+    return std::move(changes);
+}
+
+core::Result<std::vector<StoredSetting>> stored_settings(std::filesystem::path const& folder) {
+    OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
+    OUTCOME_TRY(rows, stored_rows(store->unshared()));
+    std::vector<StoredSetting> stored;
+    for (auto& row : rows) {
+        auto const* const setting = find_setting(row.path);
+        bool const ours = setting != nullptr && !setting->built_in();
+        stored.push_back({std::move(row.path), ours ? setting : nullptr,
+                          ours && allowed_value(*setting, row) != nullptr,
+                          ours ? text_of(*setting, row) : row.description});
+    }
+    return stored;
+}
+
+} // namespace xpon::cfgdb

@@ -1,0 +1,508 @@
+// Making and opening the database: modes, several processes at once, everything that can be wrong with a
+// file.
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <future>
+#include <optional>
+#include <sched.h>
+#include <string>
+
+#include <sys/mount.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "readers.hpp"
+#include "support.hpp"
+#include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/change_feed.hpp"
+
+namespace xpon::cfgdb {
+namespace {
+
+using core::Error;
+using test::IsError;
+using test::IsOk;
+using test::IsOkAnd;
+using test::ScratchFolder;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+/// Why the wrapper cannot be made; empty if it can.
+std::string opening_failure(std::filesystem::path const& folder) {
+    try {
+        CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+        ChangeFeed::take(); // it would keep the database open
+    } catch (std::runtime_error const& error) {
+        return error.what();
+    }
+    return "";
+}
+
+struct Owned {
+    unsigned mode;
+    unsigned group;
+
+    bool operator==(Owned const&) const = default;
+};
+
+Owned owned(std::filesystem::path const& path) {
+    struct stat status{};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return {status.st_mode & 07777U, status.st_gid};
+}
+
+std::vector<std::string> names_in(std::filesystem::path const& folder) {
+    std::vector<std::string> names;
+    for (auto const& entry : std::filesystem::directory_iterator{folder}) {
+        names.push_back(entry.path().filename());
+    }
+    return names;
+}
+
+auto const complete_folder =
+    UnorderedElementsAre("running.db", "running.db-wal", "running.db-shm", "running.db.doorbell");
+
+TEST(NewDatabase, IsMadeWithItsFolderAndHoldsNoSettings) {
+    ScratchFolder const scratch;
+    auto const folder = scratch / "not/yet/there";
+    EXPECT_EQ(opening_failure(folder), "");
+    EXPECT_THAT(names_in(folder), complete_folder);
+    EXPECT_THAT(stored_settings(folder), IsOkAnd(IsEmpty()));
+    RawDatabase const raw{folder / "running.db"};
+    EXPECT_EQ(raw.value("PRAGMA user_version"), "1");
+    EXPECT_EQ(raw.value("PRAGMA journal_mode"), "wal");
+    EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+}
+
+TEST(NewDatabase, AFolderMayBeNamedWithAFinalSlash) {
+    ScratchFolder const scratch;
+    EXPECT_EQ(opening_failure(scratch.path().string() + "/db/"), "");
+    EXPECT_EQ(owned(scratch / "db").mode, 02770U);
+}
+
+TEST(NewDatabase, HasItsModesWhateverTheUmask) {
+    for (mode_t const mask : {0000U, 0022U, 0077U, 0777U}) {
+        ScratchFolder const scratch;
+        auto const folder = scratch / "db";
+        Child child{[&] {
+            umask(mask);
+            change(folder, {{"syslog.file.level", "debug"}});
+            return opening_failure(folder).empty() ? 0 : 1;
+        }};
+        ASSERT_EQ(child.status(), 0);
+        EXPECT_EQ(owned(folder).mode, 02770U) << mask;
+        for (auto const* name : {"running.db", "running.db-wal", "running.db-shm", "running.db.doorbell"}) {
+            EXPECT_EQ(owned(folder / name).mode, 0660U) << name << mask;
+        }
+    }
+}
+
+TEST(NewDatabase, IsReadableForEverybodyWhereItsFolderIs) {
+    ScratchFolder const scratch;
+    auto const folder = scratch / "db";
+    std::filesystem::create_directory(folder);
+    ASSERT_EQ(chmod(folder.c_str(), 02775), 0);
+    EXPECT_EQ(opening_failure(folder), "");
+    EXPECT_EQ(owned(folder).mode, 02775U);
+    for (auto const* name : {"running.db", "running.db-wal", "running.db-shm", "running.db.doorbell"}) {
+        EXPECT_EQ(owned(folder / name).mode, 0664U) << name;
+    }
+}
+
+TEST(NewDatabase, BelongsToTheGroupXponWhereThatExists) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root gives files to another group";
+    }
+    ScratchFolder const scratch;
+    auto const folder = scratch / "db";
+    test::write_file(scratch / "group", "root:x:0:\nxpon:x:4242:\n");
+    Child child{[&] {
+        bool const private_groups =
+            unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+            mount((scratch / "group").c_str(), "/etc/group", nullptr, MS_BIND, nullptr) == 0;
+        return private_groups && opening_failure(folder).empty() ? 0 : 1;
+    }};
+    ASSERT_EQ(child.status(), 0);
+    EXPECT_EQ(owned(folder), (Owned{02770, 4242}));
+    for (auto const* name : {"running.db", "running.db-wal", "running.db-shm", "running.db.doorbell"}) {
+        EXPECT_EQ(owned(folder / name), (Owned{0660, 4242})) << name;
+    }
+}
+
+TEST(NewDatabase, SeveralProcessesAtOnceMakeOneAndLoseNothing) {
+    constexpr int processes = 4;
+    for (int round = 0; round < 10; ++round) {
+        ScratchFolder const scratch;
+        auto const folder = scratch / "db";
+        Signal const begin;
+        std::vector<std::unique_ptr<Child>> children;
+        for (int i = 1; i <= processes; ++i) {
+            children.push_back(std::make_unique<Child>([&, i] {
+                begin.take();
+                Transaction transaction;
+                auto const path = "module.fsm_pon.port." + std::to_string(i);
+                return transaction.set(path, "debug").has_value() && transaction.commit(folder).has_value()
+                           ? 0
+                           : 1;
+            }));
+        }
+        for (int i = 0; i < processes; ++i) {
+            begin.give();
+        }
+        for (auto const& child : children) {
+            EXPECT_EQ(child->status(), 0);
+        }
+        EXPECT_THAT(names_in(folder), complete_folder);
+        EXPECT_EQ(RawDatabase{folder / "running.db"}.value("SELECT count(*) FROM setting"), "4");
+    }
+}
+
+TEST(NewDatabase, ThatNobodyHasOpenCanBeCopiedAndPutBackAsOneFile) {
+    ScratchFolder const scratch;
+    auto const folder = scratch / "db";
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    EXPECT_EQ(std::filesystem::file_size(folder / "running.db-wal"), 0U);
+    std::filesystem::copy_file(folder / "running.db", scratch / "copy");
+    change(folder, {{"syslog.rsh.level", "error"}, {"module.fsm_pon.*", "debug"}});
+    EXPECT_EQ(std::filesystem::file_size(folder / "running.db-wal"), 0U);
+    std::filesystem::copy_file(scratch / "copy", folder / "running.db",
+                               std::filesystem::copy_options::overwrite_existing);
+    EXPECT_THAT(stored_settings(folder),
+                IsOkAnd(ElementsAre(testing::Field(&StoredSetting::value, "debug"))));
+}
+
+// --- files that are not what they should be
+// -------------------------------------------------------------------
+
+class BrokenDatabase : public testing::Test {
+  protected:
+    ScratchFolder scratch;
+    std::filesystem::path folder = scratch / "db";
+    std::filesystem::path file = folder / "running.db";
+
+    void make() const { ASSERT_EQ(opening_failure(folder), ""); }
+
+    /// A database of many pages, all of them in the file itself.
+    void make_large() const { change(folder, {{"module.fsm_pon.*", "debug"}}); }
+
+    /// Every way in says the same.
+    void expect_failure(Error code, std::string const& text) const {
+        EXPECT_EQ(opening_failure(folder), text);
+        Transaction transaction;
+        ASSERT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+        EXPECT_THAT(transaction.commit(folder), IsError(code, text));
+        EXPECT_THAT(transaction.preview(folder), IsError(code, text));
+        EXPECT_THAT(stored_settings(folder), IsError(code, text));
+    }
+};
+
+TEST_F(BrokenDatabase, ADamagedHeaderIsRefused) {
+    make();
+    test::write_file(file, std::string(8192, 'x'));
+    expect_failure(Error::CommonError, file.string() + ": file is not a database");
+}
+
+TEST_F(BrokenDatabase, AnEmptyFileIsRefused) {
+    std::filesystem::create_directory(folder);
+    test::write_file(file, "");
+    expect_failure(Error::InvalidState,
+                   file.string() + ": not a configuration database (application id 0, not 1481657411)");
+}
+
+TEST_F(BrokenDatabase, ADatabaseOfSomethingElseIsRefused) {
+    std::filesystem::create_directory(folder);
+    RawDatabase{file}.run("PRAGMA application_id = 7; CREATE TABLE setting(path, value)");
+    expect_failure(Error::InvalidState,
+                   file.string() + ": not a configuration database (application id 7, not 1481657411)");
+}
+
+TEST_F(BrokenDatabase, ANewerSchemaIsRefusedWithBothVersions) {
+    make();
+    RawDatabase{file}.run("PRAGMA user_version = 2");
+    expect_failure(Error::InvalidState,
+                   file.string() + ": its schema version is 2, this program knows version 1");
+}
+
+TEST_F(BrokenDatabase, AMissingTableIsRefused) {
+    make();
+    RawDatabase{file}.run("DROP TABLE journal");
+    EXPECT_EQ(opening_failure(folder), file.string() + ": no such table: journal");
+}
+
+TEST_F(BrokenDatabase, ATruncatedFileIsRefused) {
+    make_large();
+    std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+    expect_failure(Error::CommonError, file.string() + ": database disk image is malformed");
+}
+
+TEST_F(BrokenDatabase, ADamagedPageFailsTheRecordThatIsOnItAndNamesTheReason) {
+    make_large();
+    auto const page =
+        std::stoul(RawDatabase{file}.value("SELECT rootpage FROM sqlite_schema WHERE name = 'setting'"));
+    {
+        std::fstream out{file, std::ios::in | std::ios::out | std::ios::binary};
+        out.seekp(static_cast<std::streamoff>((page - 1) * 4096));
+        out << std::string(4096, '\xFF');
+    }
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    ModuleFsmPon fsm{};
+    CapturedSyslog syslog;
+    errno = 0;
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_module_fsm_pon(cfgdb.db(), &fsm, all_zero_key), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(fsm.level[0], 0);
+    EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() +
+                                  ": module.fsm_pon.*: database disk image is malformed\n");
+}
+
+TEST_F(BrokenDatabase, AFolderInItsPlaceIsRefused) {
+    std::filesystem::create_directories(file);
+    EXPECT_EQ(opening_failure(folder), file.string() + ": cannot be opened (Is a directory)");
+}
+
+TEST_F(BrokenDatabase, AFileInPlaceOfTheFolderIsRefused) {
+    test::write_file(folder, "");
+    EXPECT_EQ(opening_failure(folder), file.string() + ": cannot be made (Not a directory)");
+}
+
+TEST_F(BrokenDatabase, AFolderThatCannotBeMadeIsNamedWithTheReason) {
+    test::write_file(folder, "");
+    EXPECT_EQ(opening_failure(folder / "below"),
+              (folder / "below").string() + ": cannot make the folder (Not a directory)");
+}
+
+TEST_F(BrokenDatabase, ReadingDoesNotMakeADatabase) {
+    EXPECT_THAT(
+        stored_settings(folder),
+        IsError(Error::CommonError, file.string() + ": cannot be opened (No such file or directory)"));
+    EXPECT_FALSE(std::filesystem::exists(folder));
+}
+
+// --- a file that changes under an open handle
+// -----------------------------------------------------------------
+
+constexpr char const* gone = "the database was removed or replaced while it was open; start again";
+
+TEST_F(BrokenDatabase, AfterItsRemovalReadersAndFeedFailInsteadOfGivingOldValues) {
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    auto const feed = ChangeFeed::take();
+    std::filesystem::remove_all(folder);
+    SyslogRshDest rsh{77};
+    CapturedSyslog syslog;
+    errno = 0;
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(rsh.level, 77);
+    EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() + ": " + gone + "\n");
+    EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr("running.db")));
+}
+
+TEST_F(BrokenDatabase, AfterItsReplacementReadersAndFeedFailInsteadOfGivingOldValues) {
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    auto const feed = ChangeFeed::take();
+    std::filesystem::copy_file(file, folder / "copy");
+    std::filesystem::rename(folder / "copy", file);
+    SyslogRshDest rsh{};
+    CapturedSyslog const syslog;
+    errno = 0;
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_THAT(feed->next(), IsError(Error::InvalidState, file.string() + ": " + gone));
+}
+
+// --- locks
+// ----------------------------------------------------------------------------------------------------
+
+constexpr char const* locked = "locked by another process for more than 5 s";
+
+/// A process that, once told to, does something to the database and then keeps it so.
+class Holder {
+  public:
+    explicit Holder(std::function<void()> const& hold)
+      : child{[this, hold] {
+          begin.take();
+          hold();
+          ready.give();
+          pause();
+          return 0;
+      }} {}
+
+    void start() const {
+        begin.give();
+        ready.take();
+    }
+
+  private:
+    Signal begin;
+    Signal ready;
+    Child child;
+};
+
+TEST_F(BrokenDatabase, OneThatIsLockedForLongerThanFiveSecondsIsRefused) {
+    make();
+    std::optional<RawDatabase> raw;
+    Holder const holder{[&] {
+        raw.emplace(file);
+        raw->run("PRAGMA locking_mode = EXCLUSIVE; BEGIN EXCLUSIVE; INSERT INTO setting VALUES('x', 1)");
+    }};
+    holder.start();
+    auto const begin = std::chrono::steady_clock::now();
+    auto const written = std::async(std::launch::async, [this] { return opening_failure(folder); }).share();
+    EXPECT_THAT(stored_settings(folder), IsError(Error::CommonError, file.string() + ": " + locked));
+    EXPECT_EQ(written.get(), file.string() + ": " + locked);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds{5});
+}
+
+TEST_F(BrokenDatabase, AWriterThatHoldsItStopsOtherWritersButNoReader) {
+    std::optional<RawDatabase> raw;
+    Holder const holder{[&] {
+        raw.emplace(file);
+        raw->run("BEGIN IMMEDIATE; INSERT INTO setting VALUES('syslog.rsh.level', 5)");
+    }};
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    holder.start();
+    Transaction transaction;
+    ASSERT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    EXPECT_THAT(transaction.commit(folder), IsError(Error::CommonError, file.string() + ": " + locked));
+    SyslogRshDest rsh{};
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
+    EXPECT_EQ(rsh.level, 3);
+}
+
+/// As a process that hangs while it rebuilds the log's index after a crash.
+void hold_recovery(std::filesystem::path const& index) {
+    int const fd = open(index.c_str(), O_RDWR | O_CLOEXEC);
+    struct flock locks{};
+    locks.l_type = F_WRLCK;
+    locks.l_whence = SEEK_SET;
+    locks.l_start = 120; // the locks of writer, checkpointer and recovery
+    locks.l_len = 3;
+    EXPECT_EQ(fcntl(fd, F_SETLK, &locks), 0);
+    std::array<char, 96> const unwritten{};
+    EXPECT_EQ(pwrite(fd, unwritten.data(), unwritten.size(), 0), std::ssize(unwritten));
+}
+
+TEST_F(BrokenDatabase, AReaderThatIsLockedOutForLongerThanFiveSecondsReportsBusy) {
+    Holder const holder{[&] { hold_recovery(folder / "running.db-shm"); }};
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    holder.start();
+    SyslogRshDest rsh{77};
+    CapturedSyslog syslog;
+    errno = 0;
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_EQ(rsh.level, 77);
+    EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() + ": syslog.rsh.*: " + locked + "\n");
+}
+
+// --- who may
+// --------------------------------------------------------------------------------------------------
+
+class OtherUsers : public testing::Test {
+  protected:
+    OtherUsers() {
+        chmod(scratch.path().c_str(), 0755);
+        std::filesystem::create_directory(folder);
+        chmod(folder.c_str(), 02775);
+    }
+
+    /// Runs `body` as a user who may not write the folder, once `prepare` is done; 0 if no expectation
+    /// failed.
+    int without_write_permission(std::function<void()> const& prepare,
+                                 std::function<void()> const& body) const {
+        Signal prepared;
+        Child child{[&] {
+            prepared.take();
+            bool const root = geteuid() == 0;
+            if (root && (setgroups(0, nullptr) != 0 || setgid(65534) != 0 || setuid(65534) != 0)) {
+                return 99;
+            }
+            body();
+            return HasFailure() ? 1 : 0;
+        }};
+        prepare();
+        set_modes(0444, 0555); // for whoever is not root; root's child is another user anyway
+        prepared.give();
+        int const status = child.status();
+        set_modes(0664, 02775);
+        return status;
+    }
+
+    void set_modes(mode_t files, mode_t folders) const {
+        if (geteuid() == 0) {
+            return;
+        }
+        chmod(folder.c_str(), 02775);
+        for (auto const& name : names_in(folder)) {
+            chmod((folder / name).c_str(), files);
+        }
+        chmod(folder.c_str(), folders);
+    }
+
+    void read_and_try_to_write() const {
+        EXPECT_THAT(stored_settings(folder),
+                    IsOkAnd(ElementsAre(testing::Field(&StoredSetting::value, "debug"))));
+        Transaction transaction;
+        EXPECT_THAT(transaction.set("syslog.file.level", "error"), IsOk());
+        EXPECT_THAT(transaction.preview(folder), IsOkAnd(testing::SizeIs(1)));
+        auto const refused = file.string() + ": cannot be written (Permission denied)";
+        EXPECT_THAT(transaction.commit(folder), IsError(Error::NoAccess, refused));
+        EXPECT_EQ(opening_failure(folder), refused);
+    }
+
+    ScratchFolder scratch;
+    std::filesystem::path folder = scratch / "db";
+    std::filesystem::path file = folder / "running.db";
+};
+
+TEST_F(OtherUsers, MayReadAlsoWhenEveryWriterHasClosed) {
+    auto const prepare = [this] { change(folder, {{"syslog.file.level", "debug"}}); };
+    EXPECT_EQ(without_write_permission(prepare, [this] { read_and_try_to_write(); }), 0);
+}
+
+TEST_F(OtherUsers, MayReadWhileTheDatabaseIsOpen) {
+    std::optional<CfgDbWrapper> cfgdb;
+    auto const prepare = [&] {
+        cfgdb.emplace("TEST_CFGDB", folder);
+        change(folder, {{"syslog.file.level", "debug"}});
+    };
+    EXPECT_EQ(without_write_permission(prepare, [this] { read_and_try_to_write(); }), 0);
+    ChangeFeed::take();
+}
+
+TEST_F(OtherUsers, AreToldWhenTheyMayNotEvenRead) {
+    auto const prepare = [this] {
+        change(folder, {{"syslog.file.level", "debug"}});
+        chmod(file.c_str(), 0);
+    };
+    auto const body = [this] {
+        auto const refused = file.string() + ": cannot be opened (Permission denied)";
+        EXPECT_THAT(stored_settings(folder), IsError(Error::CommonError, refused));
+        EXPECT_EQ(opening_failure(folder), refused);
+    };
+    if (geteuid() == 0) {
+        EXPECT_EQ(without_write_permission(prepare, body), 0);
+    } else {
+        prepare();
+        body();
+    }
+}
+
+TEST_F(OtherUsers, AreToldWhereNoFolderCanBeMade) {
+    EXPECT_EQ(without_write_permission([] {},
+                                       [this] {
+                                           EXPECT_EQ(opening_failure(folder / "a/b"),
+                                                     (folder / "a/b").string() +
+                                                         ": cannot make the folder (Permission denied)");
+                                       }),
+              0);
+}
+
+} // namespace
+} // namespace xpon::cfgdb

@@ -1,0 +1,172 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <fcntl.h>
+#include <grp.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+#include <gtest/gtest.h>
+
+#include "core/unique_fd.hpp"
+#include "kit/matchers.hpp"
+#include "kit/scratch_folder.hpp"
+#include "kit/wait_readable.hpp"
+#include "xpon/cfgdb/transaction.hpp"
+
+namespace xpon::cfgdb {
+
+/// Plain SQL on a database file, past every check of the library.
+class RawDatabase {
+  public:
+    explicit RawDatabase(std::filesystem::path const& file) {
+        EXPECT_EQ(sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
+                  SQLITE_OK);
+        int persist = 1;
+        sqlite3_file_control(handle, "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
+        sqlite3_busy_timeout(handle, 5000);
+    }
+    ~RawDatabase() { sqlite3_close(handle); }
+    RawDatabase(RawDatabase const&) = delete;
+    RawDatabase& operator=(RawDatabase const&) = delete;
+
+    void run(std::string const& sql) const {
+        EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
+            << sql << ": " << sqlite3_errmsg(handle);
+    }
+
+    /// The rows as text, columns joined by '|'.
+    std::vector<std::string> rows(std::string const& sql) const {
+        std::vector<std::string> all;
+        auto const add = [](void* out, int columns, char** values, char**) {
+            std::string row;
+            for (int i = 0; i < columns; ++i) {
+                row += (i == 0 ? "" : "|") + std::string{values[i] != nullptr ? values[i] : "NULL"};
+            }
+            static_cast<std::vector<std::string>*>(out)->push_back(row);
+            return 0;
+        };
+        EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), add, &all, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
+        return all;
+    }
+
+    std::string value(std::string const& sql) const {
+        auto const all = rows(sql);
+        return all.empty() ? "" : all.front();
+    }
+
+  private:
+    sqlite3* handle = nullptr;
+};
+
+/// A child process that runs `body` and ends with its value as exit status. To be made while this process has
+/// no database open: SQLite's own notes about open files must not be inherited.
+class Child {
+  public:
+    explicit Child(std::function<int()> const& body)
+      : pid{fork()} {
+        if (pid == 0) {
+            _exit(body());
+        }
+    }
+    ~Child() {
+        if (pid > 0) {
+            kill(pid, SIGKILL);
+            status();
+        }
+    }
+    Child(Child const&) = delete;
+    Child& operator=(Child const&) = delete;
+
+    /// Waits for its end; 128 + n if signal n ended it.
+    int status() {
+        int status = 0;
+        EXPECT_EQ(waitpid(std::exchange(pid, -1), &status, 0) > 0, true);
+        return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+  private:
+    pid_t pid;
+};
+
+/// Lets one process tell another to go on.
+class Signal {
+  public:
+    Signal() {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+        reading.reset(ends[0]);
+        writing.reset(ends[1]);
+    }
+    void give() const { EXPECT_EQ(write(writing.get(), "x", 1), 1); }
+    bool take() const {
+        char c = 0;
+        return read(reading.get(), &c, 1) == 1;
+    }
+
+  private:
+    core::UniqueFd reading;
+    core::UniqueFd writing;
+};
+
+/// Whether the descriptor is readable already.
+inline bool is_readable(int fd) {
+    return test::wait_readable(fd, std::chrono::milliseconds{0});
+}
+
+/// What is sent to syslog(3) while it lives.
+class CapturedSyslog {
+  public:
+    CapturedSyslog() {
+        openlog("test", LOG_PERROR, LOG_USER);
+        testing::internal::CaptureStderr();
+    }
+    ~CapturedSyslog() {
+        std::ignore = lines();
+        openlog("test", 0, LOG_USER);
+    }
+    CapturedSyslog(CapturedSyslog const&) = delete;
+    CapturedSyslog& operator=(CapturedSyslog const&) = delete;
+
+    std::string lines() {
+        if (std::exchange(capturing, false)) {
+            captured = testing::internal::GetCapturedStderr();
+        }
+        return captured;
+    }
+
+  private:
+    bool capturing = true;
+    std::string captured;
+};
+
+/// Sets and commits; the changes as "path: old -> new".
+inline std::vector<std::string> change(std::filesystem::path const& folder,
+                                       std::vector<std::pair<std::string, std::string>> const& settings,
+                                       std::string const& author = "operator") {
+    Transaction transaction;
+    for (auto const& [pattern, value] : settings) {
+        EXPECT_THAT(transaction.set(pattern, value), test::IsOk());
+    }
+    auto const changes = transaction.commit(folder, author);
+    EXPECT_THAT(changes, test::IsOk());
+    std::vector<std::string> texts;
+    for (auto const& [setting, old_value, new_value] : changes.value()) {
+        texts.push_back(fmt::format("{}: {} -> {}", setting->path, old_value, new_value));
+    }
+    return texts;
+}
+
+inline constexpr unsigned short all_zero_key[3] = {0, 0, 0};
+
+} // namespace xpon::cfgdb

@@ -1,0 +1,315 @@
+#include "xpon/cfgdb/transaction.hpp"
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include <pwd.h>
+
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support.hpp"
+#include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/change_feed.hpp"
+
+namespace xpon::cfgdb {
+namespace {
+
+using core::Error;
+using test::IsError;
+using test::IsOk;
+using test::IsOkAnd;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+class Transactions : public testing::Test {
+  protected:
+    Transactions() {
+        Transaction{}.commit(folder).value(); // makes the database
+        raw.emplace(folder / "running.db");
+    }
+
+    std::vector<std::string> settings() const {
+        return raw->rows("SELECT path, value FROM setting ORDER BY path");
+    }
+    std::vector<std::string> journal() const { return raw->rows("SELECT sequence, field_id FROM journal"); }
+    std::vector<std::string> history() const {
+        return raw->rows("SELECT number, author, path, old, new FROM history ORDER BY entry");
+    }
+
+    test::ScratchFolder scratch;
+    std::filesystem::path folder = scratch / "db";
+    std::optional<RawDatabase> raw;
+};
+
+TEST_F(Transactions, StoreWhatDiffersFromTheDefaultsAndSayWhatChanged) {
+    EXPECT_THAT(
+        change(folder, {{"syslog.remote.1.address", "10.0.0.1"},
+                        {"syslog.file.path", "/var/log/board/"},
+                        {"syslog.file.size", "65536"},
+                        {"module.snmp.TRAP", "5"},
+                        {"module.snmp.SELF", "notice"}}),
+        ElementsAre("syslog.file.path: /var/log/ -> /var/log/board/", "syslog.file.size: 1048576 -> 65536",
+                    "syslog.remote.1.address: 0.0.0.0 -> 10.0.0.1", "module.snmp.TRAP: notice -> debug"));
+    EXPECT_THAT(settings(), ElementsAre("module.snmp.TRAP|5", "syslog.file.path|/var/log/board/",
+                                        "syslog.file.size|65536", "syslog.remote.1.address|10.0.0.1"));
+    EXPECT_THAT(raw->rows("SELECT typeof(value) FROM setting ORDER BY path"),
+                ElementsAre("integer", "text", "integer", "text"));
+}
+
+TEST_F(Transactions, JournalEveryChangedFieldOnce) {
+    change(folder, {{"module.snmp.*", "debug"},
+                    {"syslog.file.level", "error"},
+                    {"syslog.file.size", "65536"},
+                    {"syslog.kernel.level", "warning"}});
+    EXPECT_THAT(journal(), ElementsAre("1|52", "2|69"));
+    change(folder, {{"module.fsm_pon.ont.3.1-16", "debug"}});
+    EXPECT_THAT(journal(), ElementsAre("1|52", "2|69", "3|60"));
+    EXPECT_EQ(raw->value("SELECT count(*) FROM journal WHERE abs(at - CAST(strftime('%s') AS INTEGER)) < 60"),
+              "3");
+}
+
+TEST_F(Transactions, RememberWhoChangedWhatFromWhatToWhat) {
+    change(folder, {{"syslog.file.level", "error"}, {"syslog.rsh.level", "error"}}, "anna");
+    change(folder, {{"syslog.file.level", "debug"}}, "ben");
+    EXPECT_THAT(history(),
+                ElementsAre("1|anna|syslog.file.level|info|error", "1|anna|syslog.rsh.level|notice|error",
+                            "2|ben|syslog.file.level|error|debug"));
+    EXPECT_EQ(raw->value("SELECT count(*) FROM history WHERE abs(at - CAST(strftime('%s') AS INTEGER)) < 60"),
+              "3");
+}
+
+TEST_F(Transactions, OfTwoWishesForOneSettingTheLaterCounts) {
+    EXPECT_THAT(change(folder, {{"module.arp.*", "debug"}, {"module.arp.TX", "error"}}),
+                ElementsAre("module.arp.SELF: notice -> debug", "module.arp.RX: notice -> debug",
+                            "module.arp.TX: notice -> error", "module.arp.PROXY: notice -> debug"));
+}
+
+TEST_F(Transactions, ThatChangeNothingWriteNothing) {
+    change(folder, {{"syslog.file.level", "debug"}});
+    EXPECT_THAT(change(folder, {{"syslog.file.level", "5"}, {"syslog.rsh.level", "notice"}}), IsEmpty());
+    EXPECT_THAT(journal(), ElementsAre("1|52"));
+    EXPECT_THAT(history(), SizeIs(1));
+}
+
+TEST_F(Transactions, AValueEqualToTheDefaultLeavesNoRow) {
+    change(folder, {{"module.*", "debug"}, {"syslog.*.level", "critical"}, {"syslog.remote.1-3.port", "1"}});
+    EXPECT_EQ(raw->value("SELECT count(*) FROM setting"), "4208"); // 87 + 4113 + 5 + 3
+    change(folder, {{"module.snmp.TRAP", "notice"}});
+    EXPECT_EQ(raw->value("SELECT count(*) FROM setting"), "4207");
+    Transaction transaction;
+    EXPECT_THAT(transaction.reset("*"), IsOk());
+    EXPECT_THAT(transaction.commit(folder), IsOkAnd(SizeIs(4207)));
+    EXPECT_EQ(raw->value("SELECT count(*) FROM setting"), "0");
+    EXPECT_THAT(transaction.commit(folder), IsOkAnd(IsEmpty()));
+}
+
+TEST_F(Transactions, RefuseBuiltInSettingsByNameAndLeaveThemOutOfWildcards) {
+    Transaction transaction;
+    for (auto const* pattern : {"module.logconfig.SELF", "module.logconfig.*"}) {
+        auto const refused =
+            IsError(Error::InvalidInputArg, std::string{pattern} + ": built in and cannot be set");
+        EXPECT_THAT(transaction.set(pattern, "debug"), refused);
+        EXPECT_THAT(transaction.reset(pattern), refused);
+    }
+    EXPECT_THAT(transaction.set("module.*.SELF", "debug"), IsOk());
+    EXPECT_THAT(transaction.commit(folder), IsOkAnd(SizeIs(18)));
+}
+
+TEST_F(Transactions, ARefusedWishLeavesTheOthersAsTheyWere) {
+    Transaction transaction;
+    EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    EXPECT_THAT(transaction.set("syslog.remote.*", "5"),
+                IsError(Error::InvalidInputArg, HasSubstr("syslog.remote.1.address: \"5\" is refused")));
+    EXPECT_THAT(transaction.set("syslog.nothing", "5"),
+                IsError(Error::InvalidInputArg, HasSubstr("no such setting")));
+    EXPECT_THAT(transaction.commit(folder), IsOkAnd(SizeIs(1)));
+    EXPECT_THAT(settings(), ElementsAre("syslog.file.level|5"));
+}
+
+TEST_F(Transactions, APreviewSaysWhatWouldChangeAndWritesNothing) {
+    Transaction transaction;
+    EXPECT_THAT(transaction.set("module.arp.*", "debug"), IsOk());
+    EXPECT_THAT(transaction.preview(folder), IsOkAnd(SizeIs(4)));
+    EXPECT_THAT(settings(), IsEmpty());
+    EXPECT_THAT(journal(), IsEmpty());
+    EXPECT_THAT(transaction.commit(folder), IsOkAnd(SizeIs(4)));
+    EXPECT_THAT(transaction.preview(folder), IsOkAnd(IsEmpty()));
+}
+
+std::string both(int one, int other, std::string const& receiver) {
+    return fmt::format(
+        "syslog.remote.{} and syslog.remote.{} are both {}, allowed is each address and port once", one,
+        other, receiver);
+}
+
+TEST_F(Transactions, TwoReceiversOfOneAddressAndPortAreRefused) {
+    change(folder, {{"syslog.remote.1.address", "10.0.0.1"}});
+    Transaction transaction;
+    EXPECT_THAT(transaction.set("syslog.remote.2.address", "10.0.0.1"), IsOk());
+    EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    auto const refused = IsError(Error::InvalidInputArg, both(1, 2, "10.0.0.1 port 514"));
+    EXPECT_THAT(transaction.preview(folder), refused);
+    EXPECT_THAT(transaction.commit(folder), refused);
+    EXPECT_THAT(settings(), ElementsAre("syslog.remote.1.address|10.0.0.1"));
+
+    EXPECT_THAT(transaction.set("syslog.remote.2.port", "1514"), IsOk());
+    EXPECT_THAT(transaction.commit(folder), IsOkAnd(SizeIs(3)));
+    Transaction back;
+    EXPECT_THAT(back.reset("syslog.remote.2.port"), IsOk());
+    EXPECT_THAT(back.commit(folder), refused);
+}
+
+TEST_F(Transactions, UnusedReceiversAndDifferentAddressesMayShareAPort) {
+    EXPECT_THAT(change(folder, {{"syslog.remote.*.port", "999"}}), SizeIs(3));
+    EXPECT_THAT(
+        change(folder, {{"syslog.remote.1.address", "10.0.0.1"}, {"syslog.remote.2.address", "10.0.0.2"}}),
+        SizeIs(2));
+}
+
+TEST_F(Transactions, ReceiversMayChangePlacesInOneTransaction) {
+    change(folder, {{"syslog.remote.1.address", "10.0.0.1"}, {"syslog.remote.2.address", "10.0.0.2"}});
+    EXPECT_THAT(
+        change(folder, {{"syslog.remote.1.address", "10.0.0.2"}, {"syslog.remote.2.address", "10.0.0.1"}}),
+        SizeIs(2));
+}
+
+TEST_F(Transactions, EqualReceiversThatAreStoredDoNotStandInTheWayOfOtherSettings) {
+    raw->run("INSERT INTO setting VALUES('syslog.remote.1.address', '10.0.0.1'), ('syslog.remote.3.address', "
+             "'10.0.0.1')");
+    EXPECT_THAT(change(folder, {{"module.arp.SELF", "debug"}}), SizeIs(1));
+    Transaction transaction;
+    EXPECT_THAT(transaction.set("syslog.remote.level", "debug"), IsOk());
+    EXPECT_THAT(transaction.commit(folder), IsError(Error::InvalidInputArg, both(1, 3, "10.0.0.1 port 514")));
+    EXPECT_THAT(change(folder, {{"syslog.remote.3.address", "0.0.0.0"}}), SizeIs(1));
+}
+
+TEST_F(Transactions, WhatIsStoredAndNotAllowedCanBeReplacedAndIsNamedSafely) {
+    raw->run("INSERT INTO setting VALUES('syslog.file.path', '/a' || char(10) || '/'), ('syslog.file.level', "
+             "'debug'), "
+             "('syslog.remote.1.address', 7), ('syslog.remote.2.port', x'00')");
+    EXPECT_THAT(change(folder, {{"syslog.file.path", "/b/"},
+                                {"syslog.file.level", "info"},
+                                {"syslog.remote.1.address", "10.0.0.1"}}),
+                ElementsAre("syslog.file.path: \"/a\\x0a/\" -> /b/", "syslog.file.level: \"debug\" -> info",
+                            "syslog.remote.1.address: 7 -> 10.0.0.1"));
+    EXPECT_THAT(raw->rows("SELECT path FROM setting ORDER BY path"),
+                ElementsAre("syslog.file.path", "syslog.remote.1.address", "syslog.remote.2.port"));
+}
+
+TEST_F(Transactions, AreAllOrNothing) {
+    raw->run("CREATE TRIGGER fails BEFORE INSERT ON history WHEN NEW.path = 'module.fsm_pon.ont.16.256' "
+             "BEGIN SELECT RAISE(ABORT, 'no more'); END");
+    Transaction transaction;
+    EXPECT_THAT(transaction.set("*.fsm_pon.*", "debug"), IsOk());
+    EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    EXPECT_THAT(transaction.commit(folder),
+                IsError(Error::CommonError, (folder / "running.db").string() + ": no more"));
+    EXPECT_THAT(settings(), IsEmpty());
+    EXPECT_THAT(journal(), IsEmpty());
+    EXPECT_THAT(history(), IsEmpty());
+    raw->run("DROP TRIGGER fails");
+    EXPECT_THAT(transaction.commit(folder), IsOkAnd(SizeIs(4125)));
+}
+
+TEST_F(Transactions, WithoutADoorbellNothingIsWritten) {
+    std::filesystem::remove(folder / "running.db.doorbell");
+    std::filesystem::create_directory(folder / "running.db.doorbell");
+    Transaction transaction;
+    EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    EXPECT_THAT(transaction.commit(folder),
+                IsError(Error::CommonError,
+                        (folder / "running.db.doorbell").string() + ": cannot be opened (Is a directory)"));
+    EXPECT_THAT(settings(), IsEmpty());
+}
+
+// --- pruning
+// --------------------------------------------------------------------------------------------------
+
+std::string journal_entries(int count, std::string const& at) {
+    return "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < " +
+           std::to_string(count) + ") INSERT INTO journal(field_id, at) SELECT 52, " + at + " FROM n";
+}
+
+TEST_F(Transactions, TheJournalKeepsItsLastTenThousandEntriesHoweverOld) {
+    raw->run(journal_entries(10050, "1000"));
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    EXPECT_EQ(raw->value("SELECT count(*), min(sequence), max(sequence) FROM journal"), "10000|52|10051");
+}
+
+TEST_F(Transactions, TheJournalKeepsNinetyDaysHoweverMany) {
+    raw->run(journal_entries(100, "strftime('%s') - 91 * 86400"));
+    raw->run(journal_entries(10500, "strftime('%s') - 89 * 86400"));
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    EXPECT_EQ(raw->value("SELECT count(*), min(sequence), max(sequence) FROM journal"), "10501|101|10601");
+}
+
+TEST_F(Transactions, TheHistoryDropsWholeTransactionsBeyondTwentyThousandEntries) {
+    // Transactions 1 to 5 of 4999 entries each: the last four and the new one are 19 997, so the first stays
+    // too.
+    raw->run("WITH RECURSIVE n(i) AS (VALUES(0) UNION ALL SELECT i + 1 FROM n WHERE i < 24994) "
+             "INSERT INTO history(number, at, author, path, old, new) SELECT i / 4999 + 1, 0, 'a', 'p', 'o', "
+             "'n' FROM n");
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    EXPECT_THAT(raw->rows("SELECT number, count(*) FROM history GROUP BY number"),
+                ElementsAre("1|4999", "2|4999", "3|4999", "4|4999", "5|4999", "6|1"));
+    change(folder, {{"syslog.rsh.level", "info"}});
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    change(folder, {{"syslog.rsh.level", "info"}});
+    EXPECT_THAT(raw->rows("SELECT number, count(*) FROM history GROUP BY number"),
+                ElementsAre("2|4999", "3|4999", "4|4999", "5|4999", "6|1", "7|1", "8|1", "9|1"));
+}
+
+// --- who
+// ------------------------------------------------------------------------------------------------------
+
+TEST_F(Transactions, AreSignedByTheUserOfTheProcess) {
+    ASSERT_EQ(unsetenv("SUDO_USER"), 0);
+    EXPECT_EQ(current_author(), getpwuid(getuid())->pw_name);
+    Transaction transaction;
+    EXPECT_THAT(transaction.set("syslog.rsh.level", "debug"), IsOk());
+    EXPECT_THAT(transaction.commit(folder), IsOk());
+    EXPECT_EQ(raw->value("SELECT author FROM history"), getpwuid(getuid())->pw_name);
+}
+
+TEST(Author, BehindSudoIsTheOneWhoCalledIt) {
+    ASSERT_EQ(setenv("SUDO_USER", "anna", 1), 0);
+    EXPECT_EQ(current_author(), getuid() == 0 ? "anna" : getpwuid(getuid())->pw_name);
+    ASSERT_EQ(unsetenv("SUDO_USER"), 0);
+}
+
+TEST(Author, WithoutANameIsTheNumber) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "only root may become another user";
+    }
+    Child child{[] { return setuid(54321) == 0 && current_author() == "uid 54321" ? 0 : 1; }};
+    EXPECT_EQ(child.status(), 0);
+}
+
+// --- what is stored
+// -------------------------------------------------------------------------------------------
+
+TEST_F(Transactions, EveryStoredRowIsListedWithWhatItIs) {
+    raw->run("INSERT INTO setting VALUES('syslog.file.level', 5), ('syslog.file.path', 'x'), "
+             "('syslog.remote.2.port', 514), "
+             "('module.logconfig.SELF', 1), ('module.snmp.trap', 3.5)");
+    auto const stored = stored_settings(folder);
+    ASSERT_THAT(stored, IsOk());
+    std::vector<std::string> lines;
+    for (auto const& row : stored.value()) {
+        lines.push_back(fmt::format("{} {} {} {}", row.path,
+                                    row.setting == find_setting(row.path) && row.setting != nullptr,
+                                    row.allowed, row.value));
+    }
+    EXPECT_THAT(lines, ElementsAre("module.logconfig.SELF false false 1",
+                                   "module.snmp.trap false false the real number 3.5",
+                                   "syslog.file.level true true debug", "syslog.file.path true false \"x\"",
+                                   "syslog.remote.2.port true true 514"));
+}
+
+} // namespace
+} // namespace xpon::cfgdb
