@@ -1,0 +1,33 @@
+#pragma once
+
+#include <zmq.hpp>
+
+#include "broker/bus_folder.hpp"
+#include "broker/last_answers.hpp"
+
+namespace xpon::ipc {
+
+/// Forwards every message from those who publish to those who subscribed, and answers for the modules.
+class Broker {
+  public:
+    /// The sockets are there afterwards, mode 0660 at no moment exceeded: call it without other threads, the
+    /// file creation mask of the process is changed. Throws std::runtime_error naming path and reason.
+    explicit Broker(BusFolder& folder);
+
+    /// Forwards until `stop` is readable.
+    void run(int stop);
+
+  private:
+    zmq::socket_t new_socket(zmq::socket_type type);
+    void answer_queries();
+
+    zmq::context_t context{1};
+    zmq::socket_t frontend;  // the forwarding thread's while it runs
+    zmq::socket_t backend;   // the forwarding thread's while it runs
+    zmq::socket_t capture;   // the forwarding thread's while it runs
+    zmq::socket_t captured;  // the other end of `capture`
+    zmq::socket_t publisher; // where the broker speaks for itself
+    LastAnswers answers;
+};
+
+} // namespace xpon::ipc

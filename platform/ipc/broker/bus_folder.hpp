@@ -1,0 +1,51 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <vector>
+
+#include <sys/types.h>
+
+#include "core/unique_fd.hpp"
+
+namespace xpon::ipc {
+
+/// The folder of the bus, owned by one broker at a time: its lock is held as long as this lives.
+class BusFolder {
+  public:
+    /// Creates the folder if it is missing (mode 2770) and locks it. What is created belongs to `owner_group`
+    /// where that is given and the process is root's. Throws std::runtime_error naming path and reason; of a
+    /// folder that another broker serves it names the process.
+    BusFolder(std::filesystem::path folder_path, std::optional<gid_t> owner_group);
+    /// Removes the sockets that are still the adopted ones, then unlocks.
+    ~BusFolder();
+
+    BusFolder(BusFolder const&) = delete;
+    BusFolder& operator=(BusFolder const&) = delete;
+
+    std::filesystem::path const& path() const { return folder; }
+
+    /// Takes a socket that was just made in the folder for one of its own. Throws std::runtime_error.
+    void adopt(std::filesystem::path const& socket);
+
+  private:
+    struct Socket {
+        std::filesystem::path path;
+        dev_t device;
+        ino_t inode;
+    };
+
+    void create();
+    void lock();
+    void give_to_group(std::filesystem::path const& path) const;
+
+    std::filesystem::path folder;
+    std::optional<gid_t> group;
+    core::UniqueFd lock_file;
+    std::vector<Socket> sockets;
+};
+
+/// The group of this name, if there is one.
+std::optional<gid_t> group_named(char const* name);
+
+} // namespace xpon::ipc

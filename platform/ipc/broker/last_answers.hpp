@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "xpon/ipc/file_events.hpp"
+
+namespace xpon::ipc {
+
+/// Remembers each module's last answer among the messages that pass.
+class LastAnswers {
+  public:
+    /// How many modules are remembered; then the one heard of longest ago is forgotten.
+    static constexpr std::size_t capacity = 1024;
+    static_assert(capacity * sizeof(LastAnswer) <= max_payload_size);
+
+    /// Looks at a frame that passed the bus at `time` (milliseconds since the epoch). Returns the frame to
+    /// send if it asks for the answers.
+    std::optional<std::vector<std::byte>> take(std::span<std::byte const> frame, std::uint64_t time);
+
+  private:
+    void remember(FileAnswer const& answer, std::uint64_t time);
+    std::vector<std::byte> report(LastAnswersQuery const& query, std::uint16_t event) const;
+
+    std::map<std::uint32_t, LastAnswer> answers; // by module
+};
+
+} // namespace xpon::ipc

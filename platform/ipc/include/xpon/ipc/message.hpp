@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <vector>
+
+#include "xpon/ipc/address.hpp"
+
+namespace xpon::ipc {
+
+/// The first 8 bytes of every message, in the machine's own byte order.
+struct Header {
+    Address destination;
+    std::uint16_t event; ///< what happened
+    std::uint16_t reply; ///< the event that an answer carries; 0 if none is expected
+
+    bool operator==(Header const&) const = default;
+};
+static_assert(sizeof(Header) == 8);
+
+struct Message {
+    Header header;
+    std::vector<std::byte> payload;
+
+    bool operator==(Message const&) const = default;
+};
+
+/// The longest frame that travels; the broker cuts off a peer that sends a longer one.
+inline constexpr std::size_t max_frame_size = 65536;
+inline constexpr std::size_t max_payload_size = max_frame_size - sizeof(Header);
+
+/// The frame of a message as it travels: header, then payload.
+std::vector<std::byte> encode(Header const& header, std::span<std::byte const> payload);
+
+/// The message in a frame; nothing if the frame is shorter than a header.
+std::optional<Message> decode(std::span<std::byte const> frame);
+
+} // namespace xpon::ipc
