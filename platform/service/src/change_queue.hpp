@@ -1,0 +1,44 @@
+#pragma once
+
+#include <deque>
+#include <vector>
+
+#include "core/i_logger.hpp"
+#include "retry_schedule.hpp"
+#include "xpon/cfgdb/config_change.hpp"
+
+namespace xpon::service {
+
+/// Decides what the service is told about changed fields, and when. A handler stops at its first failing
+/// step, so after an error each field of the list is delivered again alone: one bad field must not cost the
+/// others their change. A field that fails alone is retried on a schedule.
+class ChangeQueue {
+  public:
+    using List = std::vector<Config_change>;
+
+    explicit ChangeQueue(core::ILogger& logger);
+
+    /// A list from the feed. It takes over the fields' retries that are still waiting.
+    void add(List list);
+
+    /// When `next` has something: `at_once`, the time of a retry, or `never`.
+    TimePoint due() const;
+
+    /// What to deliver now, valid until the next call; empty if nothing is due. What became of it is then
+    /// told by `succeeded` or `failed`.
+    List const& next(TimePoint now);
+
+    void succeeded();
+
+    /// After the last retry of a field a line in the log says that it is given up.
+    void failed(TimePoint now);
+
+  private:
+    core::ILogger& logger;
+    std::deque<List> waiting;
+    RetrySchedule retries;
+    List current;
+    bool current_is_retry = false;
+};
+
+} // namespace xpon::service

@@ -1,0 +1,184 @@
+#include "change_queue.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "kit/fake_logger.hpp"
+
+namespace xpon::service {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+using Fields = std::vector<std::uint32_t>;
+
+ChangeQueue::List list(Fields const& fields, std::uint32_t sequence = 0) {
+    ChangeQueue::List changes;
+    for (auto const field : fields) {
+        changes.push_back({field, 0, sequence});
+    }
+    return changes;
+}
+
+/// Plays the service: handles what is due, at the pace of the test.
+struct ChangeQueueTest : testing::Test {
+    test::FakeLogger logger;
+    ChangeQueue queue{logger};
+    TimePoint now{1000h};
+    Fields bad; // a list that holds one of these fails
+
+    Fields next_fields() {
+        Fields fields;
+        auto const& list = queue.next(now);
+        fields.reserve(list.size());
+        for (auto const& change : list) {
+            fields.push_back(change.field_id);
+        }
+        return fields;
+    }
+
+    /// Handles everything that is due now; what was handed out, in order.
+    std::vector<Fields> handle_all() {
+        std::vector<Fields> handled;
+        while (queue.due() <= now) {
+            handled.push_back(next_fields());
+            bool const fails = std::find_first_of(handled.back().begin(), handled.back().end(), bad.begin(),
+                                                  bad.end()) != handled.back().end();
+            if (!fails) {
+                queue.succeeded();
+            } else {
+                queue.failed(now);
+            }
+        }
+        return handled;
+    }
+};
+
+TEST_F(ChangeQueueTest, HasNothingAtFirst) {
+    EXPECT_EQ(queue.due(), never);
+    EXPECT_THAT(next_fields(), IsEmpty());
+}
+
+TEST_F(ChangeQueueTest, AListThatSucceedsIsDeliveredOnce) {
+    queue.add(list({52, 58, 60}));
+    EXPECT_EQ(queue.due(), at_once);
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{52, 58, 60}));
+    EXPECT_EQ(queue.due(), never);
+}
+
+TEST_F(ChangeQueueTest, AFailedListIsDeliveredFieldByFieldInOrderAndAllButTheBadOneArrive) {
+    bad = {58};
+    queue.add(list({52, 58, 55, 60}));
+    EXPECT_THAT(handle_all(),
+                ElementsAre(Fields{52, 58, 55, 60}, Fields{52}, Fields{58}, Fields{55}, Fields{60}));
+    EXPECT_EQ(queue.due(), now + 1s);
+}
+
+TEST_F(ChangeQueueTest, AListThatFailedOnlyOnceArrivesFieldByFieldWithoutRetries) {
+    queue.add(list({52, 58}));
+    next_fields();
+    queue.failed(now);
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{52}, Fields{58}));
+    EXPECT_EQ(queue.due(), never);
+}
+
+TEST_F(ChangeQueueTest, AListOfOneThatFailsIsRetriedAfterASecondAndNotAtOnce) {
+    bad = {71};
+    queue.add(list({71}));
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
+    EXPECT_EQ(queue.due(), now + 1s);
+    now += 1s - 1ns;
+    EXPECT_THAT(next_fields(), IsEmpty());
+    now += 1ns;
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
+    EXPECT_EQ(queue.due(), now + 2s);
+}
+
+TEST_F(ChangeQueueTest, ARetryThatSucceedsEndsTheMatter) {
+    bad = {71};
+    queue.add(list({71}));
+    handle_all();
+    bad.clear();
+    now += 1s;
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
+    EXPECT_EQ(queue.due(), never);
+}
+
+TEST_F(ChangeQueueTest, AfterTenRetriesTheFieldWaitsForItsNextChange) {
+    bad = {71};
+    queue.add(list({71}));
+    handle_all();
+    int retries = 0;
+    for (auto wait = 1s; wait <= 512s; wait *= 2) {
+        EXPECT_THAT(logger.texts(), IsEmpty());
+        EXPECT_EQ(queue.due(), now + wait);
+        now = queue.due();
+        EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
+        ++retries;
+    }
+    EXPECT_EQ(retries, 10);
+    EXPECT_THAT(logger.texts(),
+                ElementsAre("Gave up on field 71 after 10 retries; it waits for its next change"));
+    EXPECT_EQ(logger.lines().at(0).level, core::log_failure);
+    EXPECT_EQ(queue.due(), never);
+
+    queue.add(list({71}));
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
+    EXPECT_EQ(queue.due(), now + 1s);
+}
+
+TEST_F(ChangeQueueTest, ANewDeliveryTakesOverTheRetryOfItsFields) {
+    bad = {58, 71};
+    queue.add(list({58}));
+    queue.add(list({71}));
+    handle_all();
+    now += 1s;
+    handle_all(); // both failed once more: 2 s now
+
+    bad = {71};
+    queue.add(list({58}, 9));
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{58}));
+    now += 2s;
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
+    EXPECT_EQ(queue.due(), now + 4s);
+}
+
+TEST_F(ChangeQueueTest, ANewDeliveryThatFailsRestartsTheSchedule) {
+    bad = {71};
+    queue.add(list({71}));
+    handle_all();
+    now += 1s;
+    handle_all();
+    EXPECT_EQ(queue.due(), now + 2s);
+    queue.add(list({52, 71}, 9));
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{52, 71}, Fields{52}, Fields{71}));
+    EXPECT_EQ(queue.due(), now + 1s);
+    now += 1s;
+    EXPECT_EQ(queue.next(now).at(0).sequence, 9U);
+}
+
+TEST_F(ChangeQueueTest, TheFieldsOfAFailedListGoBeforeTheNextList) {
+    bad = {58};
+    queue.add(list({58, 59}));
+    queue.add(list({60, 61}));
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{58, 59}, Fields{58}, Fields{59}, Fields{60, 61}));
+}
+
+TEST_F(ChangeQueueTest, ChangesKeepTheirRowAndSequence) {
+    queue.add({{58, 3, 41}, {59, 0, 42}});
+    auto const& both = queue.next(now);
+    ASSERT_EQ(both.size(), 2U);
+    EXPECT_EQ(both[0].row, 3U);
+    EXPECT_EQ(both[1].sequence, 42U);
+    queue.failed(now);
+    EXPECT_EQ(queue.next(now).at(0).sequence, 41U);
+    queue.failed(now);
+    queue.next(now);
+    queue.succeeded();
+    EXPECT_EQ(queue.next(now + 1s).at(0).row, 3U);
+}
+
+} // namespace
+} // namespace xpon::service
