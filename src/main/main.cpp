@@ -1,0 +1,5 @@
+#include "main/daemon.hpp"
+
+int main() {
+    return xpon::log_config::run_daemon();
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+
+#include "xpon/log_config/kernel/i_kernel_configurator.hpp"
+#include "xpon/system_wrapper/i_system_wrapper.hpp"
+
+namespace xpon::log_config {
+
+/// Writes the level to /proc/sys/kernel/printk in the kernel's own numbering (level + 2), every time it is
+/// told to, whether or not the level changed. The numbers other than the console level stay as they are.
+class KernelConfigurator : public IKernelConfigurator {
+  public:
+    explicit KernelConfigurator(std::shared_ptr<system_wrapper::ISystemWrapper> const& system_wrapper);
+
+    /// Fails with `CommonError` naming the command if it cannot be run or exits non-zero. Logs nothing.
+    Result<void> apply_new_config(SyslogKernelDest const& dest) override;
+
+  private:
+    std::shared_ptr<system_wrapper::ISystemWrapper> system_wrapper;
+};
+
+} // namespace xpon::log_config

@@ -1,0 +1,163 @@
+#include "xpon/log_config/service/log_config_service.hpp"
+
+#include <utility>
+
+#include "core/failure.hpp"
+#include "xpon/log_config/zlog_files/module_fields.hpp"
+
+namespace xpon::log_config {
+
+using core::c_api_result;
+using core::Error;
+using core::fail;
+using core::guarded;
+using core::log;
+using core::log_failure;
+using core::pass_on;
+using core::success;
+using service::ServiceCtx;
+using service::ServiceMode;
+
+namespace {
+
+// The single row of the global logging configuration.
+constexpr unsigned short global_row[3]{};
+
+bool is_syslog_field(std::uint32_t field_id) {
+    return field_id == 52 || field_id == 53 || field_id == 54 || field_id == 56;
+}
+
+constexpr std::uint32_t kernel_field = 55;
+
+} // namespace
+
+LogConfigService::LogConfigService(std::shared_ptr<core::ILogger> const& logger,
+                                   std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
+                                   std::unique_ptr<IKernelConfigurator>&& kernel_configurator,
+                                   std::unique_ptr<ISyslogConfigurator>&& syslog_configurator,
+                                   std::unique_ptr<IRemoteShellLogger>&& rsh_logger,
+                                   std::vector<std::unique_ptr<ILogConfigFile>>&& log_files, ServiceMode mode)
+  : logger{logger}
+  , cfgdb{cfgdb}
+  , kernel_configurator{std::move(kernel_configurator)}
+  , syslog_configurator{std::move(syslog_configurator)}
+  , rsh_logger{std::move(rsh_logger)}
+  , log_files{std::move(log_files)}
+  , mode{mode} {}
+
+Result<void> LogConfigService::run(ServiceCtx const& ctx) {
+    mode = ServiceMode::Standalone;
+    unsigned char const mask = (ServiceMode::Master | ServiceMode::Standby) | ServiceMode::Standalone;
+    OUTCOME_TRY(pass_on(*logger, is_allowed_mode(mode, mask)));
+    OUTCOME_TRY(pass_on(*logger, guarded(*logger, [this] { return start_up(); })));
+    return ServiceBase::run(ctx);
+}
+
+Result<void> LogConfigService::start_up() {
+    if (auto const kernel = update_kernel_configurator(); !kernel.has_value()) {
+        return fail(Error::CommonError, "Config update for kernel logging config failed ({})",
+                    kernel.error().to_string());
+    }
+    if (auto const syslog = update_syslog_configurator(); !syslog.has_value()) {
+        return fail(Error::CommonError, "Config update for syslog config failed ({})",
+                    syslog.error().to_string());
+    }
+    auto const installed = rsh_logger->set_update_config_cb(
+        [this](RemoteLoggerEvent const& event) { return update_pts(event); });
+    if (!installed.has_value()) {
+        return fail(Error::CommonError, "Set callback for rsh failed ({})", installed.error().to_string());
+    }
+    return success();
+}
+
+Result<void> LogConfigService::master_change(ServiceCtx const& /*ctx*/) {
+    auto const before = std::exchange(mode, ServiceMode::Standalone);
+    // Without the standalone flag that was just set, unlike in run(): whether that passes is the library's
+    // word.
+    unsigned char const mask = ServiceMode::Master | ServiceMode::Standby;
+    OUTCOME_TRY(pass_on(*logger, is_allowed_mode(mode, mask)));
+    if (logger->is_enabled(log_failure)) {
+        log(*logger, log_failure, "Master-change event with mode: {}", to_string(mode));
+    }
+    if (mode == before) {
+        return success();
+    }
+    return pass_on(*logger, guarded(*logger, [this] { return update_syslog_configurator(); }));
+}
+
+Result<void> LogConfigService::config_change(ServiceCtx const& /*ctx*/,
+                                             std::vector<Config_change> const& changes) {
+    bool syslog_changed = false;
+    bool kernel_changed = false;
+    ModuleChanges module_changes;
+    for (auto const& change : changes) {
+        if (is_syslog_field(change.field_id)) {
+            syslog_changed = true;
+        } else if (change.field_id == kernel_field) {
+            kernel_changed = true;
+        } else if (auto const* const field = find_module_field(change.field_id)) {
+            std::any descriptor;
+            OUTCOME_TRY(c_api_result(*logger, field->read(cfgdb->db(), descriptor, global_row)));
+            module_changes.emplace_back(field->queued_as, std::move(descriptor));
+        }
+    }
+
+    if (syslog_changed) {
+        OUTCOME_TRY(pass_on(*logger, guarded(*logger, [this] { return update_syslog_configurator(); })));
+    }
+    if (kernel_changed) {
+        OUTCOME_TRY(pass_on(*logger, guarded(*logger, [this] { return update_kernel_configurator(); })));
+    }
+    if (!module_changes.empty()) {
+        for (auto const& file : log_files) {
+            OUTCOME_TRY(
+                pass_on(*logger, guarded(*logger, [&] { return file->apply_new_config(module_changes); })));
+        }
+    }
+    return success();
+}
+
+Result<void> LogConfigService::sync(ServiceCtx const& /*ctx*/) {
+    return success();
+}
+
+Result<void> LogConfigService::update_kernel_configurator() {
+    SyslogKernelDest dest{};
+    OUTCOME_TRY(
+        c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_kernel(cfgdb->db(), &dest, global_row)));
+    return pass_on(*logger, guarded(*logger, [&] { return kernel_configurator->apply_new_config(dest); }));
+}
+
+Result<void> LogConfigService::update_syslog_configurator() {
+    OUTCOME_TRY(settings, pass_on(*logger, guarded(*logger, [this] { return get_full_syslog_config(); })));
+    if (mode == ServiceMode::Standby) {
+        // The standby controller sends nothing to the remote receivers, whatever the database holds.
+        OUTCOME_TRY(c_api_result(*logger, init_SyslogNetworkDest(&settings.remote)));
+    }
+    return pass_on(*logger,
+                   guarded(*logger, [&] { return syslog_configurator->apply_new_config(settings); }));
+}
+
+Result<SyslogSettings> LogConfigService::get_full_syslog_config() {
+    void const* const db = cfgdb->db();
+    SyslogSettings settings{};
+    OUTCOME_TRY(c_api_result(*logger, init_SyslogSettings(&settings)));
+    OUTCOME_TRY(
+        c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_remote(db, &settings.remote, global_row)));
+    OUTCOME_TRY(c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_rsh(db, &settings.rsh, global_row)));
+    OUTCOME_TRY(
+        c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_file(db, &settings.file, global_row)));
+    OUTCOME_TRY(
+        c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_console(db, &settings.console, global_row)));
+    return settings;
+}
+
+Result<void> LogConfigService::update_pts(RemoteLoggerEvent const& event) {
+    OUTCOME_TRY(settings, pass_on(*logger, guarded(*logger, [this] { return get_full_syslog_config(); })));
+    OUTCOME_TRY(pass_on(*logger,
+                        guarded(*logger, [&] { return syslog_configurator->update_remote_logging(event); })));
+    return pass_on(*logger,
+                   guarded(*logger, [&] { return syslog_configurator->apply_new_config(settings); }));
+}
+
+} // namespace xpon::log_config

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <array>
+#include <string>
+
+#include "xpon/cfgdb/syslog_settings.hpp"
+
+namespace xpon::log_config {
+
+/// Entry N is true while a remote shell is open on /dev/pts/N.
+using OpenShells = std::array<bool, 16>;
+
+/// The whole text of syslog-ng.conf for these settings and terminals. Nothing is checked or escaped: a level
+/// above 5 names a filter that does not exist.
+std::string syslog_ng_text(SyslogSettings const& settings, OpenShells const& shells);
+
+} // namespace xpon::log_config

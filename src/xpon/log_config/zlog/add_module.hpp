@@ -1,0 +1,49 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <typeinfo>
+#include <utility>
+
+#include "core/failure.hpp"
+#include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/log_config/zlog/zlog_module_base.hpp"
+
+namespace xpon::log_config {
+
+/// Fills a descriptor from the database handle and the row's key; 0 on success.
+template <class M>
+using ReadDescriptor = std::function<int(void const* db, M* out, unsigned short const* key)>;
+
+/// A module's descriptor as it is stored. Fails with `ErrorCApi`.
+template <class M>
+Result<M> read_module(cfgdb::CfgDbWrapper const& cfgdb, ReadDescriptor<M> const& read_descriptor) {
+    // The single row of the global logging configuration.
+    constexpr unsigned short key[3]{};
+    M descriptor{};
+    if (read_descriptor(cfgdb.db(), &descriptor, key) != 0) {
+        return core::fail(core::Error::ErrorCApi, "Failed get config for {}", typeid(M).name());
+    }
+    return descriptor;
+}
+
+/// Reads a module's descriptor and places a new module object in the map, in the place of one that had its
+/// key. Fails with `ErrorCApi`, the map untouched, if the descriptor cannot be read; throws what the
+/// constructor of ZlogModuleBase throws.
+// NOLINTBEGIN(performance-unnecessary-value-param): taken over, like the other two functions
+template <class M, class S>
+Result<void> add_module(std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb, LogModules& modules,
+                        std::shared_ptr<ILogConfigGenerator> const& generator, Modules_names module,
+                        int count, std::function<int(char*, S)> subject_lookup,
+                        ReadDescriptor<M> read_descriptor,
+                        std::function<void(std::string&)> subject_formatter) {
+    OUTCOME_TRY(descriptor, read_module<M>(*cfgdb, read_descriptor));
+    modules[module] = std::make_unique<ZlogModuleBase<M, S>>(
+        generator, descriptor, module, static_cast<unsigned long>(count), std::move(subject_lookup),
+        std::move(subject_formatter));
+    return core::success();
+}
+// NOLINTEND(performance-unnecessary-value-param)
+
+} // namespace xpon::log_config

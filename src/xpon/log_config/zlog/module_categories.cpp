@@ -1,0 +1,70 @@
+#include "xpon/log_config/zlog/module_categories.hpp"
+
+#include <array>
+#include <cstring>
+#include <string_view>
+#include <type_traits>
+
+#include "core/failure.hpp"
+
+namespace xpon::log_config {
+
+using core::Error;
+using core::fail;
+using core::success;
+
+namespace {
+
+/// What the configuration library's name lookups write into.
+using NameBuffer = std::array<char, 15>;
+
+std::string text_of(NameBuffer const& buffer) {
+    return {buffer.data(), strnlen(buffer.data(), buffer.size())};
+}
+
+void replace_first(std::string& text, std::string_view what, std::string_view with) {
+    if (auto const place = text.find(what); place != std::string::npos) {
+        text.replace(place, what.size(), with);
+    }
+}
+
+std::string category_of(std::string const& stem, std::string const& subject) {
+    auto category = stem;
+    if (subject != "SELF") {
+        category += "_" + subject;
+    }
+    // Also where the underscore belongs to the stem or to the subject itself.
+    replace_first(category, "_1", "-");
+    return category;
+}
+
+} // namespace
+
+Result<void> append_module_categories(std::vector<std::string>& categories, Modules_names module,
+                                      std::size_t count, SubjectLookup const& subject_lookup,
+                                      SubjectFormatter const& subject_formatter) {
+    auto const number = static_cast<std::underlying_type_t<Modules_names>>(module);
+    NameBuffer stem{};
+    if (int const ret = get_modules_names_from_index(stem.data(), module); ret != 0) {
+        return fail(Error::CommonError, "Failed get_modules_names_from_index({}) - {}", number, ret);
+    }
+    for (std::size_t index = 0; index < count; ++index) {
+        NameBuffer name{};
+        if (int const ret = subject_lookup(name.data(), index); ret != 0) {
+            return fail(Error::CommonError, "Failed get_subject_from_index({}) for module {} - {}", index,
+                        number, ret);
+        }
+        auto subject = text_of(name);
+        if (subject_formatter) {
+            subject_formatter(subject);
+        }
+        categories.push_back(category_of(text_of(stem), subject));
+    }
+    return success();
+}
+
+void custom_layer_formatter(std::string& subject) {
+    replace_first(subject, "CUSTOM_1LAYER", "C-L");
+}
+
+} // namespace xpon::log_config

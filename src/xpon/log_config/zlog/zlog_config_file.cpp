@@ -1,0 +1,76 @@
+#include "xpon/log_config/zlog/zlog_config_file.hpp"
+
+#include <span>
+#include <stdexcept>
+#include <type_traits>
+#include <utility>
+
+#include "core/failure.hpp"
+
+namespace xpon::log_config {
+
+using core::caught;
+using core::Error;
+using core::fail;
+using core::success;
+
+namespace {
+
+auto number_of(Modules_names module) {
+    return static_cast<std::underlying_type_t<Modules_names>>(module);
+}
+
+std::vector<std::byte> bytes_of(Modules_names module) {
+    auto const bytes = std::as_bytes(std::span{&module, 1});
+    return {bytes.begin(), bytes.end()};
+}
+
+} // namespace
+
+ZlogConfigFile::ZlogConfigFile(std::unique_ptr<config_writer::IConfigWriter>&& writer,
+                               std::shared_ptr<ILogConfigGenerator> const& generator, Modules_names module,
+                               LogModules&& modules, std::shared_ptr<ipc::IIpc> const& ipc)
+  : module{module}
+  , writer{std::move(writer)}
+  , modules{std::move(modules)}
+  , generator{generator}
+  , ipc{ipc}
+  , notification{bytes_of(module)}
+  , notification_header{ipc::everybody, ipc::file_changed_event, ipc::file_changed_reply} {
+    if (!write().has_value()) {
+        throw std::runtime_error(fmt::format("Failed write config file for module {}", number_of(module)));
+    }
+}
+
+Result<void> ZlogConfigFile::apply_new_config(ModuleChanges const& changes) {
+    bool changed = false;
+    for (auto const& [changed_module, descriptor] : changes) {
+        auto const entry = modules.find(changed_module);
+        if (entry == modules.end()) {
+            continue;
+        }
+        if (!entry->second->update_config(descriptor).has_value()) {
+            return fail(Error::CommonError, "Failed update_config for module {}", number_of(changed_module));
+        }
+        changed = true;
+    }
+    if (!changed) {
+        return success();
+    }
+    OUTCOME_TRY(caught([this] { return write(); }));
+    return caught([this] { return notify(); });
+}
+
+Result<void> ZlogConfigFile::write() {
+    std::string text{generator->get_header()};
+    for (auto const& [_, log_module] : modules) {
+        text += log_module->get_config();
+    }
+    return writer->write(text);
+}
+
+Result<void> ZlogConfigFile::notify() {
+    return ipc->send(notification_header, notification);
+}
+
+} // namespace xpon::log_config

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "core/i_logger.hpp"
+#include "core/result.hpp"
+#include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/ipc/i_ipc.hpp"
+#include "xpon/log_config/zlog/i_log_config_file.hpp"
+#include "xpon/log_config/zlog_files/add_modules.hpp"
+
+namespace xpon::log_config {
+
+/// Where the modules of the board look for their files.
+inline constexpr char const* zlog_folder = "/etc/zlog_modules_config/";
+
+/// Writes every zlog file from the database and returns their objects, 26 in the order of the file table. The
+/// first file that fails ends the pass: the error is logged and returned, the files written so far stay on
+/// disk, those behind it stay as they were. `folder` ends in a slash.
+Result<std::vector<std::unique_ptr<ILogConfigFile>>> generate_zlog_config_files(
+    std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb, std::shared_ptr<ipc::IIpc> const& ipc,
+    std::shared_ptr<core::ILogger> const& logger, std::string const& folder = zlog_folder);
+
+/// Builds one file object, which writes its file, and appends it to `files`. Fails with the error of
+/// `add_modules`, or with `CommonError` naming the path and what was thrown.
+Result<void> add_config_file(std::string const& path, Modules_names module,
+                             std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
+                             std::shared_ptr<core::ILogger> const& logger,
+                             std::shared_ptr<ipc::IIpc> const& ipc,
+                             std::shared_ptr<ILogConfigGenerator> const& generator,
+                             std::vector<std::unique_ptr<ILogConfigFile>>& files,
+                             GenerateModulesFn&& add_modules);
+
+} // namespace xpon::log_config

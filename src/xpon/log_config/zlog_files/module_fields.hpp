@@ -1,0 +1,22 @@
+#pragma once
+
+#include <any>
+#include <cstdint>
+
+#include "xpon/cfgdb/modules.hpp"
+
+namespace xpon::log_config {
+
+/// What a changed field of the logging configuration means for the zlog files.
+struct ModuleField {
+    std::uint32_t field_id;
+    /// The module under which the record is handed to the files.
+    Modules_names queued_as;
+    /// Reads the module's record into `out`, by value; returns the reader's status.
+    int (*read)(void const* db, std::any& out, unsigned short const* key);
+};
+
+/// The row of a field, null if the field belongs to no module's stored settings.
+ModuleField const* find_module_field(std::uint32_t field_id);
+
+} // namespace xpon::log_config
