@@ -1,0 +1,20 @@
+#pragma once
+
+#include "commands/command.hpp"
+#include "xpon/cfgdb/transaction.hpp"
+
+namespace xpon::logctl {
+
+struct ApplyOptions {
+    bool verbose = false;
+    bool dry_run = false;
+};
+
+/// Adds the options to a command that changes settings.
+void add_apply_options(CLI::App& command, ApplyOptions& options);
+
+/// Commits the transaction, or only says what it would change.
+core::Result<void> apply(cfgdb::Transaction const& transaction, Context const& context,
+                         ApplyOptions const& options);
+
+} // namespace xpon::logctl

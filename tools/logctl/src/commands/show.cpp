@@ -1,0 +1,112 @@
+#include <algorithm>
+#include <map>
+#include <memory>
+#include <set>
+
+#include <fmt/format.h>
+
+#include "commands/command.hpp"
+#include "output.hpp"
+#include "setting_table.hpp"
+#include "xpon/cfgdb/transaction.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+struct Options {
+    std::vector<std::string> patterns;
+    bool json = false;
+};
+
+using cfgdb::Setting;
+
+constexpr std::string_view ont_prefix = "module.fsm_pon.ont.";
+
+/// There are 4096 levels of ONTs: unless a pattern speaks of ONTs, only those that differ are worth a line.
+bool speaks_of_onts(std::string_view pattern) {
+    return pattern.find(".ont.") != std::string_view::npos || pattern.ends_with(".ont");
+}
+
+/// A pattern, or the name of a group as everything below it.
+core::Result<std::vector<Setting const*>> expand(std::string const& pattern) {
+    auto found = cfgdb::expand(pattern);
+    if (found.has_error()) {
+        if (auto group = cfgdb::expand(pattern + ".*"); group.has_value()) {
+            return group;
+        }
+    }
+    return found;
+}
+
+struct Selection {
+    std::set<Setting const*> settings;      ///< in the order of the table of all
+    std::set<Setting const*> wanted_anyway; ///< also at the default
+};
+
+core::Result<Selection> select(std::vector<std::string> const& patterns) {
+    Selection selection;
+    for (auto const& pattern : patterns) {
+        OUTCOME_TRY(found, expand(pattern));
+        selection.settings.insert(found.begin(), found.end());
+        if (speaks_of_onts(pattern)) {
+            selection.wanted_anyway.insert(found.begin(), found.end());
+        }
+    }
+    return selection;
+}
+
+core::Result<std::map<Setting const*, cfgdb::StoredSetting>> stored_values(Context const& context) {
+    OUTCOME_TRY(stored, cfgdb::stored_settings(context.database));
+    std::map<Setting const*, cfgdb::StoredSetting> values;
+    for (auto& row : stored) {
+        if (row.setting != nullptr) {
+            values.emplace(row.setting, std::move(row));
+        }
+    }
+    return values;
+}
+
+core::Result<void> show(Context const& context, Options const& options) {
+    OUTCOME_TRY(selection,
+                select(options.patterns.empty() ? std::vector<std::string>{"*"} : options.patterns));
+    OUTCOME_TRY(stored, stored_values(context));
+    std::vector<SettingRow> rows;
+    std::size_t left_out = 0;
+    for (auto const* setting : selection.settings) {
+        if (auto const found = stored.find(setting); found != stored.end()) {
+            rows.push_back({setting, found->second.value, Source::Database, found->second.allowed});
+        } else if (setting->path.starts_with(ont_prefix) && !selection.wanted_anyway.contains(setting)) {
+            ++left_out;
+        } else {
+            rows.push_back({setting, cfgdb::to_text(setting->kind, setting->default_value),
+                            setting->built_in() ? Source::BuiltIn : Source::Default});
+        }
+    }
+    print(options.json ? to_json(rows) : to_table(rows, wants_colour()));
+    if (left_out > 0 && !options.json) {
+        print(fmt::format("{} ONT levels are at the default; see them with: logctl show module.fsm_pon.ont\n",
+                          left_out));
+    }
+    return core::success();
+}
+
+} // namespace
+
+void add_show(CLI::App& program, Action& chosen) {
+    auto* const command =
+        program.add_subcommand("show", "Show settings: path, value, default, where it is stored");
+    auto const options = std::make_shared<Options>();
+    command
+        ->add_option("PATH", options->patterns,
+                     "Settings or groups, such as syslog.file.level, syslog.remote, module.*.SELF or "
+                     "module.fsm_pon.ont.3.1-16; everything if none is given. ONT levels at the default are "
+                     "left out unless the path names ont")
+        ->type_name("");
+    command->add_flag("--json", options->json, "Print an array of JSON objects");
+    command->callback([options, &chosen] {
+        chosen = [options](Context const& context) { return show(context, *options); };
+    });
+}
+
+} // namespace xpon::logctl

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string_view>
+
+#include "core/result.hpp"
+
+namespace xpon::logctl {
+
+/// Writes what was asked for to standard output.
+void print(std::string_view text);
+
+/// Writes one line for the operator to standard error.
+void tell(std::string_view text);
+
+/// Fails if not everything that was printed could be written.
+core::Result<void> flush_output();
+
+/// Whether standard output is a terminal whose user wants colours.
+bool wants_colour();
+
+} // namespace xpon::logctl

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "xpon/cfgdb/settings.hpp"
+
+namespace xpon::logctl {
+
+enum class Source { Default, Database, BuiltIn };
+
+/// One setting as it is in force.
+struct SettingRow {
+    cfgdb::Setting const* setting;
+    std::string value;
+    Source source;
+    bool allowed = true; ///< false: the database holds something that must not be there, `value` describes it
+};
+
+/// Path, value, default and source in aligned columns, with a heading.
+std::string to_table(std::vector<SettingRow> const& rows, bool colour);
+
+/// The same as an array of objects.
+std::string to_json(std::vector<SettingRow> const& rows);
+
+} // namespace xpon::logctl

@@ -1,0 +1,63 @@
+// What needs the board's own paths or a terminal.
+
+#include <array>
+#include <pty.h>
+#include <sys/stat.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "core/unique_fd.hpp"
+#include "logctl.hpp"
+
+namespace xpon::logctl {
+namespace {
+
+TEST(BoardPaths, TheDatabaseIsTheBoardsUnlessAnotherIsGiven) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug"}), (Outcome{0, "", ""}));
+    struct stat status{};
+    ASSERT_EQ(stat("/var/lib/xpon/cfgdb/running.db", &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0660U);
+    EXPECT_EQ(logctl.run({"show", "syslog.rsh"}),
+              logctl.run({"show", "syslog.rsh", "--database", "/var/lib/xpon/cfgdb"}));
+}
+
+/// What the program shows on a terminal.
+std::string shown(Logctl const& logctl, std::vector<std::string> const& environment) {
+    int controller = -1;
+    int terminal = -1;
+    std::array<char, 64> name{};
+    EXPECT_EQ(openpty(&controller, &terminal, name.data(), nullptr, nullptr), 0);
+    core::UniqueFd const ours{controller};
+    core::UniqueFd theirs{terminal}; // open until all is read, or what was written would be lost
+    test::ChildProcess process{{.argv = {LOGCTL_PROGRAM, "--database", logctl.database.string(), "show",
+                                         "syslog.rsh", "syslog.kernel", "syslog.console"},
+                                .environment = environment,
+                                .output = name.data()}};
+    EXPECT_EQ(process.wait(), 0);
+    std::string text;
+    std::array<char, 4096> buffer{};
+    while (test::wait_readable(ours.get(), std::chrono::milliseconds{0})) {
+        auto const length = read(ours.get(), buffer.data(), buffer.size());
+        text.append(buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+    }
+    std::erase(text, '\r'); // the terminal's own
+    return text;
+}
+
+TEST(Terminal, SeesChangedValuesInColourUnlessItsUserWantsNone) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(shown(logctl, {"NO_COLOR="}),
+              text("\n"
+                   "PATH                  \x1b[1mVALUE  \x1b[0m  DEFAULT  STORED\n"
+                   "syslog.console.level  error    error    default\n"
+                   "syslog.kernel.level   warning  warning  default\n"
+                   "syslog.rsh.level      \x1b[33mdebug  \x1b[0m  notice   database\n"));
+    EXPECT_EQ(shown(logctl, {"NO_COLOR=1"}),
+              logctl({"show", "syslog.rsh", "syslog.kernel", "syslog.console"}).out);
+}
+
+} // namespace
+} // namespace xpon::logctl
