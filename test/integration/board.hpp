@@ -1,0 +1,196 @@
+#pragma once
+
+#include <csignal>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <fmt/format.h>
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <syslog.h>
+
+#include "core/unique_fd.hpp"
+#include "kit/child_process.hpp"
+#include "kit/golden.hpp"
+#include "kit/matchers.hpp"
+#include "kit/notify_socket.hpp"
+#include "kit/scratch_folder.hpp"
+#include "kit/wait_readable.hpp"
+#include "xpon/cfgdb/transaction.hpp"
+
+namespace xpon::test {
+
+/// A log receiver at a free UDP port of 127.0.0.1.
+class UdpReceiver {
+  public:
+    UdpReceiver()
+      : socket{::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)} {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (bind(socket.get(), reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+            getsockname(socket.get(), reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            throw std::system_error{errno, std::generic_category(), "UDP receiver"};
+        }
+        number = ntohs(address.sin_port);
+    }
+
+    std::uint16_t port() const { return number; }
+
+    /// True once a datagram holds the text; false at the deadline. Everything that came is kept.
+    bool wait_for(std::string const& text, std::chrono::milliseconds deadline = default_deadline) {
+        auto const end = std::chrono::steady_clock::now() + deadline;
+        while (everything.find(text) == std::string::npos) {
+            if (!wait_readable(socket.get(), time_left(end))) {
+                return false;
+            }
+            char buffer[65536];
+            auto const size = recv(socket.get(), buffer, sizeof buffer, 0);
+            everything.append(buffer, size > 0 ? static_cast<std::size_t>(size) : 0).push_back('\n');
+        }
+        return true;
+    }
+
+    std::string const& received() const { return everything; }
+
+  private:
+    core::UniqueFd socket;
+    std::uint16_t number = 0;
+    std::string everything;
+};
+
+/// A program that says READY=1 when it can be used.
+struct Program {
+    Program(Command command, std::filesystem::path const& socket)
+      : notifications{socket}
+      , process{with(std::move(command), notifications)} {}
+
+    bool wait_ready() { return notifications.wait_for("READY=1"); }
+
+    NotifySocket notifications;
+    ChildProcess process;
+
+  private:
+    static Command with(Command command, NotifySocket const& socket) {
+        command.environment.push_back(socket.environment());
+        return command;
+    }
+};
+
+/// The board's programs, real ones, at the daemon's fixed paths: for test programs that run in a sandbox.
+class Board : public testing::Test {
+  protected:
+    static constexpr char const* syslog_ng_conf = "/etc/syslog-ng/syslog-ng.conf";
+    static constexpr char const* zlog_folder = "/etc/zlog_modules_config/";
+    static constexpr char const* printk = "/proc/sys/kernel/printk";
+    static constexpr char const* database = "/var/lib/xpon/cfgdb";
+    static constexpr char const* log_file = "/var/log/system.log.1";
+    static constexpr char const* console = "/dev/console";
+
+    std::unique_ptr<Program> start(std::vector<std::string> argv) {
+        auto const name =
+            fmt::format("{}.{}", std::filesystem::path{argv.front()}.filename().string(), ++started);
+        return std::make_unique<Program>(
+            Command{.argv = std::move(argv), .environment = {}, .output = scratch / (name + ".out")},
+            scratch / name);
+    }
+
+    void start_journald() {
+        journald = start({XPON_SCRIPTS "/lib/start-journald"});
+        ASSERT_TRUE(journald->wait_ready());
+    }
+
+    /// syslog-ng as it stands before the daemon has configured it.
+    void start_syslog_ng() {
+        if (!std::filesystem::exists(syslog_ng_conf)) {
+            write_file(syslog_ng_conf, "@version: 3.20\nlog { source { systemd-journal(); }; };\n");
+        }
+        syslog_ng = start({XPON_SCRIPTS "/lib/start-syslog-ng"});
+        ASSERT_TRUE(syslog_ng->wait_ready());
+    }
+
+    void start_broker() {
+        broker = start({XPON_BROKER});
+        ASSERT_TRUE(broker->wait_ready());
+    }
+
+    void launch_daemon() { daemon = start({XPON_DAEMON}); }
+
+    /// Starts the daemon and waits until it serves. READY=1 comes before the first configuration pass; that
+    /// has ended once the kernel level and syslog-ng.conf are there and syslog-ng runs it.
+    void start_daemon() {
+        launch_daemon();
+        ASSERT_TRUE(daemon->wait_ready());
+    }
+
+    /// What the daemon has told the service manager, message by message.
+    std::vector<std::string> notified() const { return daemon->notifications.datagrams(); }
+
+    static void set(std::vector<std::pair<std::string, std::string>> const& settings) {
+        cfgdb::Transaction transaction;
+        for (auto const& [path, value] : settings) {
+            ASSERT_THAT(transaction.set(path, value), IsOk());
+        }
+        ASSERT_THAT(transaction.commit(database), IsOk());
+    }
+
+    /// A message to the journal, as any program of the board would log it.
+    static void log(int priority, std::string const& text) {
+        openlog("board-test", 0, LOG_LOCAL0);
+        syslog(priority, "%s", text.c_str());
+        closelog();
+    }
+
+    static std::string contents(std::filesystem::path const& path) {
+        return std::filesystem::exists(path) ? read_file(path) : "";
+    }
+
+    static bool wait_for_text(std::filesystem::path const& path, std::string const& text) {
+        return wait_until([&] { return contents(path).find(text) != std::string::npos; });
+    }
+
+    /// Logs tokens until one arrives: from then on syslog-ng runs a configuration that lets it through.
+    static bool wait_until_logged(std::filesystem::path const& path) {
+        return wait_until([&] {
+            auto const token = unique_token();
+            log(LOG_ERR, token);
+            return wait_until([&] { return contents(path).find(token) != std::string::npos; },
+                              std::chrono::milliseconds{200});
+        });
+    }
+
+    /// suppress(10) swallows repeated messages, so every message is a different one.
+    static std::string unique_token() {
+        static int count = 0;
+        return fmt::format("token-{}-{}-", getpid(), ++count);
+    }
+
+    static std::size_t count_entries(std::filesystem::path const& folder) {
+        std::error_code ignored;
+        std::filesystem::directory_iterator const entries{folder, ignored};
+        return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
+    }
+
+    std::filesystem::path proc() const { return fmt::format("/proc/{}", daemon->process.pid()); }
+    std::size_t descriptors() const { return count_entries(proc() / "fd"); }
+    std::size_t threads() const { return count_entries(proc() / "task"); }
+    std::string children() const {
+        return contents(proc() / fmt::format("task/{}/children", daemon->process.pid()));
+    }
+
+    ScratchFolder scratch;
+    int started = 0;
+    std::unique_ptr<Program> journald;
+    std::unique_ptr<Program> syslog_ng;
+    std::unique_ptr<Program> broker;
+    std::unique_ptr<Program> daemon;
+};
+
+} // namespace xpon::test

@@ -1,0 +1,191 @@
+#include "integration/board.hpp"
+
+#include <sqlite3.h>
+
+namespace xpon::test {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::StartsWith;
+
+constexpr char const* starting = "STATUS=Startup LOG Configurator...";
+constexpr char const* ready = "READY=1\nSTATUS=Processing requests...\n";
+constexpr char const* stopping = "STATUS=Shutdown LOG Configurator...\nSTOPPING=1\n";
+
+/// A connection of the test's own, past everything that the configuration library checks.
+class RawDatabase {
+  public:
+    explicit RawDatabase(std::string const& path) {
+        EXPECT_EQ(sqlite3_open(path.c_str(), &connection), SQLITE_OK);
+    }
+    ~RawDatabase() { sqlite3_close(connection); }
+    RawDatabase(RawDatabase const&) = delete;
+    RawDatabase& operator=(RawDatabase const&) = delete;
+
+    void execute(char const* sql) {
+        EXPECT_EQ(sqlite3_exec(connection, sql, nullptr, nullptr, nullptr), SQLITE_OK)
+            << sql << ": " << sqlite3_errmsg(connection);
+    }
+
+  private:
+    sqlite3* connection = nullptr;
+};
+
+class Failures : public Board {
+  protected:
+    static std::string database_file() { return std::string{database} + "/running.db"; }
+
+    void start_tools() {
+        start_journald();
+        start_syslog_ng();
+        start_broker();
+    }
+
+    /// Launches the daemon, which has to fail, and returns its exit status.
+    std::optional<int> fail_daemon(std::chrono::milliseconds deadline = default_deadline) {
+        launch_daemon();
+        return daemon->process.wait(deadline);
+    }
+
+    /// What the journal holds, its own lines included.
+    static std::string journal() {
+        ScratchFolder const folder;
+        ChildProcess{
+            {.argv = {"journalctl", "--quiet", "--no-pager", "--output=cat", "--directory=/run/log/journal"},
+             .environment = {},
+             .output = folder / "journal"}}
+            .wait();
+        return contents(folder / "journal");
+    }
+
+    static bool journal_tells(std::string const& text) {
+        return wait_until([&] { return journal().find(text) != std::string::npos; });
+    }
+};
+
+TEST_F(Failures, ADatabaseThatIsNoneIsNamedWithTheReason) {
+    start_tools();
+    std::filesystem::create_directories(database);
+    write_file(database_file(), std::string(8192, 'x'));
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_THAT(notified(),
+                ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
+                                            HasSubstr(database_file()), HasSubstr("not a database"))));
+}
+
+TEST_F(Failures, ADatabaseOfANewerSchemaIsNamedWithBothVersions) {
+    start_tools();
+    set({{"syslog.file.level", "debug"}});
+    RawDatabase{database_file()}.execute("PRAGMA user_version = 99");
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_THAT(notified(),
+                ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
+                                            HasSubstr(database_file()), HasSubstr("99"))));
+}
+
+TEST_F(Failures, AFolderThatCannotBeMadeIsNamed) {
+    start_tools();
+    write_file(std::string{database}, "a file in the way");
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_THAT(notified(),
+                ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
+                                            HasSubstr(database))));
+}
+
+TEST_F(Failures, AModuleLevelOutOfRangeStopsTheStart) {
+    start_tools();
+    set({{"module.switch.SELF", "debug"}});
+    RawDatabase{database_file()}.execute("UPDATE setting SET value = 9");
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_THAT(notified(), ElementsAre(starting, "STATUS=Failed generate zlog config files"));
+    EXPECT_TRUE(journal_tells("module.switch.SELF"));
+}
+
+TEST_F(Failures, AKernelLevelOutOfRangeEndsTheService) {
+    start_tools();
+    set({{"syslog.kernel.level", "debug"}});
+    RawDatabase{database_file()}.execute("UPDATE setting SET value = 6");
+    auto const before = read_file(printk);
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping));
+    EXPECT_EQ(read_file(printk), before);
+    EXPECT_TRUE(journal_tells("syslog.kernel.level"));
+    EXPECT_TRUE(journal_tells("C API function returned -1, errno=22"));
+    EXPECT_TRUE(journal_tells("Error: CommonError. Message: Config update for kernel logging config failed "
+                              "(Error: ErrorCApi)."));
+}
+
+TEST_F(Failures, TextThatWouldBreakOutOfTheConfigurationIsRefused) {
+    start_tools();
+    set({{"syslog.remote.1.address", "127.0.0.1"}});
+    RawDatabase{database_file()}.execute("UPDATE setting SET value = '1\");@include'");
+    auto const before = read_file(syslog_ng_conf);
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_EQ(read_file(syslog_ng_conf), before);
+    EXPECT_TRUE(journal_tells("syslog.remote.1.address"));
+}
+
+TEST_F(Failures, AFailureInALateZlogFileIsReported) {
+    // Late, so that the thread of the remote shell logger has begun by the time it is stopped.
+    start_tools();
+    std::filesystem::create_directory(std::string{zlog_folder} + "SWITCH.conf");
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_THAT(notified(), ElementsAre(starting, "STATUS=Failed generate zlog config files"));
+    EXPECT_TRUE(journal_tells("Failed create \"/etc/zlog_modules_config/SWITCH.conf\" with: "
+                              "Failed write config file for module 16"));
+}
+
+TEST_F(Failures, AFailureInALateZlogFileAfterARestartEndsTheDaemon) {
+    start_tools();
+    start_daemon();
+    ASSERT_TRUE(wait_until_logged(log_file));
+    std::filesystem::remove(std::string{zlog_folder} + "SWITCH.conf");
+    std::filesystem::create_directory(std::string{zlog_folder} + "SWITCH.conf");
+    daemon->process.kill(SIGHUP);
+    EXPECT_EQ(daemon->process.wait(), 1);
+    EXPECT_THAT(notified(),
+                ElementsAre(starting, ready, stopping, starting, "STATUS=Failed generate zlog config files"));
+    EXPECT_EQ(read_file(std::string{zlog_folder} + "SNMPD-CONFIG.conf"),
+              golden("zlog_defaults/SNMPD-CONFIG.conf"));
+}
+
+TEST_F(Failures, WithoutSyslogNgTheServiceEndsAtOnce) {
+    start_journald();
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping));
+    EXPECT_TRUE(journal_tells("Error: CommonError. Message: Failed reload syslog."));
+    EXPECT_EQ(read_file(syslog_ng_conf), golden("syslog_ng/defaults.conf")) << "written before the reload";
+}
+
+TEST_F(Failures, AStoppedSyslogNgFailsTheServiceInsteadOfHangingIt) {
+    start_tools();
+    syslog_ng->process.kill(SIGSTOP);
+    EXPECT_EQ(fail_daemon(std::chrono::seconds{45}), 1);
+    EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping));
+    EXPECT_TRUE(journal_tells("Error: CommonError. Message: Failed reload syslog."));
+    syslog_ng->process.kill(SIGCONT);
+}
+
+TEST_F(Failures, ALockThatOutlastsFiveSecondsIsReported) {
+    start_tools();
+    set({{"syslog.file.level", "debug"}});
+    RawDatabase writer{database_file()};
+    writer.execute("PRAGMA locking_mode = EXCLUSIVE");
+    writer.execute("BEGIN EXCLUSIVE");
+    EXPECT_EQ(fail_daemon(), 1);
+    EXPECT_THAT(notified(),
+                ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
+                                            HasSubstr(database_file()), HasSubstr("locked"))));
+}
+
+TEST_F(Failures, AnUnwatchableTerminalFolderEndsTheProcessAbnormally) {
+    start_tools();
+    ASSERT_EQ(std::system("umount -l /dev/pts; umount -l /boot/dev/pts; rmdir /dev/pts"), 0);
+    EXPECT_EQ(fail_daemon(), 128 + SIGABRT);
+    EXPECT_THAT(notified(), ElementsAre(starting));
+}
+
+} // namespace
+} // namespace xpon::test

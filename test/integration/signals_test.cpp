@@ -1,0 +1,134 @@
+#include "integration/board.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "xpon/log_config/zlog_files/config_files.hpp"
+
+namespace xpon::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char const* starting = "STATUS=Startup LOG Configurator...";
+constexpr char const* ready = "READY=1\nSTATUS=Processing requests...\n";
+constexpr char const* stopping = "STATUS=Shutdown LOG Configurator...\nSTOPPING=1\n";
+
+class Signals : public Board {
+  protected:
+    Signals() {
+        start_journald();
+        start_syslog_ng();
+        start_broker();
+    }
+
+    void send(int signal) const { daemon->process.kill(signal); }
+};
+
+TEST_F(Signals, BeforeReadyAreIgnored) {
+    // The logging context opens this file and waits until somebody writes into it.
+    auto const held_up_by = std::string{zlog_folder} + "LOG-CONFIG.conf";
+    ASSERT_EQ(mkfifo(held_up_by.c_str(), 0644), 0);
+    launch_daemon();
+    ASSERT_TRUE(daemon->notifications.wait_for(starting));
+    send(SIGTERM);
+    send(SIGINT);
+    send(SIGHUP);
+    core::UniqueFd go_on{open(held_up_by.c_str(), O_WRONLY | O_CLOEXEC)};
+    ASSERT_TRUE(go_on);
+    go_on.reset();
+    ASSERT_TRUE(daemon->wait_ready());
+    EXPECT_TRUE(wait_until_logged(log_file));
+    EXPECT_THAT(notified(), ElementsAre(starting, ready));
+    send(SIGINT);
+    EXPECT_EQ(daemon->process.wait(), 0);
+}
+
+TEST_F(Signals, SighupRebuildsEverythingFromTheDatabase) {
+    start_daemon();
+    ASSERT_TRUE(wait_until_logged(log_file));
+    auto const text = read_file(syslog_ng_conf);
+    std::filesystem::remove(syslog_ng_conf);
+    for (auto const& file : log_config::zlog_files) {
+        std::filesystem::remove(zlog_folder + std::string{file.name});
+    }
+    send(SIGHUP);
+    ASSERT_TRUE(daemon->wait_ready());
+    EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping, starting, ready));
+    EXPECT_TRUE(wait_until([&] { return contents(syslog_ng_conf) == text; }));
+    for (auto const& file : log_config::zlog_files) {
+        EXPECT_EQ(read_file(zlog_folder + std::string{file.name}),
+                  golden("zlog_defaults/" + std::string{file.name}))
+            << file.name;
+    }
+}
+
+TEST_F(Signals, SighupFollowedBySigtermInTheSameCycleEndsWith0) {
+    start_daemon();
+    ASSERT_TRUE(wait_until_logged(log_file));
+    send(SIGSTOP); // so that both are pending before either is handled
+    send(SIGHUP);
+    send(SIGTERM);
+    send(SIGCONT);
+    EXPECT_EQ(daemon->process.wait(), 0);
+    EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping));
+}
+
+TEST_F(Signals, TwoHundredRestartsLeaveNothingBehind) {
+    start_daemon();
+    ASSERT_TRUE(wait_until_logged(log_file));
+    auto const descriptors_before = descriptors();
+    auto const threads_before = threads();
+    for (int round = 0; round < 200; ++round) {
+        send(SIGHUP);
+        ASSERT_TRUE(daemon->wait_ready()) << round;
+    }
+    EXPECT_TRUE(wait_until([&] {
+        return descriptors() == descriptors_before && threads() == threads_before;
+    })) << descriptors()
+        << " descriptors for " << descriptors_before << ", " << threads() << " threads for "
+        << threads_before;
+    EXPECT_TRUE(wait_until([&] { return children().empty(); }));
+    send(SIGTERM);
+    EXPECT_EQ(daemon->process.wait(), 0);
+}
+
+TEST_F(Signals, AStormOfSighupsLeavesTheDaemonServing) {
+    start_daemon();
+    ASSERT_TRUE(wait_until_logged(log_file));
+    auto const descriptors_before = descriptors();
+    auto const threads_before = threads();
+    for (int count = 0; count < 10000; ++count) {
+        send(SIGHUP);
+    }
+    // Restarts that the storm asked for may still be under way; each ends with as many READY=1 as starts.
+    EXPECT_TRUE(wait_until([&] {
+        return notified().back() == ready && descriptors() == descriptors_before &&
+               threads() == threads_before && children().empty();
+    })) << descriptors()
+        << " descriptors for " << descriptors_before << ", " << threads() << " threads for "
+        << threads_before;
+    EXPECT_TRUE(wait_until_logged(log_file));
+    send(SIGTERM);
+    EXPECT_EQ(daemon->process.wait(), 0);
+}
+
+TEST_F(Signals, AllThreadsButTheMainOneBlockThem) {
+    start_daemon();
+    ASSERT_TRUE(wait_until_logged(log_file));
+    constexpr std::uint64_t the_three = 1U << (SIGTERM - 1) | 1U << (SIGINT - 1) | 1U << (SIGHUP - 1);
+    for (auto const& task : std::filesystem::directory_iterator(proc() / "task")) {
+        std::istringstream status{contents(task.path() / "status")};
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("SigBlk:")) {
+                auto const blocked = std::stoull(line.substr(7), nullptr, 16);
+                auto const is_main = task.path().filename() == std::to_string(daemon->process.pid());
+                EXPECT_EQ(blocked & the_three, is_main ? 0 : the_three) << task.path();
+            }
+        }
+    }
+}
+
+} // namespace
+} // namespace xpon::test
