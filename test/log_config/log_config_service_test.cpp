@@ -9,6 +9,7 @@
 
 #include "core/failure.hpp"
 #include "kit/accessor_spy.hpp"
+#include "kit/event_queue.hpp"
 #include "kit/fake_logger.hpp"
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
@@ -536,6 +537,23 @@ TEST_F(LogConfigServiceTest, ExceptionsInATerminalEventBecomeException) {
     EXPECT_THAT(make_service()->update_pts({3, RemoteLoggerAction::Add}), IsError(Error::Exception, ""));
     EXPECT_THAT(logger->texts(),
                 ElementsAre("An std::exception was thrown: broken ", "Error: Exception", "Error: Exception"));
+}
+
+TEST_F(LogConfigServiceTest, ATerminalThatOpensDuringAChangeDoesNotBringOldSettingsBack) {
+    auto const service = make_service();
+    std::thread other;
+    test::EventQueue<Result<void>> changed;
+    // The terminal's settings have been read, but are not applied yet, when others are committed.
+    outputs->answers["terminal"] = [&] {
+        store({{"syslog.file.level", "debug"}});
+        other = std::thread{[&] { changed.push(change(*service, {52})); }};
+        std::ignore = changed.pop(std::chrono::milliseconds{200}); // time to overtake, if it could
+        return core::success();
+    };
+    EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
+    other.join();
+    ASSERT_EQ(outputs->settings.size(), 2);
+    EXPECT_EQ(outputs->settings.back().file.level, 5);
 }
 
 // --- configuration changes

@@ -129,6 +129,7 @@ Result<void> LogConfigService::update_kernel_configurator() {
 }
 
 Result<void> LogConfigService::update_syslog_configurator() {
+    std::lock_guard const lock{syslog_update};
     OUTCOME_TRY(settings, pass_on(*logger, guarded(*logger, [this] { return get_full_syslog_config(); })));
     if (mode == ServiceMode::Standby) {
         // The standby controller sends nothing to the remote receivers, whatever the database holds.
@@ -153,6 +154,7 @@ Result<SyslogSettings> LogConfigService::get_full_syslog_config() {
 }
 
 Result<void> LogConfigService::update_pts(RemoteLoggerEvent const& event) {
+    std::lock_guard const lock{syslog_update};
     OUTCOME_TRY(settings, pass_on(*logger, guarded(*logger, [this] { return get_full_syslog_config(); })));
     OUTCOME_TRY(pass_on(*logger,
                         guarded(*logger, [&] { return syslog_configurator->update_remote_logging(event); })));

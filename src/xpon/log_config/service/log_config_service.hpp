@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <vector>
 
 #include "core/i_logger.hpp"
@@ -17,8 +18,8 @@
 namespace xpon::log_config {
 
 /// Turns the launcher's events into updates of the outputs. `run` executes on the launcher's thread, the
-/// events on its event thread, `update_pts` on the polling thread of the remote shell logger; the syslog
-/// configurator serialises what meets there, and nothing else is shared.
+/// events on its event thread, `update_pts` on the polling thread of the remote shell logger; they meet at
+/// the syslog configurator, and nothing else is shared.
 class LogConfigService : public service::ServiceBase {
   public:
     /// Reads and writes nothing yet.
@@ -54,6 +55,9 @@ class LogConfigService : public service::ServiceBase {
     std::shared_ptr<cfgdb::CfgDbWrapper> cfgdb;
     std::unique_ptr<IKernelConfigurator> kernel_configurator;
     std::unique_ptr<ISyslogConfigurator> syslog_configurator;
+    // Held from the reading of the syslog settings until they are applied: else a terminal that opens during
+    // a change could put settings read before it in the place of the new ones.
+    std::mutex syslog_update;
     std::unique_ptr<IRemoteShellLogger> rsh_logger;
     std::vector<std::unique_ptr<ILogConfigFile>> log_files;
     service::ServiceMode mode;
