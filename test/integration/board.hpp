@@ -130,6 +130,15 @@ class Board : public testing::Test {
         ASSERT_TRUE(daemon->wait_ready());
     }
 
+    /// Every program, the daemon configured and syslog-ng running what it wrote.
+    void start_everything() {
+        start_journald();
+        start_syslog_ng();
+        start_broker();
+        start_daemon();
+        ASSERT_TRUE(wait_until_logged(log_file));
+    }
+
     /// What the daemon has told the service manager, message by message.
     std::vector<std::string> notified() const { return daemon->notifications.datagrams(); }
 

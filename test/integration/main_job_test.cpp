@@ -19,16 +19,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-class MainJob : public Board {
-  protected:
-    void start_everything() {
-        start_journald();
-        start_syslog_ng();
-        start_broker();
-        start_daemon();
-        ASSERT_TRUE(wait_until_logged(log_file));
-    }
-};
+class MainJob : public Board {};
 
 TEST_F(MainJob, DefaultsReachEveryOutput) {
     start_everything();

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include "integration/terminal.hpp"
+#include "kit/sanitized.hpp"
 
 namespace xpon::test {
 namespace {
@@ -17,21 +18,10 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-// A sanitizer keeps what was freed for a while: then memory says nothing.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
-
 class Terminals : public Board {
   protected:
     void start_everything() {
-        start_journald();
-        start_syslog_ng();
-        start_broker();
-        start_daemon();
-        ASSERT_TRUE(wait_until_logged(log_file));
+        Board::start_everything();
         wait_until_serving();
     }
 

@@ -1,0 +1,299 @@
+#include "integration/board.hpp"
+
+#include <algorithm>
+#include <array>
+#include <span>
+
+#include <sys/mount.h>
+#include <zmq.hpp>
+
+#include "kit/ipc_ready.hpp"
+#include "log_config/wanted.hpp"
+#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/ipc/file_events.hpp"
+#include "xpon/ipc/zmq_ipc.hpp"
+
+namespace xpon::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+constexpr auto session_manager_file = "SESSIONMGR.conf";
+
+std::filesystem::path zlog_path(std::string_view name) {
+    return "/etc/zlog_modules_config/" + std::string{name};
+}
+
+/// A subscriber that knows nothing of this project's library: what it gets is what travels.
+class RawSubscriber {
+  public:
+    RawSubscriber() {
+        socket.set(zmq::sockopt::subscribe, "");
+        socket.connect("ipc:///run/xpon/ipc/subscribe");
+    }
+
+    /// The next frame to everybody that is no probe; empty if none comes.
+    std::vector<std::uint8_t> next() {
+        static constexpr std::array<std::uint8_t, 4> to_everybody{0xFE, 0xFF, 0, 0};
+        socket.set(zmq::sockopt::rcvtimeo, static_cast<int>(default_deadline / std::chrono::milliseconds{1}));
+        zmq::message_t message;
+        while (socket.recv(message)) {
+            auto const* const bytes = static_cast<std::uint8_t const*>(message.data());
+            std::vector<std::uint8_t> const frame{bytes, bytes + message.size()};
+            if (frame.size() > probe_size && std::ranges::equal(to_everybody, std::span{frame}.first(4))) {
+                return frame;
+            }
+        }
+        return {};
+    }
+
+    /// Until it hears what others say: a subscription takes a while to arrive.
+    bool wait_connected() {
+        auto const bus = ipc::make_zmq_ipc(ipc::any_address, "PROBE");
+        socket.set(zmq::sockopt::rcvtimeo, 20);
+        return wait_until([&] {
+            zmq::message_t message;
+            return bus->send({ipc::everybody, 1, 0}, {}).has_value() && socket.recv(message).has_value();
+        });
+    }
+
+  private:
+    static constexpr std::size_t probe_size = sizeof(ipc::Header);
+
+    zmq::context_t context{1};
+    zmq::socket_t socket{context, zmq::socket_type::sub};
+};
+
+class Changes : public Board {
+  protected:
+    /// One change in each of the 17 modules' records that can be set at run time, and one of the session
+    /// manager's.
+    static std::vector<std::pair<std::string, std::string>>
+    a_change_of_every_module(std::string const& level) {
+        std::vector<std::pair<std::string, std::string>> settings;
+        for (auto const& module : cfgdb::modules()) {
+            if (!module.built_in()) {
+                settings.emplace_back(fmt::format("module.{}.{}", module.name, module.subjects.front()),
+                                      level);
+            }
+        }
+        return settings;
+    }
+
+    void expect_in_step() {
+        Wanted const wanted{database};
+        EXPECT_TRUE(wait_until([&] { return contents(printk) == wanted.kernel(); }));
+        auto const syslog_ng_text = wanted.syslog_ng();
+        EXPECT_TRUE(wait_until([&] { return contents(syslog_ng_conf) == syslog_ng_text; }));
+        for (auto const& entry : log_config::zlog_files) {
+            if (entry.name != session_manager_file) {
+                auto const text = wanted.zlog_file(entry);
+                EXPECT_TRUE(wait_until([&] { return contents(zlog_path(entry.name)) == text; }))
+                    << entry.name;
+            }
+        }
+    }
+
+    static constexpr char const* reload_program = "/usr/sbin/syslog-ng-ctl";
+    static constexpr char const* reload_program_aside = "/usr/sbin/syslog-ng-ctl.aside";
+
+    static void let_reloads_fail() {
+        std::filesystem::rename(reload_program, reload_program_aside);
+        write_file(reload_program, "#!/bin/sh\nexit 1\n");
+        std::filesystem::permissions(reload_program, std::filesystem::perms{0755});
+    }
+
+    static void let_reloads_succeed() { std::filesystem::rename(reload_program_aside, reload_program); }
+};
+
+TEST_F(Changes, AModuleIsToldThatItsFileChangedByTheseBytes) {
+    start_everything();
+    RawSubscriber subscriber;
+    ASSERT_TRUE(subscriber.wait_connected());
+    set({{"module.snmp.TRAP", "debug"}});
+    EXPECT_THAT(subscriber.next(), ElementsAre(0xFE, 0xFF, 0, 0, 0xD4, 0x30, 0xD5, 0x30, 9, 0, 0, 0));
+    EXPECT_THAT(read_file(zlog_path("SNMP.conf")), HasSubstr("SNMP_TRAP.=DEBUG "));
+}
+
+TEST_F(Changes, TheReaderOfASharedFileIsToldUnderItsOwnNumber) {
+    start_everything();
+    RawSubscriber subscriber;
+    ASSERT_TRUE(subscriber.wait_connected());
+    set({{"module.igmp.SELF", "debug"}}); // module 3; its levels stand in the file that module 1 reads
+    EXPECT_THAT(subscriber.next(), ElementsAre(0xFE, 0xFF, 0, 0, 0xD4, 0x30, 0xD5, 0x30, 1, 0, 0, 0));
+    EXPECT_THAT(read_file(zlog_path("DNA.conf")), HasSubstr("IGMP.=DEBUG "));
+}
+
+TEST_F(Changes, ASessionManagersChangeCostsNoOtherModuleItsOwn) {
+    start_everything();
+    auto const before = read_file(zlog_path(session_manager_file));
+    auto const settings = a_change_of_every_module("debug");
+    ASSERT_EQ(settings.size(), 18);
+    set(settings);
+    expect_in_step();
+    EXPECT_EQ(read_file(zlog_path(session_manager_file)), before) << "it is rewritten at the next start";
+    daemon->process.kill(SIGHUP);
+    ASSERT_TRUE(daemon->wait_ready());
+    Wanted const wanted{database};
+    EXPECT_EQ(read_file(zlog_path(session_manager_file)), wanted.zlog_file(log_config::zlog_files.at(15)));
+    EXPECT_NE(read_file(zlog_path(session_manager_file)), before);
+}
+
+TEST_F(Changes, ArriveOnceAFullDiskHasRoomAgain) {
+    ASSERT_EQ(mount("small", zlog_path("").c_str(), "tmpfs", 0, "size=4m"), 0);
+    start_everything();
+    auto const filler = zlog_path("filler");
+    {
+        std::ofstream fill{filler, std::ios::binary};
+        while (fill.write(std::string(4096, 'x').data(), 4096).flush()) {
+        }
+    }
+    auto const before = read_file(zlog_path("DNA.conf"));
+    auto settings = a_change_of_every_module("debug");
+    settings.emplace_back("syslog.file.level", "debug");
+    set(settings);
+    ASSERT_TRUE(wait_for_text(log_file, "No space left on device"));
+    EXPECT_EQ(read_file(zlog_path("DNA.conf")), before) << "whole as it was";
+    std::filesystem::remove(filler);
+    expect_in_step();
+    EXPECT_EQ(count_entries(zlog_path("")), log_config::zlog_files.size()) << "no temporary";
+}
+
+TEST_F(Changes, ArriveOnceTheReloadSucceedsAgain) {
+    start_everything();
+    let_reloads_fail();
+    auto settings = a_change_of_every_module("debug");
+    settings.emplace_back("syslog.file.level", "debug");
+    settings.emplace_back("syslog.kernel.level", "debug");
+    set(settings);
+    ASSERT_TRUE(wait_for_text(log_file, "Failed reload syslog"));
+    let_reloads_succeed();
+    expect_in_step();
+    EXPECT_TRUE(wait_until([&] {
+        auto const token = unique_token();
+        log(LOG_DEBUG, token);
+        return wait_until([&] { return contents(log_file).find(token) != std::string::npos; },
+                          std::chrono::seconds{1});
+    })) << "syslog-ng runs the new text";
+}
+
+TEST_F(Changes, LeaveTheFilesOfOtherModulesAlone) {
+    start_everything();
+    std::map<std::string, std::filesystem::file_time_type> before;
+    for (auto const& entry : log_config::zlog_files) {
+        before[std::string{entry.name}] = last_write_time(zlog_path(entry.name));
+    }
+    set({{"syslog.kernel.level", "debug"}, {"module.snmp.TRAP", "debug"}});
+    expect_in_step();
+    for (auto const& [name, time] : before) {
+        EXPECT_EQ(last_write_time(zlog_path(name)) == time, name != "SNMP.conf") << name;
+    }
+}
+
+TEST_F(Changes, TakeEffectInARunningModuleAndAtTheReceiver) {
+    UdpReceiver receiver;
+    set({{"syslog.remote.1.address", "127.0.0.1"},
+         {"syslog.remote.1.port", std::to_string(receiver.port())},
+         {"syslog.remote.level", "debug"},
+         {"syslog.file.level", "debug"}});
+    start_everything();
+    auto const module = start({XPON_MODULE_APP, "--interval", "50"});
+    ASSERT_TRUE(module->wait_ready());
+    ASSERT_TRUE(wait_for_text(log_file, ", notice."));
+    ASSERT_TRUE(receiver.wait_for(", notice."));
+    EXPECT_THAT(contents(log_file), Not(HasSubstr(", debug.")));
+
+    set({{"module.snmp.TRAP", "debug"}});
+    EXPECT_TRUE(wait_for_text(log_file, ", debug."));
+    EXPECT_TRUE(receiver.wait_for(", debug."));
+
+    set({{"syslog.remote.level", "error"}});
+    // In force once an error passes that was sent after a warning that does not.
+    EXPECT_TRUE(wait_until([&] {
+        auto const warning = unique_token();
+        auto const error = unique_token();
+        log(LOG_WARNING, warning);
+        log(LOG_ERR, error);
+        return receiver.wait_for(error) && receiver.received().find(warning) == std::string::npos;
+    }));
+    auto const length = receiver.received().size();
+    auto const last = unique_token();
+    log(LOG_ERR, last);
+    EXPECT_TRUE(receiver.wait_for(last));
+    EXPECT_THAT(receiver.received().substr(length), Not(HasSubstr(", debug.")));
+    EXPECT_TRUE(wait_for_text(log_file, last));
+    EXPECT_EQ(module->process.terminate(), 0);
+    EXPECT_THAT(notified(), testing::SizeIs(2)) << "the daemon was not restarted";
+}
+
+/// A module's answers on the bus.
+class Answers : public Changes {
+  protected:
+    void start_module_alone() {
+        std::filesystem::create_directories("/run/xpon");
+        start_journald();
+        start_broker();
+        bus = ipc::make_zmq_ipc(ipc::any_address, "TEST");
+        ASSERT_TRUE(wait_connected(*bus));
+        module = start({XPON_MODULE_APP, "--interval", "0"});
+        ASSERT_TRUE(module->wait_ready());
+    }
+
+    std::optional<ipc::FileAnswer> next_answer() {
+        while (auto const message = next_message(*bus)) {
+            if (message->header.event == ipc::file_changed_reply) {
+                return ipc::record_in<ipc::FileAnswer>(message->payload);
+            }
+        }
+        return std::nullopt;
+    }
+
+    void tell_module(std::uint32_t number) {
+        EXPECT_THAT(bus->send(ipc::file_changed_header, ipc::payload_of(ipc::FileChange{number})), IsOk());
+    }
+
+    std::shared_ptr<ipc::IIpc> bus;
+    std::unique_ptr<Program> module;
+};
+
+TEST_F(Answers, AModuleAnswersWhenItReachesTheBusAndAfterEachNotification) {
+    write_file(zlog_path("SNMP.conf"), golden("zlog_defaults/SNMP.conf"));
+    start_module_alone();
+    EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
+    tell_module(8); // another's
+    tell_module(9);
+    EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
+    write_file(zlog_path("SNMP.conf"), "[rules]\nno rule\n");
+    tell_module(9);
+    EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, EINVAL}));
+    std::filesystem::remove(zlog_path("SNMP.conf"));
+    tell_module(9);
+    EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, ENOENT}));
+}
+
+TEST_F(Answers, AModuleThatMissedANotificationReadsItsFileWhenTheBrokerIsBack) {
+    start_module_alone();
+    EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, ENOENT}));
+    broker->process.kill(SIGKILL);
+    broker->process.wait();
+    write_file(zlog_path("SNMP.conf"), golden("zlog_defaults/SNMP.conf"));
+    start_broker();
+    EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
+}
+
+TEST_F(Answers, TheExampleRefusesWhatItDoesNotKnow) {
+    auto const run = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), XPON_MODULE_APP);
+        return ChildProcess{{.argv = arguments, .environment = {}, .output = scratch / "out"}}.wait();
+    };
+    EXPECT_EQ(run({"--module", "snmp"}), 2);
+    EXPECT_THAT(read_file(scratch / "out"), HasSubstr("--module"));
+    EXPECT_EQ(run({"--interval", "-1"}), 2);
+    EXPECT_EQ(run({"--category", ""}), 1);
+    EXPECT_THAT(read_file(scratch / "out"), HasSubstr("module-app: a logger needs a category\n"));
+}
+
+} // namespace
+} // namespace xpon::test

@@ -1,0 +1,130 @@
+// The launcher, the service and every output it writes, put together as in the daemon; only the message bus
+// and the commands are fakes, so that a notification can fail.
+#include <atomic>
+#include <future>
+#include <set>
+
+#include <gmock/gmock.h>
+
+#include "core/failure.hpp"
+#include "kit/fake_ipc.hpp"
+#include "kit/fake_logger.hpp"
+#include "kit/fake_system_wrapper.hpp"
+#include "kit/golden.hpp"
+#include "kit/matchers.hpp"
+#include "kit/scratch_folder.hpp"
+#include "kit/wait_until.hpp"
+#include "log_config/wanted.hpp"
+#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/transaction.hpp"
+#include "xpon/config_writer/config_writer.hpp"
+#include "xpon/ipc/file_events.hpp"
+#include "xpon/log_config/kernel/kernel_configurator.hpp"
+#include "xpon/log_config/rsh/remote_shell_logger.hpp"
+#include "xpon/log_config/service/log_config_service.hpp"
+#include "xpon/log_config/syslog_ng/syslog_configurator.hpp"
+#include "xpon/log_config/zlog_files/config_files.hpp"
+#include "xpon/log_config/zlog_files/generate_zlog_config_files.hpp"
+#include "xpon/service/service_launcher.hpp"
+
+namespace xpon::log_config {
+namespace {
+
+using test::IsOk;
+using test::wait_until;
+
+class DeliveryTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::filesystem::create_directory(scratch / "zlog");
+        std::filesystem::create_directory(scratch / "pts");
+        auto files = generate_zlog_config_files(cfgdb, ipc, logger, zlog);
+        ASSERT_THAT(files, IsOk());
+        launcher = std::make_unique<service::ServiceLauncher>(
+            std::make_unique<LogConfigService>(
+                logger, cfgdb, std::make_unique<KernelConfigurator>(system),
+                std::make_unique<SyslogConfigurator>(
+                    system, std::make_unique<config_writer::ConfigWriter>(scratch / "syslog-ng.conf")),
+                std::make_unique<RemoteShellLogger>(scratch / "pts", system, logger, UpdateConfigCb{}),
+                std::move(files).value(), service::ServiceMode{1}),
+            logger, ipc, true);
+        running = std::async(std::launch::async, [this] { return launcher->run(); });
+    }
+
+    void TearDown() override {
+        EXPECT_THAT(launcher->stop(), IsOk());
+        EXPECT_THAT(running.get(), IsOk());
+    }
+
+    static ConfigFileEntry const& session_manager() { return zlog_files.at(15); }
+
+    /// One level of each module's record.
+    void change_every_module() {
+        cfgdb::Transaction transaction;
+        for (auto const& module : cfgdb::modules()) {
+            if (!module.built_in()) {
+                ASSERT_THAT(transaction.set(fmt::format("module.{}.{}", module.name, module.subjects.front()),
+                                            "debug"),
+                            IsOk());
+            }
+        }
+        ASSERT_THAT(transaction.commit(folder), IsOk());
+    }
+
+    /// The readers that were told, apart from the first `skipped` messages.
+    std::multiset<std::uint32_t> told(std::size_t skipped) const {
+        std::multiset<std::uint32_t> modules;
+        auto const messages = ipc->sent();
+        for (auto index = skipped; index < messages.size(); ++index) {
+            modules.insert(ipc::record_in<ipc::FileChange>(messages.at(index).payload).value().module);
+        }
+        return modules;
+    }
+
+    test::ScratchFolder const scratch;
+    std::filesystem::path const folder = scratch / "db";
+    std::string const zlog = (scratch / "zlog").string() + "/";
+    std::shared_ptr<test::FakeIpc> ipc = std::make_shared<test::FakeIpc>();
+    std::shared_ptr<test::FakeLogger> logger = std::make_shared<test::FakeLogger>();
+    std::shared_ptr<test::FakeSystemWrapper> system = std::make_shared<test::FakeSystemWrapper>();
+    std::shared_ptr<cfgdb::CfgDbWrapper> cfgdb = std::make_shared<cfgdb::CfgDbWrapper>("TEST", folder);
+    std::unique_ptr<service::ServiceLauncher> launcher;
+    std::future<Result<void>> running;
+};
+
+TEST_F(DeliveryTest, ANotificationThatFailsAmidAListIsMadeUpForWithoutANewChange) {
+    std::atomic<bool> full = true;
+    std::atomic<int> attempts = 0;
+    ipc->answer = [&]() -> Result<void> {
+        if (++attempts > 1 && full) {
+            return core::fail(core::Error::Overflow, "the queue is full");
+        }
+        return core::success();
+    };
+    change_every_module();
+    // Once with the list, up to the file whose notification fails, and once alone each: 17 fields that can
+    // succeed.
+    ASSERT_TRUE(wait_until([&] { return attempts >= 2 + 17; }));
+    auto const before = ipc->sent().size();
+    full = false;
+
+    std::set<std::uint32_t> readers; // of the files that hold one of the 17 modules
+    test::Wanted const wanted{folder};
+    for (auto const& entry : zlog_files) {
+        auto const text = wanted.zlog_file(entry);
+        if (entry.module != session_manager().module &&
+            text != test::golden("zlog_defaults/" + std::string{entry.name})) {
+            readers.insert(static_cast<std::uint32_t>(entry.module));
+            EXPECT_TRUE(wait_until([&] { return test::read_file(zlog + std::string{entry.name}) == text; }))
+                << entry.name;
+        }
+    }
+    EXPECT_GE(readers.size(), 7U);
+    EXPECT_TRUE(wait_until([&] {
+        auto const modules = told(before);
+        return std::ranges::all_of(readers, [&](auto reader) { return modules.contains(reader); });
+    }));
+}
+
+} // namespace
+} // namespace xpon::log_config
