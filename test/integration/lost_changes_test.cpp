@@ -1,0 +1,447 @@
+// That no change is lost, whenever it comes and whatever dies meanwhile: rounds of random changes during
+// random disturbances, after each of which every output has to be what the database says. XPON_ROUNDS sets
+// the number of rounds of each test (and of changes, hundreds of them, where there are no rounds), XPON_SEED
+// the random numbers, XPON_IDLE_SECONDS how long an idle daemon is watched.
+#include "integration/board.hpp"
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+#include <sqlite3.h>
+#include <sys/inotify.h>
+
+#include "kit/ipc_ready.hpp"
+#include "kit/sanitized.hpp"
+#include "log_config/wanted.hpp"
+#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/ipc/zmq_ipc.hpp"
+#include "xpon/service/bus_events.hpp"
+
+namespace xpon::test {
+namespace {
+
+using testing::AnyOf;
+
+int number_from_environment(char const* name, int otherwise) {
+    char const* const text = std::getenv(name);
+    return text == nullptr ? otherwise : std::atoi(text);
+}
+
+/// Under a sanitizer everything takes several times as long.
+int rounds(int normally) {
+    return number_from_environment("XPON_ROUNDS", sanitized ? normally / 4 : normally);
+}
+
+using Random = std::mt19937;
+
+std::size_t below(Random& random, std::size_t end) {
+    return std::uniform_int_distribution<std::size_t>{0, end - 1}(random);
+}
+
+/// Lets an instant pass, so that what follows comes at a random one.
+void pass_time(Random& random, std::chrono::microseconds at_most) {
+    std::this_thread::sleep_for(
+        std::chrono::microseconds{below(random, static_cast<std::size_t>(at_most.count()))});
+}
+
+/// Every setting that is a level, by what announces its change: so that each kind of output is met equally
+/// often.
+std::vector<std::vector<cfgdb::Setting const*>> levels_by_field() {
+    std::map<std::uint32_t, std::vector<cfgdb::Setting const*>> fields;
+    for (auto const& setting : cfgdb::settings()) {
+        bool const of_session_manager = setting.path.starts_with("module.sessionmgr.");
+        if (!setting.built_in() && setting.kind == cfgdb::Kind::Level && !of_session_manager) {
+            fields[setting.field_id].push_back(&setting);
+        }
+    }
+    std::vector<std::vector<cfgdb::Setting const*>> all;
+    for (auto& [_, settings] : fields) {
+        all.push_back(std::move(settings));
+    }
+    return all;
+}
+
+class NoChangeIsLost : public Board {
+  protected:
+    NoChangeIsLost() {
+        auto const chosen = number_from_environment("XPON_SEED", 0);
+        auto const seed = chosen != 0 ? static_cast<unsigned>(chosen) : std::random_device{}();
+        random.seed(seed);
+        RecordProperty("seed", std::to_string(seed));
+        fmt::print("XPON_SEED={}\n", seed);
+    }
+
+    void start_everything() {
+        Board::start_everything();
+        bus = ipc::make_zmq_ipc(ipc::any_address, "TEST");
+        ASSERT_TRUE(wait_connected(*bus));
+        wanted = std::make_unique<Wanted>(database);
+        session_manager_text = contents(zlog_path(session_manager));
+    }
+
+    static std::filesystem::path zlog_path(log_config::ConfigFileEntry const& entry) {
+        return zlog_folder + std::string{entry.name};
+    }
+
+    /// A commit of one to three levels.
+    static void change_something(Random& random) {
+        static auto const fields = levels_by_field();
+        std::vector<std::pair<std::string, std::string>> settings;
+        for (auto count = below(random, 3) + 1; count > 0; --count) {
+            auto const& of_one_field = fields.at(below(random, fields.size()));
+            settings.emplace_back(of_one_field.at(below(random, of_one_field.size()))->path,
+                                  std::to_string(below(random, 6)));
+        }
+        set(settings);
+    }
+
+    /// Threads that commit changes at random instants until they are done.
+    class Writers {
+      public:
+        Writers(NoChangeIsLost& test, std::size_t count, int changes_each) {
+            for (std::size_t index = 0; index < count; ++index) {
+                threads.emplace_back([random = Random{test.random()}, changes_each]() mutable {
+                    for (int change = 0; change < changes_each; ++change) {
+                        pass_time(random, std::chrono::milliseconds{8});
+                        change_something(random);
+                    }
+                });
+            }
+        }
+        ~Writers() {
+            for (auto& thread : threads) {
+                thread.join();
+            }
+        }
+        Writers(Writers const&) = delete;
+        Writers& operator=(Writers const&) = delete;
+
+      private:
+        std::vector<std::thread> threads;
+    };
+
+    void restart_daemon() {
+        EXPECT_EQ(daemon->process.terminate(), 0);
+        start_daemon();
+    }
+
+    void restart_broker() {
+        broker->process.kill(SIGKILL);
+        broker->process.wait();
+        start_broker();
+    }
+
+    void change_master() {
+        EXPECT_THAT(bus->send({ipc::everybody, service::master_change_event, 0}, {}), IsOk());
+    }
+
+    void hang_up() {
+        daemon->process.kill(SIGHUP);
+        EXPECT_TRUE(daemon->wait_ready());
+    }
+
+    static void checkpoint() {
+        sqlite3* connection = nullptr;
+        sqlite3_open((std::string{database} + "/running.db").c_str(), &connection);
+        sqlite3_busy_timeout(connection, 5000);
+        EXPECT_EQ(sqlite3_exec(connection, "PRAGMA wal_checkpoint(TRUNCATE)", nullptr, nullptr, nullptr),
+                  SQLITE_OK)
+            << sqlite3_errmsg(connection);
+        sqlite3_close(connection);
+    }
+
+    /// The session manager's file follows at a start only.
+    void expect_in_step() {
+        EXPECT_TRUE(wait_until([text = wanted->kernel()] { return contents(printk) == text; })) << "kernel";
+        EXPECT_TRUE(wait_until([text = wanted->syslog_ng()] { return contents(syslog_ng_conf) == text; }))
+            << "syslog-ng";
+        for (auto const& entry : log_config::zlog_files) {
+            if (entry.module != session_manager.module) {
+                auto const text = wanted->zlog_file(entry);
+                EXPECT_TRUE(wait_until([&] { return contents(zlog_path(entry)) == text; })) << entry.name;
+            }
+        }
+    }
+
+    /// Waits until changes are delivered: at READY=1 the zlog files are written, but syslog-ng is not
+    /// configured yet, and a syslog-ng that is not there then ends the daemon.
+    void wait_until_serving() {
+        auto const& entry = log_config::zlog_files.at(17);
+        static_assert(log_config::zlog_files.at(17).name == "SNMP.conf");
+        bool const debug = wanted->zlog_file(entry).find("SNMP_TRAP.=DEBUG ") != std::string::npos;
+        set({{"module.snmp.TRAP", debug ? "info" : "debug"}});
+        EXPECT_TRUE(wait_until([&] { return contents(zlog_path(entry)) == wanted->zlog_file(entry); }));
+    }
+
+    /// Runs `disturb` while writers change settings, and waits until everything is in step again.
+    void round(std::size_t writers, bool starts, std::function<void()> const& disturb) {
+        auto const before = wanted->zlog_file(session_manager);
+        {
+            Writers const writing{*this, writers, 3};
+            if (below(random, 4) == 0) {
+                set({{"module.sessionmgr.SELF", std::to_string(below(random, 6))}});
+            }
+            pass_time(random, std::chrono::milliseconds{10});
+            disturb();
+        }
+        expect_in_step();
+        auto const text = contents(zlog_path(session_manager));
+        if (starts) {
+            EXPECT_THAT(text, AnyOf(before, wanted->zlog_file(session_manager)));
+            session_manager_text = text;
+        } else {
+            EXPECT_EQ(text, session_manager_text) << "rewritten without a start";
+        }
+    }
+
+    void rounds_of_disturbances(int count, std::size_t writers) {
+        struct Disturbance {
+            char const* name;
+            bool starts; ///< the daemon reads everything anew
+            std::function<void()> act;
+        };
+        std::array<Disturbance, 6> const disturbances{{
+            {"start", true, [this] { restart_daemon(); }},
+            {"SIGHUP", true, [this] { hang_up(); }},
+            {"master change", false, [this] { change_master(); }},
+            {"changes alone", false, [] {}},
+            {"broker killed", false, [this] { restart_broker(); }},
+            {"checkpoint", false, [] { checkpoint(); }},
+        }};
+        for (int number = 0; number < count && !HasFailure(); ++number) {
+            auto const& [name, starts, act] = disturbances.at(below(random, disturbances.size()));
+            SCOPED_TRACE(fmt::format("round {}: {}", number, name));
+            round(writers, starts, act);
+        }
+    }
+
+    /// Switches of all threads of a process, asked for or not.
+    static long switches_of(pid_t process) {
+        long sum = 0;
+        for (auto const& task : std::filesystem::directory_iterator(fmt::format("/proc/{}/task", process))) {
+            std::ifstream status{task.path() / "status"};
+            for (std::string line; std::getline(status, line);) {
+                if (auto const at = line.find("_ctxt_switches:"); at != std::string::npos) {
+                    sum += std::atol(line.c_str() + line.find(':') + 1);
+                }
+            }
+        }
+        return sum;
+    }
+
+    long own_kilobytes() const {
+        std::ifstream status{proc() / "status"};
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("RssAnon:")) {
+                return std::atol(line.c_str() + line.find(':') + 1);
+            }
+        }
+        return 0;
+    }
+
+    static constexpr auto const& session_manager = log_config::zlog_files.at(15);
+    static_assert(session_manager.name == "SESSIONMGR.conf");
+
+    Random random;
+    std::shared_ptr<ipc::IIpc> bus;
+    std::unique_ptr<Wanted> wanted;
+    std::string session_manager_text; // of the last start
+};
+
+TEST_F(NoChangeIsLost, WithOneWriter) {
+    start_everything();
+    rounds_of_disturbances(rounds(60), 1);
+}
+
+TEST_F(NoChangeIsLost, WithFourWriters) {
+    start_everything();
+    rounds_of_disturbances(rounds(60), 4);
+}
+
+/// Counts how often files are replaced.
+class Rewrites {
+  public:
+    Rewrites() {
+        for (char const* folder : {"/etc/zlog_modules_config", "/etc/syslog-ng"}) {
+            EXPECT_GE(inotify_add_watch(inotify.get(), folder, IN_MOVED_TO), 0);
+        }
+    }
+
+    /// Until now, by the file's name.
+    std::map<std::string, int> const& count() {
+        alignas(inotify_event) std::array<char, 16384> buffer;
+        for (ssize_t size = 0; (size = read(inotify.get(), buffer.data(), buffer.size())) > 0;) {
+            for (ssize_t at = 0; at < size;) {
+                auto const* const event = reinterpret_cast<inotify_event const*>(buffer.data() + at);
+                EXPECT_EQ(event->mask & IN_Q_OVERFLOW, 0U);
+                ++counts[event->len > 0 ? event->name : ""];
+                at += static_cast<ssize_t>(sizeof *event + event->len);
+            }
+        }
+        return counts;
+    }
+
+  private:
+    core::UniqueFd inotify{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+    std::map<std::string, int> counts;
+};
+
+TEST_F(NoChangeIsLost, AsFastAsTheyCanBeCommitted) {
+    start_everything();
+    Rewrites rewrites;
+    int const changes = rounds(20) * 100;
+    long memory_early = 0;
+    for (int number = 0; number < changes; ++number) {
+        change_something(random);
+        rewrites.count();
+        if (number == changes / 4) {
+            memory_early = own_kilobytes(); // what is allocated once is there by now
+        }
+    }
+    expect_in_step();
+    int zlog = 0;
+    for (auto const& [name, count] : rewrites.count()) {
+        zlog += name == "syslog-ng.conf" ? 0 : count;
+    }
+    int const reloads =
+        rewrites.count().contains("syslog-ng.conf") ? rewrites.count().at("syslog-ng.conf") : 0;
+    auto const memory_late = own_kilobytes();
+    fmt::print("{} commits: {} rewrites of zlog files, {} reloads of syslog-ng; {} kB of its own after a "
+               "quarter, {} kB "
+               "at the end\n",
+               changes, zlog, reloads, memory_early, memory_late);
+    EXPECT_GT(zlog, 0);
+    EXPECT_GT(reloads, 0);
+    if (!sanitized) {
+        EXPECT_LT(memory_late, memory_early + 1024);
+    }
+}
+
+/// Reads all files all the time and finds those that are not whole.
+class TornFileReader {
+  public:
+    TornFileReader() {
+        for (auto const& entry : log_config::zlog_files) {
+            auto const path = "/etc/zlog_modules_config/" + std::string{entry.name};
+            categories[path] = count_of(read_file(path), ".=FATAL ");
+        }
+        thread = std::thread{[this] { read_all(); }};
+    }
+    ~TornFileReader() { stop(); }
+    TornFileReader(TornFileReader const&) = delete;
+    TornFileReader& operator=(TornFileReader const&) = delete;
+
+    void stop() {
+        stopped = true;
+        if (thread.joinable()) {
+            thread.join();
+        }
+    }
+
+    long files_read = 0;           // the thread's until `stop`
+    std::vector<std::string> torn; // the thread's until `stop`
+
+  private:
+    static std::size_t count_of(std::string const& text, std::string_view what) {
+        std::size_t count = 0;
+        for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
+            ++count;
+        }
+        return count;
+    }
+
+    void read_all() {
+        log_config::ZlogConfigGenerator generator;
+        while (!stopped) {
+            for (auto const& [path, count] : categories) {
+                auto const text = read_file(path);
+                ++files_read;
+                if (!text.starts_with(generator.get_header()) || !text.ends_with("\n") ||
+                    count_of(text, ".=FATAL ") != count) {
+                    torn.push_back(path);
+                }
+            }
+            auto const text = read_file("/etc/syslog-ng/syslog-ng.conf");
+            ++files_read;
+            if (!text.starts_with("####") || !text.ends_with("    destination(d_dhcpd);\n};\n") ||
+                count_of(text, "{") != count_of(text, "}")) {
+                torn.emplace_back("syslog-ng.conf");
+            }
+        }
+    }
+
+    std::map<std::string, std::size_t> categories; // in each zlog file: its number of fatal lines
+    std::atomic<bool> stopped = false;
+    std::thread thread;
+};
+
+TEST_F(NoChangeIsLost, WhenProcessesAreKilled) {
+    start_everything();
+    TornFileReader reader;
+    auto const kill_and_wait = [](Program& program) {
+        program.process.kill(SIGKILL);
+        program.process.wait();
+    };
+    // What each does comes at a random instant of a row of changes.
+    std::array<std::function<void()>, 4> const disturbances{{
+        [&] {
+            kill_and_wait(*daemon);
+            start_daemon();
+            wait_until_serving();
+        },
+        [&] {
+            auto const level = std::to_string(below(random, 6));
+            ChildProcess const writer{
+                {.argv = {XPON_LOGCTL, "set", "module.snmp.*=" + level, "module.fsm_pon.ont.*=" + level,
+                          "syslog.file.level=" + level},
+                 .environment = {},
+                 .output = scratch / "logctl"}};
+            pass_time(random, std::chrono::milliseconds{30});
+        }, // killed at the end of its life
+        [&] { restart_broker(); },
+        [&] {
+            kill_and_wait(*syslog_ng);
+            start_syslog_ng();
+        },
+    }};
+    for (int number = 0; number < rounds(40) && !HasFailure(); ++number) {
+        auto const which = below(random, disturbances.size());
+        SCOPED_TRACE(fmt::format("round {}: disturbance {}", number, which));
+        {
+            Writers const writing{*this, 1, 3};
+            pass_time(random, std::chrono::milliseconds{15});
+            disturbances.at(which)();
+        }
+        expect_in_step();
+    }
+    reader.stop();
+    fmt::print("{} files read\n", reader.files_read);
+    EXPECT_THAT(reader.torn, testing::IsEmpty());
+    hang_up(); // every file is written again, and with it the last temporaries go
+    EXPECT_TRUE(wait_until([] { return count_entries(zlog_folder) == log_config::zlog_files.size(); }));
+    EXPECT_TRUE(wait_until_logged(log_file));
+}
+
+TEST_F(NoChangeIsLost, AndNothingWakesUpMeanwhile) {
+    start_everything();
+    set({{"module.snmp.TRAP", "debug"}, {"syslog.file.level", "debug"}, {"syslog.kernel.level", "debug"}});
+    expect_in_step();
+    auto const switches = [&] {
+        return switches_of(daemon->process.pid()) + switches_of(broker->process.pid());
+    };
+    auto const some_within = [&](std::chrono::milliseconds time) {
+        auto const before = switches();
+        return wait_until([&] { return switches() != before; }, time);
+    };
+    ASSERT_TRUE(wait_until([&] { return !some_within(std::chrono::milliseconds{500}); })) << "never at rest";
+    EXPECT_FALSE(some_within(std::chrono::seconds{number_from_environment("XPON_IDLE_SECONDS", 3)}));
+    set({{"module.snmp.TRAP", "info"}});
+    EXPECT_TRUE(some_within(default_deadline)) << "a change does wake it";
+    expect_in_step();
+}
+
+} // namespace
+} // namespace xpon::test
