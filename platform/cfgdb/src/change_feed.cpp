@@ -141,6 +141,11 @@ void offer(std::unique_ptr<ChangeFeed> feed) {
     slot().feed.swap(feed);
 }
 
+core::Result<std::unique_ptr<ChangeFeed>> ChangeFeed::open(std::filesystem::path const& folder) {
+    OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
+    return make_feed(std::move(store), folder);
+}
+
 std::unique_ptr<ChangeFeed> ChangeFeed::take() {
     std::lock_guard const lock{slot().mutex};
     return std::move(slot().feed);

@@ -56,6 +56,12 @@ std::string text_of(Setting const& setting, StoredRow const& row) {
 
 using Wanted = std::map<Setting const*, Value>;
 
+/// A setting's value now, as an operator writes it.
+std::string current_text(Setting const& setting, StoredValues const& stored) {
+    auto const row = stored.find(&setting);
+    return row == stored.end() ? to_text(setting.kind, setting.default_value) : text_of(setting, row->second);
+}
+
 std::vector<Change> differences(Wanted const& wanted, StoredValues const& stored) {
     std::vector<Change> changes;
     for (auto const& [setting, value] : wanted) {
@@ -63,10 +69,7 @@ std::vector<Change> differences(Wanted const& wanted, StoredValues const& stored
         bool const same = row == stored.end() ? value == setting->default_value
                                               : value != setting->default_value && row->second.value == value;
         if (!same) {
-            changes.push_back({setting,
-                               row == stored.end() ? to_text(setting->kind, setting->default_value)
-                                                   : text_of(*setting, row->second),
-                               to_text(setting->kind, value)});
+            changes.push_back({setting, current_text(*setting, stored), to_text(setting->kind, value)});
         }
     }
     return changes;

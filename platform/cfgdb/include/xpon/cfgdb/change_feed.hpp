@@ -1,9 +1,11 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <vector>
 
 #include "core/result.hpp"
+#include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/cfgdb/config_change.hpp"
 
 namespace xpon::cfgdb {
@@ -14,6 +16,11 @@ class ChangeFeed {
   public:
     /// The feed that the newest CfgDbWrapper of this process prepared; null if there is none or it was taken.
     static std::unique_ptr<ChangeFeed> take();
+
+    /// A feed of one's own, of what is committed from now on. The database must exist; reading permission is
+    /// enough once there was a first commit.
+    static core::Result<std::unique_ptr<ChangeFeed>>
+    open(std::filesystem::path const& folder = default_folder);
 
     virtual ~ChangeFeed() = default;
 

@@ -1,0 +1,37 @@
+#include "xpon/cfgdb/history.hpp"
+
+#include <algorithm>
+
+#include "printable.hpp"
+#include "store.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+/// The authors' names come from outside, and the file can be written by other programs.
+std::string safe(std::string_view text) {
+    bool const plain = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
+    return plain ? std::string{text} : printable(text);
+}
+
+} // namespace
+
+core::Result<std::vector<HistoryEntry>> history(std::filesystem::path const& folder, std::int64_t after) {
+    OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
+    auto const& connection = store->unshared();
+    OUTCOME_TRY(statement, connection.prepare("SELECT number, at, author, path, old, new FROM history "
+                                              "WHERE number > ?1 ORDER BY entry"));
+    std::vector<HistoryEntry> entries;
+    auto rows = statement.run(after);
+    while (rows.next()) {
+        entries.push_back({rows.number(0), rows.number(1), safe(rows.text(2)), safe(rows.text(3)),
+                           safe(rows.text(4)), safe(rows.text(5))});
+    }
+    if (rows.result() != SQLITE_DONE) {
+        return connection.failure(rows.result());
+    }
+    return entries;
+}
+
+} // namespace xpon::cfgdb
