@@ -33,6 +33,7 @@ int run(int argc, char** argv) {
     add_show(program, chosen);
     add_set(program, chosen);
     add_reset(program, chosen);
+    add_watch(program, chosen);
 
     try {
         program.parse(argc, argv);

@@ -1,10 +1,13 @@
 #include "output.hpp"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <system_error>
 
+#include <fmt/chrono.h>
 #include <unistd.h>
 
 #include "core/failure.hpp"
@@ -25,6 +28,12 @@ core::Result<void> flush_output() {
                           std::generic_category().message(errno));
     }
     return core::success();
+}
+
+std::string utc(std::int64_t time) {
+    constexpr std::int64_t end_of_9999 = 253402300799;
+    auto const shown = std::clamp<std::int64_t>(time, 0, end_of_9999);
+    return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(shown)));
 }
 
 bool wants_colour() {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 #include "core/result.hpp"
@@ -14,6 +16,9 @@ void tell(std::string_view text);
 
 /// Fails if not everything that was printed could be written.
 core::Result<void> flush_output();
+
+/// Seconds since the epoch as UTC, such as 2024-05-31T08:15:00Z.
+std::string utc(std::int64_t time);
 
 /// Whether standard output is a terminal whose user wants colours.
 bool wants_colour();

@@ -44,13 +44,14 @@ Subcommands:
   show                        Show settings: path, value, default, where it is stored
   set                         Change settings: all of them at once, or none
   reset                       Put settings back to their defaults: all at once, or none
+  watch                       Show changes and the message bus' notifications and answers as they happen
 
 )"),
                                                ""}));
-    for (auto const* command : {"show", "set", "reset"}) {
+    for (auto const* command : {"show", "set", "reset", "watch"}) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
-        EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS] ", command)));
+        EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));
         EXPECT_EQ(outcome.err, "");
     }
 }

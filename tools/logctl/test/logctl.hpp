@@ -1,11 +1,14 @@
 #pragma once
 
 #include <filesystem>
+#include <regex>
 #include <string>
 #include <vector>
 
 #include "kit/child_process.hpp"
 #include "kit/scratch_folder.hpp"
+#include "kit/wait_until.hpp"
+#include "xpon/cfgdb/transaction.hpp"
 
 namespace xpon::logctl {
 
@@ -38,15 +41,63 @@ class Logctl {
     Outcome run(Words const& words) const { return run(words, scratch / "out"); }
 
     Outcome run(Words const& words, std::filesystem::path const& out) const {
-        auto const err = scratch / "err";
-        Words argv{"bash", "-c", R"(exec "$@" > "$OUT" 2> "$ERR")", "bash", LOGCTL_PROGRAM};
-        argv.insert(argv.end(), words.begin(), words.end());
-        test::ChildProcess process{
-            {.argv = argv, .environment = {"OUT=" + out.string(), "ERR=" + err.string(), "SUDO_USER=anna"}}};
-        auto const status = process.wait();
-        return {status.value_or(-1), std::filesystem::is_regular_file(out) ? test::read_file(out) : "",
-                test::read_file(err)};
+        return Running{words, out, scratch / "err"}.finish();
     }
+
+    /// The program while it runs.
+    class Running {
+      public:
+        Running(Words const& words, std::filesystem::path out_path, std::filesystem::path err_path)
+          : out{std::move(out_path)}
+          , err{std::move(err_path)}
+          , process{command(words, out, err)} {}
+
+        /// Waits until it has written this; false at the deadline.
+        bool wait_for_error(std::string const& part) const { return wait_for(err, part); }
+        bool wait_for_output(std::string const& part) const { return wait_for(out, part); }
+
+        void kill(int signal) const { process.kill(signal); }
+        Outcome finish() {
+            auto const status = process.wait();
+            return {status.value_or(-1), text_in(out), text_in(err)};
+        }
+
+      private:
+        static test::Command command(Words const& words, std::filesystem::path const& out,
+                                     std::filesystem::path const& err) {
+            std::error_code ignored; // a device stays
+            if (std::filesystem::is_regular_file(out, ignored)) {
+                std::filesystem::remove(out, ignored);
+            }
+            std::filesystem::remove(err, ignored);
+            Words argv{"bash", "-c", R"(exec "$@" > "$OUT" 2> "$ERR")", "bash", LOGCTL_PROGRAM};
+            argv.insert(argv.end(), words.begin(), words.end());
+            return {.argv = argv,
+                    .environment = {"OUT=" + out.string(), "ERR=" + err.string(), "SUDO_USER=anna"}};
+        }
+
+        static std::string text_in(std::filesystem::path const& path) {
+            return std::filesystem::is_regular_file(path) ? test::read_file(path) : "";
+        }
+
+        static bool wait_for(std::filesystem::path const& path, std::string const& part) {
+            return test::wait_until([&] { return text_in(path).find(part) != std::string::npos; });
+        }
+
+        std::filesystem::path out;
+        std::filesystem::path err;
+        test::ChildProcess process;
+    };
+
+    /// Starts the program with these words and the database's folder.
+    Running start(Words const& words) const {
+        Words all{"--database", database.string()};
+        all.insert(all.end(), words.begin(), words.end());
+        return Running{all, scratch / "running-out", scratch / "running-err"};
+    }
+
+    /// Who signs its changes: for root the one who called it through sudo.
+    static std::string author() { return getuid() == 0 ? "anna" : cfgdb::current_author(); }
 
     test::ScratchFolder scratch;
     std::filesystem::path database = scratch / "db";
@@ -56,6 +107,12 @@ class Logctl {
 /// The text without the line break that a literal begins with.
 inline std::string text(std::string_view literal) {
     return std::string{literal.substr(1)};
+}
+
+/// The times in a text, replaced by "TIME": the tests cannot know them.
+inline std::string without_times(std::string const& text) {
+    static std::regex const time{R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)"};
+    return std::regex_replace(text, time, "TIME");
 }
 
 } // namespace xpon::logctl

@@ -21,5 +21,6 @@ using Action = std::function<core::Result<void>(Context const&)>;
 void add_show(CLI::App& program, Action& chosen);
 void add_set(CLI::App& program, Action& chosen);
 void add_reset(CLI::App& program, Action& chosen);
+void add_watch(CLI::App& program, Action& chosen);
 
 } // namespace xpon::logctl

@@ -1,0 +1,252 @@
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <optional>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include "commands/command.hpp"
+#include "core/failure.hpp"
+#include "core/unique_fd.hpp"
+#include "module_names.hpp"
+#include "output.hpp"
+#include "xpon/cfgdb/change_feed.hpp"
+#include "xpon/cfgdb/history.hpp"
+#include "xpon/ipc/file_events.hpp"
+#include "xpon/ipc/zmq_ipc.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+using nlohmann::ordered_json;
+using Clock = std::chrono::steady_clock;
+
+struct Options {
+    bool json = false;
+    std::optional<unsigned> count;
+    std::optional<double> timeout;
+};
+
+/// One thing that happened, for people and for programs.
+struct Event {
+    std::int64_t time;
+    std::string text;
+    ordered_json object;
+};
+
+Event database_change(cfgdb::HistoryEntry const& entry) {
+    auto const& [number, time, author, path, old_value, new_value] = entry;
+    return {time,
+            fmt::format("{} changed {}: {} -> {}", author, path, old_value, new_value),
+            {{"event", "change"},
+             {"number", number},
+             {"author", author},
+             {"path", path},
+             {"old", old_value},
+             {"new", new_value}}};
+}
+
+/// The file that a module reads, or null.
+ordered_json file_object(std::uint32_t module) {
+    auto const* const file = file_read_by(module);
+    return file != nullptr ? ordered_json(file->name) : ordered_json(nullptr);
+}
+
+Event notification(ipc::FileChange const& change) {
+    auto const name = module_name(change.module);
+    auto const* const file = file_read_by(change.module);
+    return {std::time(nullptr),
+            fmt::format("file of module {} changed: {}", name,
+                        file != nullptr ? zlog_path(file->name) : "it has none"),
+            {{"event", "notification"},
+             {"module", name},
+             {"value", change.module},
+             {"file", file_object(change.module)}}};
+}
+
+Event answer(ipc::FileAnswer const& answer) {
+    auto const name = module_name(answer.module);
+    std::string const reason = answer.status == 0 ? "" : std::strerror(static_cast<int>(answer.status));
+    return {std::time(nullptr),
+            answer.status == 0 ? fmt::format("module {} reloaded", name)
+                               : fmt::format("module {} did not reload: {}", name, reason),
+            {{"event", "answer"},
+             {"module", name},
+             {"value", answer.module},
+             {"file", file_object(answer.module)},
+             {"status", answer.status},
+             {"error", answer.status == 0 ? ordered_json(nullptr) : ordered_json(reason)}}};
+}
+
+/// What a message on the bus tells; nothing for those that are no business of an operator.
+std::optional<Event> event_of(ipc::Message const& message) {
+    if (message.header.event == ipc::file_changed_event) {
+        if (auto const change = ipc::record_in<ipc::FileChange>(message.payload)) {
+            return notification(*change);
+        }
+    } else if (message.header.event == ipc::file_changed_reply) {
+        if (auto const given = ipc::record_in<ipc::FileAnswer>(message.payload)) {
+            return answer(*given);
+        }
+    }
+    return std::nullopt;
+}
+
+/// SIGINT and SIGTERM as something to wait for. Made before any thread, and never undone: the program ends
+/// with it.
+core::UniqueFd stop_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return core::UniqueFd{signalfd(-1, &signals, SFD_CLOEXEC)};
+}
+
+class Watch {
+  public:
+    Watch(Context const& from, Options const& wanted)
+      : context{from}
+      , options{wanted} {}
+
+    core::Result<void> run() {
+        auto const stop = stop_signals();
+        OUTCOME_TRY(opened, cfgdb::ChangeFeed::open(context.database));
+        feed = std::move(opened);
+        OUTCOME_TRY(before, cfgdb::history(context.database));
+        last = before.empty() ? 0 : before.back().number;
+        OUTCOME_TRY(connect());
+        tell(fmt::format("watching {}", context.database.string()));
+        OUTCOME_TRY(take_messages());
+        while (!done()) {
+            // A negative descriptor would be passed over; the order is that of the handling below.
+            pollfd wanted[] = {
+                {stop.get(), POLLIN, 0}, {feed->fd(), POLLIN, 0}, {bus->receive_fd(), POLLIN, 0}};
+            int const ready = poll(wanted, std::size(wanted), time_left());
+            if (ready < 0 && errno != EINTR) {
+                return core::fail(core::Error::CommonError, "cannot wait ({})", std::strerror(errno));
+            }
+            if (wanted[0].revents != 0) {
+                return core::success();
+            }
+            if (time_left() == 0) { // also where there is always something to show
+                return at_timeout();
+            }
+            if (wanted[1].revents != 0) {
+                OUTCOME_TRY(take_changes());
+            }
+            if (wanted[2].revents != 0) {
+                OUTCOME_TRY(take_messages());
+            }
+        }
+        return core::success();
+    }
+
+  private:
+    bool done() const { return options.count && shown >= *options.count; }
+
+    int time_left() const {
+        if (!options.timeout) {
+            return -1;
+        }
+        auto const end = begin + std::chrono::duration<double>{*options.timeout};
+        auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
+        return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000'000));
+    }
+
+    core::Result<void> at_timeout() const {
+        if (options.count) {
+            return core::fail(core::Error::CommonError, "{} of {} events within {} s", shown, *options.count,
+                              *options.timeout);
+        }
+        return core::success();
+    }
+
+    core::Result<void> connect() {
+        try {
+            bus = ipc::make_zmq_ipc(ipc::any_address, "logctl");
+            return core::success();
+        } catch (std::exception const& exception) {
+            return core::fail(core::Error::CommonError, "no endpoint on the message bus: {}",
+                              exception.what());
+        }
+    }
+
+    core::Result<void> take_changes() {
+        OUTCOME_TRY(feed->next());
+        OUTCOME_TRY(entries, cfgdb::history(context.database, last));
+        for (auto const& entry : entries) {
+            last = entry.number;
+            OUTCOME_TRY(show(database_change(entry)));
+        }
+        return core::success();
+    }
+
+    core::Result<void> take_messages() {
+        for (;;) {
+            OUTCOME_TRY(message, bus->receive());
+            if (!message) {
+                return core::success();
+            }
+            if (message->header.event == ipc::connected_event) {
+                tell("connected to the message bus");
+            } else if (auto const event = event_of(*message)) {
+                OUTCOME_TRY(show(*event));
+            }
+        }
+    }
+
+    core::Result<void> show(Event const& event) {
+        if (done()) {
+            return core::success();
+        }
+        ++shown;
+        if (options.json) {
+            ordered_json line{{"time", utc(event.time)}};
+            line.update(event.object);
+            print(line.dump() + "\n");
+        } else {
+            print(fmt::format("{} {}\n", utc(event.time), event.text));
+        }
+        return flush_output();
+    }
+
+    Context const& context;
+    Options const& options;
+    Clock::time_point begin = Clock::now();
+    std::unique_ptr<cfgdb::ChangeFeed> feed;
+    std::shared_ptr<ipc::IIpc> bus;
+    std::int64_t last = 0; // the newest transaction that was shown
+    unsigned shown = 0;
+};
+
+} // namespace
+
+void add_watch(CLI::App& program, Action& chosen) {
+    auto* const command = program.add_subcommand(
+        "watch", "Show changes and the message bus' notifications and answers as they happen");
+    auto const options = std::make_shared<Options>();
+    command->add_flag("--json", options->json, "Print one JSON object per line");
+    command->add_option("--count", options->count, "End after so many lines")
+        ->type_name("N")
+        ->check(CLI::Range(1U, 1'000'000'000U).description(""));
+    command
+        ->add_option("--timeout", options->timeout,
+                     "End after so many seconds; with --count, fail if there were fewer lines by then")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, 1e6).description(""));
+    command->callback([options, &chosen] {
+        chosen = [options](Context const& context) { return Watch{context, *options}.run(); };
+    });
+}
+
+} // namespace xpon::logctl
