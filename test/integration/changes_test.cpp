@@ -1,15 +1,12 @@
-#include "integration/board.hpp"
+#include "integration/followed_board.hpp"
 
 #include <algorithm>
 #include <array>
 #include <span>
 
-#include <sys/mount.h>
 #include <zmq.hpp>
 
 #include "kit/ipc_ready.hpp"
-#include "log_config/wanted.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
 #include "xpon/ipc/file_events.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
 
@@ -19,12 +16,6 @@ namespace {
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::Not;
-
-constexpr auto session_manager_file = "SESSIONMGR.conf";
-
-std::filesystem::path zlog_path(std::string_view name) {
-    return "/etc/zlog_modules_config/" + std::string{name};
-}
 
 /// A subscriber that knows nothing of this project's library: what it gets is what travels.
 class RawSubscriber {
@@ -66,47 +57,7 @@ class RawSubscriber {
     zmq::socket_t socket{context, zmq::socket_type::sub};
 };
 
-class Changes : public Board {
-  protected:
-    /// One change in each of the 17 modules' records that can be set at run time, and one of the session
-    /// manager's.
-    static std::vector<std::pair<std::string, std::string>>
-    a_change_of_every_module(std::string const& level) {
-        std::vector<std::pair<std::string, std::string>> settings;
-        for (auto const& module : cfgdb::modules()) {
-            if (!module.built_in()) {
-                settings.emplace_back(fmt::format("module.{}.{}", module.name, module.subjects.front()),
-                                      level);
-            }
-        }
-        return settings;
-    }
-
-    void expect_in_step() {
-        Wanted const wanted{database};
-        EXPECT_TRUE(wait_until([&] { return contents(printk) == wanted.kernel(); }));
-        auto const syslog_ng_text = wanted.syslog_ng();
-        EXPECT_TRUE(wait_until([&] { return contents(syslog_ng_conf) == syslog_ng_text; }));
-        for (auto const& entry : log_config::zlog_files) {
-            if (entry.name != session_manager_file) {
-                auto const text = wanted.zlog_file(entry);
-                EXPECT_TRUE(wait_until([&] { return contents(zlog_path(entry.name)) == text; }))
-                    << entry.name;
-            }
-        }
-    }
-
-    static constexpr char const* reload_program = "/usr/sbin/syslog-ng-ctl";
-    static constexpr char const* reload_program_aside = "/usr/sbin/syslog-ng-ctl.aside";
-
-    static void let_reloads_fail() {
-        std::filesystem::rename(reload_program, reload_program_aside);
-        write_file(reload_program, "#!/bin/sh\nexit 1\n");
-        std::filesystem::permissions(reload_program, std::filesystem::perms{0755});
-    }
-
-    static void let_reloads_succeed() { std::filesystem::rename(reload_program_aside, reload_program); }
-};
+class Changes : public FollowedBoard {};
 
 TEST_F(Changes, AModuleIsToldThatItsFileChangedByTheseBytes) {
     start_everything();
@@ -114,7 +65,7 @@ TEST_F(Changes, AModuleIsToldThatItsFileChangedByTheseBytes) {
     ASSERT_TRUE(subscriber.wait_connected());
     set({{"module.snmp.TRAP", "debug"}});
     EXPECT_THAT(subscriber.next(), ElementsAre(0xFE, 0xFF, 0, 0, 0xD4, 0x30, 0xD5, 0x30, 9, 0, 0, 0));
-    EXPECT_THAT(read_file(zlog_path("SNMP.conf")), HasSubstr("SNMP_TRAP.=DEBUG "));
+    EXPECT_THAT(read_file(zlog_path(snmp)), HasSubstr("SNMP_TRAP.=DEBUG "));
 }
 
 TEST_F(Changes, TheReaderOfASharedFileIsToldUnderItsOwnNumber) {
@@ -123,72 +74,34 @@ TEST_F(Changes, TheReaderOfASharedFileIsToldUnderItsOwnNumber) {
     ASSERT_TRUE(subscriber.wait_connected());
     set({{"module.igmp.SELF", "debug"}}); // module 3; its levels stand in the file that module 1 reads
     EXPECT_THAT(subscriber.next(), ElementsAre(0xFE, 0xFF, 0, 0, 0xD4, 0x30, 0xD5, 0x30, 1, 0, 0, 0));
-    EXPECT_THAT(read_file(zlog_path("DNA.conf")), HasSubstr("IGMP.=DEBUG "));
+    EXPECT_THAT(read_file(zlog_path(log_config::zlog_files.front())), HasSubstr("IGMP.=DEBUG "));
 }
 
 TEST_F(Changes, ASessionManagersChangeCostsNoOtherModuleItsOwn) {
     start_everything();
-    auto const before = read_file(zlog_path(session_manager_file));
+    auto const before = read_file(zlog_path(session_manager));
     auto const settings = a_change_of_every_module("debug");
     ASSERT_EQ(settings.size(), 18);
     set(settings);
     expect_in_step();
-    EXPECT_EQ(read_file(zlog_path(session_manager_file)), before) << "it is rewritten at the next start";
+    EXPECT_EQ(read_file(zlog_path(session_manager)), before) << "it is rewritten at the next start";
     daemon->process.kill(SIGHUP);
     ASSERT_TRUE(daemon->wait_ready());
     Wanted const wanted{database};
-    EXPECT_EQ(read_file(zlog_path(session_manager_file)), wanted.zlog_file(log_config::zlog_files.at(15)));
-    EXPECT_NE(read_file(zlog_path(session_manager_file)), before);
-}
-
-TEST_F(Changes, ArriveOnceAFullDiskHasRoomAgain) {
-    ASSERT_EQ(mount("small", zlog_path("").c_str(), "tmpfs", 0, "size=4m"), 0);
-    start_everything();
-    auto const filler = zlog_path("filler");
-    {
-        std::ofstream fill{filler, std::ios::binary};
-        while (fill.write(std::string(4096, 'x').data(), 4096).flush()) {
-        }
-    }
-    auto const before = read_file(zlog_path("DNA.conf"));
-    auto settings = a_change_of_every_module("debug");
-    settings.emplace_back("syslog.file.level", "debug");
-    set(settings);
-    ASSERT_TRUE(wait_for_text(log_file, "No space left on device"));
-    EXPECT_EQ(read_file(zlog_path("DNA.conf")), before) << "whole as it was";
-    std::filesystem::remove(filler);
-    expect_in_step();
-    EXPECT_EQ(count_entries(zlog_path("")), log_config::zlog_files.size()) << "no temporary";
-}
-
-TEST_F(Changes, ArriveOnceTheReloadSucceedsAgain) {
-    start_everything();
-    let_reloads_fail();
-    auto settings = a_change_of_every_module("debug");
-    settings.emplace_back("syslog.file.level", "debug");
-    settings.emplace_back("syslog.kernel.level", "debug");
-    set(settings);
-    ASSERT_TRUE(wait_for_text(log_file, "Failed reload syslog"));
-    let_reloads_succeed();
-    expect_in_step();
-    EXPECT_TRUE(wait_until([&] {
-        auto const token = unique_token();
-        log(LOG_DEBUG, token);
-        return wait_until([&] { return contents(log_file).find(token) != std::string::npos; },
-                          std::chrono::seconds{1});
-    })) << "syslog-ng runs the new text";
+    EXPECT_EQ(read_file(zlog_path(session_manager)), wanted.zlog_file(session_manager));
+    EXPECT_NE(read_file(zlog_path(session_manager)), before);
 }
 
 TEST_F(Changes, LeaveTheFilesOfOtherModulesAlone) {
     start_everything();
     std::map<std::string, std::filesystem::file_time_type> before;
     for (auto const& entry : log_config::zlog_files) {
-        before[std::string{entry.name}] = last_write_time(zlog_path(entry.name));
+        before[std::string{entry.name}] = std::filesystem::last_write_time(zlog_path(entry));
     }
     set({{"syslog.kernel.level", "debug"}, {"module.snmp.TRAP", "debug"}});
     expect_in_step();
     for (auto const& [name, time] : before) {
-        EXPECT_EQ(last_write_time(zlog_path(name)) == time, name != "SNMP.conf") << name;
+        EXPECT_EQ(std::filesystem::last_write_time(zlog_folder + name) == time, name != "SNMP.conf") << name;
     }
 }
 
@@ -259,16 +172,16 @@ class Answers : public Changes {
 };
 
 TEST_F(Answers, AModuleAnswersWhenItReachesTheBusAndAfterEachNotification) {
-    write_file(zlog_path("SNMP.conf"), golden("zlog_defaults/SNMP.conf"));
+    write_file(zlog_path(snmp), golden("zlog_defaults/SNMP.conf"));
     start_module_alone();
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
     tell_module(8); // another's
     tell_module(9);
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
-    write_file(zlog_path("SNMP.conf"), "[rules]\nno rule\n");
+    write_file(zlog_path(snmp), "[rules]\nno rule\n");
     tell_module(9);
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, EINVAL}));
-    std::filesystem::remove(zlog_path("SNMP.conf"));
+    std::filesystem::remove(zlog_path(snmp));
     tell_module(9);
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, ENOENT}));
 }
@@ -278,7 +191,7 @@ TEST_F(Answers, AModuleThatMissedANotificationReadsItsFileWhenTheBrokerIsBack) {
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, ENOENT}));
     broker->process.kill(SIGKILL);
     broker->process.wait();
-    write_file(zlog_path("SNMP.conf"), golden("zlog_defaults/SNMP.conf"));
+    write_file(zlog_path(snmp), golden("zlog_defaults/SNMP.conf"));
     start_broker();
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
 }

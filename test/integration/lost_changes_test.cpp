@@ -2,21 +2,17 @@
 // random disturbances, after each of which every output has to be what the database says. XPON_ROUNDS sets
 // the number of rounds of each test (and of changes, hundreds of them, where there are no rounds), XPON_SEED
 // the random numbers, XPON_IDLE_SECONDS how long an idle daemon is watched.
-#include "integration/board.hpp"
+#include "integration/followed_board.hpp"
 
 #include <array>
-#include <atomic>
-#include <cstdlib>
-#include <random>
 #include <thread>
 
 #include <sqlite3.h>
 #include <sys/inotify.h>
 
+#include "integration/torn_file_reader.hpp"
 #include "kit/ipc_ready.hpp"
-#include "kit/sanitized.hpp"
-#include "log_config/wanted.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
+#include "kit/random.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
 #include "xpon/service/bus_events.hpp"
 
@@ -24,22 +20,6 @@ namespace xpon::test {
 namespace {
 
 using testing::AnyOf;
-
-int number_from_environment(char const* name, int otherwise) {
-    char const* const text = std::getenv(name);
-    return text == nullptr ? otherwise : std::atoi(text);
-}
-
-/// Under a sanitizer everything takes several times as long.
-int rounds(int normally) {
-    return number_from_environment("XPON_ROUNDS", sanitized ? normally / 4 : normally);
-}
-
-using Random = std::mt19937;
-
-std::size_t below(Random& random, std::size_t end) {
-    return std::uniform_int_distribution<std::size_t>{0, end - 1}(random);
-}
 
 /// Lets an instant pass, so that what follows comes at a random one.
 void pass_time(Random& random, std::chrono::microseconds at_most) {
@@ -64,26 +44,14 @@ std::vector<std::vector<cfgdb::Setting const*>> levels_by_field() {
     return all;
 }
 
-class NoChangeIsLost : public Board {
+class NoChangeIsLost : public FollowedBoard {
   protected:
-    NoChangeIsLost() {
-        auto const chosen = number_from_environment("XPON_SEED", 0);
-        auto const seed = chosen != 0 ? static_cast<unsigned>(chosen) : std::random_device{}();
-        random.seed(seed);
-        RecordProperty("seed", std::to_string(seed));
-        fmt::print("XPON_SEED={}\n", seed);
-    }
-
     void start_everything() {
         Board::start_everything();
         bus = ipc::make_zmq_ipc(ipc::any_address, "TEST");
         ASSERT_TRUE(wait_connected(*bus));
         wanted = std::make_unique<Wanted>(database);
         session_manager_text = contents(zlog_path(session_manager));
-    }
-
-    static std::filesystem::path zlog_path(log_config::ConfigFileEntry const& entry) {
-        return zlog_folder + std::string{entry.name};
     }
 
     /// A commit of one to three levels.
@@ -153,29 +121,6 @@ class NoChangeIsLost : public Board {
         sqlite3_close(connection);
     }
 
-    /// The session manager's file follows at a start only.
-    void expect_in_step() {
-        EXPECT_TRUE(wait_until([text = wanted->kernel()] { return contents(printk) == text; })) << "kernel";
-        EXPECT_TRUE(wait_until([text = wanted->syslog_ng()] { return contents(syslog_ng_conf) == text; }))
-            << "syslog-ng";
-        for (auto const& entry : log_config::zlog_files) {
-            if (entry.module != session_manager.module) {
-                auto const text = wanted->zlog_file(entry);
-                EXPECT_TRUE(wait_until([&] { return contents(zlog_path(entry)) == text; })) << entry.name;
-            }
-        }
-    }
-
-    /// Waits until changes are delivered: at READY=1 the zlog files are written, but syslog-ng is not
-    /// configured yet, and a syslog-ng that is not there then ends the daemon.
-    void wait_until_serving() {
-        auto const& entry = log_config::zlog_files.at(17);
-        static_assert(log_config::zlog_files.at(17).name == "SNMP.conf");
-        bool const debug = wanted->zlog_file(entry).find("SNMP_TRAP.=DEBUG ") != std::string::npos;
-        set({{"module.snmp.TRAP", debug ? "info" : "debug"}});
-        EXPECT_TRUE(wait_until([&] { return contents(zlog_path(entry)) == wanted->zlog_file(entry); }));
-    }
-
     /// Runs `disturb` while writers change settings, and waits until everything is in step again.
     void round(std::size_t writers, bool starts, std::function<void()> const& disturb) {
         auto const before = wanted->zlog_file(session_manager);
@@ -242,10 +187,7 @@ class NoChangeIsLost : public Board {
         return 0;
     }
 
-    static constexpr auto const& session_manager = log_config::zlog_files.at(15);
-    static_assert(session_manager.name == "SESSIONMGR.conf");
-
-    Random random;
+    Random random = seeded();
     std::shared_ptr<ipc::IIpc> bus;
     std::unique_ptr<Wanted> wanted;
     std::string session_manager_text; // of the last start
@@ -320,64 +262,6 @@ TEST_F(NoChangeIsLost, AsFastAsTheyCanBeCommitted) {
     }
 }
 
-/// Reads all files all the time and finds those that are not whole.
-class TornFileReader {
-  public:
-    TornFileReader() {
-        for (auto const& entry : log_config::zlog_files) {
-            auto const path = "/etc/zlog_modules_config/" + std::string{entry.name};
-            categories[path] = count_of(read_file(path), ".=FATAL ");
-        }
-        thread = std::thread{[this] { read_all(); }};
-    }
-    ~TornFileReader() { stop(); }
-    TornFileReader(TornFileReader const&) = delete;
-    TornFileReader& operator=(TornFileReader const&) = delete;
-
-    void stop() {
-        stopped = true;
-        if (thread.joinable()) {
-            thread.join();
-        }
-    }
-
-    long files_read = 0;           // the thread's until `stop`
-    std::vector<std::string> torn; // the thread's until `stop`
-
-  private:
-    static std::size_t count_of(std::string const& text, std::string_view what) {
-        std::size_t count = 0;
-        for (auto at = text.find(what); at != std::string::npos; at = text.find(what, at + what.size())) {
-            ++count;
-        }
-        return count;
-    }
-
-    void read_all() {
-        log_config::ZlogConfigGenerator generator;
-        while (!stopped) {
-            for (auto const& [path, count] : categories) {
-                auto const text = read_file(path);
-                ++files_read;
-                if (!text.starts_with(generator.get_header()) || !text.ends_with("\n") ||
-                    count_of(text, ".=FATAL ") != count) {
-                    torn.push_back(path);
-                }
-            }
-            auto const text = read_file("/etc/syslog-ng/syslog-ng.conf");
-            ++files_read;
-            if (!text.starts_with("####") || !text.ends_with("    destination(d_dhcpd);\n};\n") ||
-                count_of(text, "{") != count_of(text, "}")) {
-                torn.emplace_back("syslog-ng.conf");
-            }
-        }
-    }
-
-    std::map<std::string, std::size_t> categories; // in each zlog file: its number of fatal lines
-    std::atomic<bool> stopped = false;
-    std::thread thread;
-};
-
 TEST_F(NoChangeIsLost, WhenProcessesAreKilled) {
     start_everything();
     TornFileReader reader;
@@ -438,8 +322,9 @@ TEST_F(NoChangeIsLost, AndNothingWakesUpMeanwhile) {
     };
     ASSERT_TRUE(wait_until([&] { return !some_within(std::chrono::milliseconds{500}); })) << "never at rest";
     EXPECT_FALSE(some_within(std::chrono::seconds{number_from_environment("XPON_IDLE_SECONDS", 3)}));
+    auto const at_rest = switches();
     set({{"module.snmp.TRAP", "info"}});
-    EXPECT_TRUE(some_within(default_deadline)) << "a change does wake it";
+    EXPECT_TRUE(wait_until([&] { return switches() != at_rest; })) << "a change does wake them";
     expect_in_step();
 }
 

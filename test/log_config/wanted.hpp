@@ -36,14 +36,17 @@ class Wanted {
         return text;
     }
 
-    std::string syslog_ng() const {
+    /// All but the kernel's level.
+    SyslogSettings syslog_settings() const {
         SyslogSettings settings{};
         check(getRunDb_CommonGCfg_logging_syslog_file(cfgdb->db(), &settings.file, key));
         check(getRunDb_CommonGCfg_logging_syslog_console(cfgdb->db(), &settings.console, key));
         check(getRunDb_CommonGCfg_logging_syslog_remote(cfgdb->db(), &settings.remote, key));
         check(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb->db(), &settings.rsh, key));
-        return log_config::syslog_ng_text(settings, {});
+        return settings;
     }
+
+    std::string syslog_ng() const { return log_config::syslog_ng_text(syslog_settings(), {}); }
 
     /// What the daemon writes to /proc/sys/kernel/printk.
     std::string kernel() const {

@@ -1,0 +1,314 @@
+// Faults of everything that the daemon leans on while it runs. Each row makes one, changes a setting of every
+// output, mends it, and expects every output to follow without a restart and without a new change.
+// XPON_FAULTS_REPORT names a file to which each row that held is appended for docs/reliability.md.
+#include <array>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+
+#include <sqlite3.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+
+#include "integration/followed_board.hpp"
+#include "integration/terminal.hpp"
+#include "integration/torn_file_reader.hpp"
+#include "kit/ipc_ready.hpp"
+#include "xpon/ipc/zmq_ipc.hpp"
+#include "xpon/service/bus_events.hpp"
+
+namespace xpon::test {
+namespace {
+
+class Faults;
+
+/// One fault. `make` and `mend` act on the running board.
+struct Fault {
+    char const* name; ///< of the test
+    char const* what; ///< for the report
+    char const* how;  ///< it is made
+    /// What the daemon's log has to say meanwhile; null where the fault must not hold up anything: then every
+    /// output has to follow before it is mended.
+    char const* told;
+    void (Faults::*make)();
+    void (Faults::*mend)();
+};
+
+/// In messages of the test framework.
+void PrintTo(Fault const& fault, std::ostream* stream) {
+    *stream << fault.what;
+}
+
+std::string shown(testing::TestParamInfo<Fault> const& info) {
+    return info.param.name;
+}
+
+void append_to_report(std::string const& line) {
+    if (char const* const path = std::getenv("XPON_FAULTS_REPORT")) {
+        std::ofstream{path, std::ios::app} << line << '\n';
+    }
+}
+
+class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
+  protected:
+    Faults() {
+        // A disk of its own, so that it can be filled and taken away.
+        EXPECT_EQ(mount("disk", zlog_folder, "tmpfs", 0, "size=4m,nr_inodes=60"), 0);
+    }
+
+    static void expect_mounted(int result, char const* what) {
+        EXPECT_EQ(result, 0) << what << ": " << std::strerror(errno);
+    }
+
+    static std::filesystem::path filler(int number) {
+        return fmt::format("{}filler.{}", zlog_folder, number);
+    }
+
+  public:
+    void fill_disk() {
+        std::ofstream fill{filler(0), std::ios::binary};
+        std::string const block(4096, 'x');
+        while (fill.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
+        }
+    }
+    void use_up_inodes() {
+        for (int number = 0; std::ofstream{filler(number)}; ++number) {
+        }
+    }
+    void remove_fillers() {
+        for (int number = 0; std::filesystem::remove(filler(number)); ++number) {
+        }
+    }
+
+    void make_disk_read_only() {
+        expect_mounted(mount(nullptr, zlog_folder, nullptr, MS_REMOUNT | MS_RDONLY, nullptr), "read-only");
+    }
+    void make_disk_writable() {
+        expect_mounted(mount(nullptr, zlog_folder, nullptr, MS_REMOUNT, nullptr), "writable");
+    }
+
+    void put_folder_in_place() {
+        taken_away = snmp.name;
+        std::filesystem::remove(zlog_path(snmp));
+        std::filesystem::create_directory(zlog_path(snmp));
+    }
+    void remove_folder() { std::filesystem::remove(zlog_path(snmp)); }
+
+    void put_link_in_place() {
+        taken_away = snmp.name;
+        write_file(scratch / "elsewhere", "not to be written\n");
+        std::filesystem::remove(zlog_path(snmp));
+        std::filesystem::create_symlink(scratch / "elsewhere", zlog_path(snmp));
+    }
+    void check_what_the_link_named() { EXPECT_EQ(read_file(scratch / "elsewhere"), "not to be written\n"); }
+
+    void remove_reload_program() { std::filesystem::rename(reload_program, reload_program_aside); }
+    void let_reload_fail() { replace_reload_program("exit 1"); }
+    void let_reload_be_killed() { replace_reload_program("kill -9 $$"); }
+    void slow_reload_down() {
+        replace_reload_program(fmt::format("sleep 0.3; exec {} \"$@\"", reload_program_aside));
+    }
+    void put_reload_program_back() {
+        std::filesystem::remove(reload_program);
+        FollowedBoard::put_reload_program_back();
+    }
+
+    void take_bash_away() {
+        expect_mounted(mount("/dev/null", "/usr/bin/bash", nullptr, MS_BIND, nullptr), "bash");
+    }
+    void put_bash_back() { expect_mounted(umount("/usr/bin/bash"), "bash"); }
+
+    void take_descriptors_away() {
+        // Those that are open stay usable.
+        limit_descriptors(lowest_free_descriptor());
+    }
+    void give_descriptors_back() { limit_descriptors(1024); }
+
+    void stop_syslog_ng() {
+        syslog_ng->process.kill(SIGKILL);
+        syslog_ng->process.wait();
+    }
+    void start_syslog_ng_again() { start_syslog_ng(); }
+
+    void freeze_broker() { broker->process.kill(SIGSTOP); }
+    void thaw_broker() { broker->process.kill(SIGCONT); }
+    void kill_broker() {
+        broker->process.kill(SIGKILL);
+        broker->process.wait();
+    }
+    void start_broker_again() { start_broker(); }
+
+    void flood_bus() {
+        auto const peer = ipc::make_zmq_ipc(ipc::any_address, "FLOOD");
+        ASSERT_TRUE(wait_connected(*peer));
+        flood = std::jthread{[peer](std::stop_token const& end) {
+            std::vector<std::byte> const payload(1000);
+            while (!end.stop_requested()) {
+                std::ignore = peer->send({ipc::everybody, service::master_change_event, 0}, payload);
+                std::ignore = peer->send({ipc::everybody, 1, 0}, payload);
+            }
+        }};
+    }
+    void end_flood() { flood = {}; }
+
+    void freeze_daemon() { daemon->process.kill(SIGSTOP); }
+    void thaw_daemon() { daemon->process.kill(SIGCONT); }
+
+    void hold_write_lock() {
+        ASSERT_EQ(sqlite3_open(database_file().c_str(), &writer), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(writer, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+        writer_ends = std::jthread{[this] {
+            // Within the 5 s for which a writer waits for another.
+            std::this_thread::sleep_for(std::chrono::seconds{1});
+            sqlite3_exec(writer, "ROLLBACK", nullptr, nullptr, nullptr);
+        }};
+    }
+    void close_writer() {
+        writer_ends = {};
+        sqlite3_close(writer);
+    }
+
+    void unmount_terminals() {
+        // sshd and script would miss them; the daemon only stops hearing of new ones.
+        ASSERT_EQ(umount2("/dev/pts", MNT_DETACH), 0);
+    }
+    void open_and_close_terminals() {
+        terminals = std::jthread{[](std::stop_token const& end) {
+            while (!end.stop_requested()) {
+                open_and_close_terminal();
+            }
+        }};
+    }
+    void leave_terminals_alone() {
+        terminals = {};
+        // A terminal that vanished while it was looked at keeps its output until the next event.
+        EXPECT_TRUE(wait_until([] {
+            open_and_close_terminal();
+            return contents(syslog_ng_conf).find("destination(d_rsh_") == std::string::npos;
+        }));
+    }
+
+    void nothing() {}
+
+  protected:
+    static std::string database_file() { return std::string{database} + "/running.db"; }
+
+    static void open_and_close_terminal() {
+        // syslog-ng lets go of them later; one numbered 16 would stop the daemon.
+        EXPECT_TRUE(wait_until([] { return count_entries("/dev/pts") < 10; }));
+        Terminal terminal;
+        terminal.hang_up();
+    }
+
+    rlim_t lowest_free_descriptor() const {
+        rlim_t number = 0;
+        while (std::filesystem::is_symlink(proc() / "fd" / std::to_string(number))) {
+            ++number;
+        }
+        return number;
+    }
+
+    void limit_descriptors(rlim_t soft) const {
+        rlimit limit{};
+        ASSERT_EQ(prlimit(daemon->process.pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+        limit.rlim_cur = std::min(soft, limit.rlim_max);
+        ASSERT_EQ(prlimit(daemon->process.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+    }
+
+    std::string_view taken_away; // a file that the test itself makes unreadable
+    std::jthread flood;
+    std::jthread terminals;
+    std::jthread writer_ends;
+    sqlite3* writer = nullptr;
+};
+
+TEST_P(Faults, CostNoChange) {
+    auto const& [name, what, how, told, make, mend] = GetParam();
+    start_everything();
+    wait_until_serving();
+    (this->*make)();
+    TornFileReader reader{taken_away};
+    set(a_change_of_every_output("debug"));
+    if (told != nullptr) {
+        EXPECT_TRUE(wait_for_text(log_file, told)) << "not told: " << told;
+    } else {
+        expect_in_step();
+    }
+    (this->*mend)();
+    expect_in_step();
+    set(a_change_of_every_output("info"));
+    expect_in_step();
+    reader.stop();
+    EXPECT_THAT(reader.torn, testing::IsEmpty()) << "of " << reader.files_read << " files read";
+    EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
+    EXPECT_EQ(daemon->process.terminate(), 0);
+    if (!HasFailure()) {
+        append_to_report(
+            fmt::format("{}\t{}\t{}", what, how, told != nullptr ? told : "nothing: it holds up nothing"));
+    }
+}
+
+// clang-format off
+constexpr std::array faults{
+    Fault{"FullDisk", "full disk", "a small file system is filled",
+          "No space left on device", &Faults::fill_disk, &Faults::remove_fillers},
+    Fault{"NoInodes", "no inodes left", "a small file system is filled with empty files",
+          "No space left on device", &Faults::use_up_inodes, &Faults::remove_fillers},
+    Fault{"ReadOnlyDisk", "read-only file system", "it is mounted anew",
+          "Read-only file system", &Faults::make_disk_read_only, &Faults::make_disk_writable},
+    Fault{"FolderInPlace", "a folder in the place of a file", "the file is replaced",
+          "Is a directory", &Faults::put_folder_in_place, &Faults::remove_folder},
+    Fault{"LinkInPlace", "a symbolic link in the place of a file", "the file is replaced",
+          nullptr, &Faults::put_link_in_place, &Faults::check_what_the_link_named},
+
+    Fault{"NoReloadProgram", "syslog-ng-ctl missing", "it is renamed",
+          "Failed reload syslog", &Faults::remove_reload_program, &Faults::put_reload_program_back},
+    Fault{"FailingReload", "syslog-ng-ctl failing", "a script that exits 1 in its place",
+          "Failed reload syslog", &Faults::let_reload_fail, &Faults::put_reload_program_back},
+    Fault{"KilledReload", "syslog-ng-ctl killed by a signal", "a script that kills itself in its place",
+          "Failed reload syslog", &Faults::let_reload_be_killed, &Faults::put_reload_program_back},
+    Fault{"SlowReload", "syslog-ng-ctl slow", "a script that waits 0.3 s in its place",
+          nullptr, &Faults::slow_reload_down, &Faults::put_reload_program_back},
+    Fault{"NoSyslogNg", "syslog-ng killed", "SIGKILL; started again later",
+          nullptr, &Faults::stop_syslog_ng, &Faults::start_syslog_ng_again},
+    Fault{"NoBash", "bash missing", "something else is mounted over it",
+          "Failed", &Faults::take_bash_away, &Faults::put_bash_back},
+    Fault{"NoDescriptors", "no descriptors left", "RLIMIT_NOFILE is lowered to those in use",
+          "Too many open files", &Faults::take_descriptors_away, &Faults::give_descriptors_back},
+
+    Fault{"FrozenBroker", "message broker frozen", "SIGSTOP",
+          nullptr, &Faults::freeze_broker, &Faults::thaw_broker},
+    Fault{"NoBroker", "message broker killed", "SIGKILL; started again later",
+          nullptr, &Faults::kill_broker, &Faults::start_broker_again},
+    Fault{"FloodedBus", "bus flooded", "a peer sends master changes and rubbish as fast as it can",
+          nullptr, &Faults::flood_bus, &Faults::end_flood},
+
+    Fault{"LockedDatabase", "database locked by a stuck writer", "a transaction is held for 1 s",
+          nullptr, &Faults::hold_write_lock, &Faults::close_writer},
+
+    Fault{"NoTerminals", "/dev/pts unmounted", "lazily",
+          nullptr, &Faults::unmount_terminals, &Faults::nothing},
+    Fault{"TerminalStorm", "terminals opening and closing", "without pause",
+          "", &Faults::open_and_close_terminals, &Faults::leave_terminals_alone},
+    Fault{"FrozenDaemon", "the daemon itself frozen", "SIGSTOP, SIGCONT",
+          "", &Faults::freeze_daemon, &Faults::thaw_daemon},
+};
+// clang-format on
+
+TEST_F(Faults, ADatabaseThatIsAwayForAMomentCostsNoChange) {
+    start_everything();
+    wait_until_serving();
+    daemon->process.kill(SIGSTOP);
+    set(a_change_of_every_output("debug"));
+    std::filesystem::rename(database_file(), database_file() + ".away");
+    daemon->process.kill(SIGCONT);
+    EXPECT_TRUE(wait_for_text(log_file, "the database was removed or replaced"));
+    std::filesystem::rename(database_file() + ".away", database_file());
+    expect_in_step();
+    append_to_report("database file moved away\trenamed, and back\tthe database was removed or replaced");
+}
+
+INSTANTIATE_TEST_SUITE_P(, Faults, testing::ValuesIn(faults), shown);
+
+} // namespace
+} // namespace xpon::test
