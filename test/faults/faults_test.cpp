@@ -1,8 +1,6 @@
 // Faults of everything that the daemon leans on while it runs. Each row makes one, changes a setting of every
 // output, mends it, and expects every output to follow without a restart and without a new change.
-// XPON_FAULTS_REPORT names a file to which each row that held is appended for docs/reliability.md.
 #include <array>
-#include <cstdlib>
 #include <fstream>
 #include <functional>
 
@@ -14,6 +12,8 @@
 #include "integration/terminal.hpp"
 #include "integration/torn_file_reader.hpp"
 #include "kit/ipc_ready.hpp"
+#include "kit/random.hpp"
+#include "kit/report.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
 #include "xpon/service/bus_events.hpp"
 
@@ -41,12 +41,6 @@ void PrintTo(Fault const& fault, std::ostream* stream) {
 
 std::string shown(testing::TestParamInfo<Fault> const& info) {
     return info.param.name;
-}
-
-void append_to_report(std::string const& line) {
-    if (char const* const path = std::getenv("XPON_FAULTS_REPORT")) {
-        std::ofstream{path, std::ios::app} << line << '\n';
-    }
 }
 
 class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
@@ -191,6 +185,38 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     void nothing() {}
 
   protected:
+    /// Changes a setting of every output under the fault and mends it: every output follows. So it does to a
+    /// change afterwards.
+    void undergo(Fault const& fault, std::string const& level) {
+        (this->*fault.make)();
+        TornFileReader reader{taken_away};
+        auto const told = fault.told != nullptr ? log_lines_with(fault.told) : 0;
+        set(a_change_of_every_output(level));
+        if (fault.told != nullptr) {
+            EXPECT_TRUE(wait_until([&] { return log_lines_with(fault.told) > told || *fault.told == '\0'; }))
+                << "not told: " << fault.told;
+        } else {
+            expect_in_step();
+        }
+        (this->*fault.mend)();
+        expect_in_step();
+        set(a_change_of_every_output("notice"));
+        expect_in_step();
+        reader.stop();
+        EXPECT_THAT(reader.torn, testing::IsEmpty()) << "of " << reader.files_read << " files read";
+        files_read += reader.files_read;
+        taken_away = {};
+    }
+
+    static std::size_t log_lines_with(std::string_view text) {
+        std::ifstream log{log_file};
+        std::size_t count = 0;
+        for (std::string line; std::getline(log, line);) {
+            count += line.find(text) != std::string::npos ? 1 : 0;
+        }
+        return count;
+    }
+
     static std::string database_file() { return std::string{database} + "/running.db"; }
 
     static void open_and_close_terminal() {
@@ -215,6 +241,7 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
         ASSERT_EQ(prlimit(daemon->process.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
     }
 
+    long files_read = 0;
     std::string_view taken_away; // a file that the test itself makes unreadable
     std::jthread flood;
     std::jthread terminals;
@@ -223,28 +250,15 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
 };
 
 TEST_P(Faults, CostNoChange) {
-    auto const& [name, what, how, told, make, mend] = GetParam();
+    auto const& fault = GetParam();
     start_everything();
     wait_until_serving();
-    (this->*make)();
-    TornFileReader reader{taken_away};
-    set(a_change_of_every_output("debug"));
-    if (told != nullptr) {
-        EXPECT_TRUE(wait_for_text(log_file, told)) << "not told: " << told;
-    } else {
-        expect_in_step();
-    }
-    (this->*mend)();
-    expect_in_step();
-    set(a_change_of_every_output("info"));
-    expect_in_step();
-    reader.stop();
-    EXPECT_THAT(reader.torn, testing::IsEmpty()) << "of " << reader.files_read << " files read";
+    undergo(fault, "debug");
     EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
     EXPECT_EQ(daemon->process.terminate(), 0);
     if (!HasFailure()) {
-        append_to_report(
-            fmt::format("{}\t{}\t{}", what, how, told != nullptr ? told : "nothing: it holds up nothing"));
+        report(fmt::format("{}\t{}\t{}", fault.what, fault.how,
+                           fault.told != nullptr ? fault.told : "nothing: it holds up nothing"));
     }
 }
 
@@ -272,7 +286,7 @@ constexpr std::array faults{
     Fault{"NoSyslogNg", "syslog-ng killed", "SIGKILL; started again later",
           nullptr, &Faults::stop_syslog_ng, &Faults::start_syslog_ng_again},
     Fault{"NoBash", "bash missing", "something else is mounted over it",
-          "Failed", &Faults::take_bash_away, &Faults::put_bash_back},
+          "Failed reload syslog", &Faults::take_bash_away, &Faults::put_bash_back},
     Fault{"NoDescriptors", "no descriptors left", "RLIMIT_NOFILE is lowered to those in use",
           "Too many open files", &Faults::take_descriptors_away, &Faults::give_descriptors_back},
 
@@ -305,7 +319,66 @@ TEST_F(Faults, ADatabaseThatIsAwayForAMomentCostsNoChange) {
     EXPECT_TRUE(wait_for_text(log_file, "the database was removed or replaced"));
     std::filesystem::rename(database_file() + ".away", database_file());
     expect_in_step();
-    append_to_report("database file moved away\trenamed, and back\tthe database was removed or replaced");
+    report("database file moved away\trenamed, and back\tthe database was removed or replaced");
+}
+
+/// For XPON_SOAK_SECONDS one board lives through random faults, restarts by SIGHUP and changes of every kind.
+TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
+    using Clock = std::chrono::steady_clock;
+    auto random = seeded();
+    start_everything();
+    wait_until_serving();
+    auto const begin = Clock::now();
+    auto const end = begin + std::chrono::seconds{number_from_environment("XPON_SOAK_SECONDS", 8)};
+    struct Sample {
+        long kilobytes;
+        std::size_t descriptors, threads;
+    };
+    std::vector<Sample> samples;
+    int undergone = 0;
+    int hang_ups = 0;
+    while (Clock::now() < end && !HasFailure()) {
+        auto const& fault = faults.at(below(random, faults.size()));
+        // It ends the daemon's hearing of terminals until its next start, and so that of the rows that need
+        // them.
+        if (std::string_view{fault.name} == "NoTerminals") {
+            continue;
+        }
+        SCOPED_TRACE(fmt::format(
+            "{} s: {}", std::chrono::round<std::chrono::seconds>(Clock::now() - begin).count(), fault.name));
+        undergo(fault, below(random, 2) == 0 ? "debug" : "error");
+        ++undergone;
+        // A terminal's event that comes late, during the next fault, would end the following of terminals for
+        // good.
+        if (std::string_view{fault.name} == "TerminalStorm" || below(random, 4) == 0) {
+            daemon->process.kill(SIGHUP);
+            ASSERT_TRUE(daemon->wait_ready());
+            wait_until_serving();
+            ++hang_ups;
+        }
+        EXPECT_TRUE(wait_until([&] { return children().empty(); }));
+        samples.push_back({own_kilobytes(), descriptors(), threads()});
+    }
+    ASSERT_GE(samples.size(), 1U);
+    auto const& early = samples.at(samples.size() / 4); // what is allocated once is there by now
+    auto const& late = samples.back();
+    auto const figures = fmt::format("{} faults and {} SIGHUPs in {} s; {} files read, none torn; own memory "
+                                     "{} kB after a quarter, {} kB at the end; "
+                                     "descriptors {} and {}, threads {} and {}",
+                                     undergone, hang_ups,
+                                     std::chrono::round<std::chrono::seconds>(Clock::now() - begin).count(),
+                                     files_read, early.kilobytes, late.kilobytes, early.descriptors,
+                                     late.descriptors, early.threads, late.threads);
+    fmt::print("{}\n", figures);
+    EXPECT_EQ(late.descriptors, early.descriptors);
+    EXPECT_EQ(late.threads, early.threads);
+    if (!sanitized) {
+        EXPECT_LT(late.kilobytes, early.kilobytes + 1024);
+    }
+    EXPECT_EQ(daemon->process.terminate(), 0);
+    if (!HasFailure()) {
+        report("soak\trandom faults and restarts one after the other\t" + figures);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(, Faults, testing::ValuesIn(faults), shown);

@@ -194,6 +194,17 @@ class Board : public testing::Test {
         return contents(proc() / fmt::format("task/{}/children", daemon->process.pid()));
     }
 
+    /// Memory that the daemon shares with nobody.
+    long own_kilobytes() const {
+        std::istringstream status{contents(proc() / "status")};
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("RssAnon:")) {
+                return std::stol(line.substr(8));
+            }
+        }
+        return 0;
+    }
+
     ScratchFolder scratch;
     int started = 0;
     std::unique_ptr<Program> journald;

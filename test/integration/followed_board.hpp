@@ -21,8 +21,10 @@ class FollowedBoard : public Board {
         return zlog_folder + std::string{entry.name};
     }
 
+    /// Waits until the file holds the text. A change that had to wait for the end of a fault is tried again
+    /// after 1, 2, 4 ... s, so at the latest after as long as the fault lasted.
     static bool holds(std::filesystem::path const& path, std::string const& text) {
-        return wait_until([&] { return contents(path) == text; });
+        return wait_until([&] { return contents(path) == text; }, std::chrono::seconds{60});
     }
 
     /// Waits until every output is what the database says.

@@ -104,16 +104,6 @@ class Terminals : public Board {
         EXPECT_TRUE(wait_for_no_output(number));
     }
 
-    std::size_t resident_kilobytes() const {
-        std::istringstream status{contents(proc() / "status")};
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("RssAnon:")) {
-                return std::stoul(line.substr(8));
-            }
-        }
-        return 0;
-    }
-
     /// Opens and closes terminals, up to 14 at a time.
     static void open_and_close(int count) {
         std::deque<Terminal> open;
@@ -286,14 +276,14 @@ TEST_F(Terminals, FifteenGetOutputTheSixteenthIsOnlyRecordedAndTheNextStopsThePr
 TEST_F(Terminals, FiveHundredLeaveNothingBehind) {
     start_daemon_alone();
     open_and_close(100); // whatever is allocated once is there by now
-    auto const memory_before = resident_kilobytes();
+    auto const memory_before = own_kilobytes();
     auto const descriptors_before = descriptors();
     open_and_close(400);
     EXPECT_EQ(read_file(syslog_ng_conf), golden("syslog_ng/defaults.conf"));
     EXPECT_EQ(descriptors(), descriptors_before);
     EXPECT_TRUE(wait_until([&] { return children().empty(); }));
     if (!sanitized) {
-        EXPECT_LT(resident_kilobytes(), memory_before + 300) << "kilobytes";
+        EXPECT_LT(own_kilobytes(), memory_before + 300) << "kilobytes";
     }
     EXPECT_EQ(daemon->process.terminate(), 0);
 }
