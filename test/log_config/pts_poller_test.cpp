@@ -2,11 +2,10 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <atomic>
-#include <exception>
+#include <cerrno>
 #include <optional>
 #include <set>
 #include <thread>
@@ -25,16 +24,37 @@ namespace {
 
 std::atomic<int> waits_begun;
 
+// What the kernel is made to answer instead of doing the call: an error number, 0 to do it. To use up the
+// descriptors would also take away those that a sanitizer needs for its own checks.
+std::atomic<int> inotify_refusal;
+std::atomic<int> pipe_refusal;
+std::atomic<int> poll_refusal;
+
+bool refused(int error_number) {
+    errno = error_number != 0 ? error_number : errno;
+    return error_number != 0;
+}
+
 } // namespace
 
 extern "C" {
 
-// Shows that the loop has found its flag raised and is about to wait: a stop from then on reaches it as a
-// wake-up.
+int __real_inotify_init1(int flags);
+int __wrap_inotify_init1(int flags) {
+    return refused(inotify_refusal) ? -1 : __real_inotify_init1(flags);
+}
+
+int __real_pipe(int* ends);
+int __wrap_pipe(int* ends) {
+    return refused(pipe_refusal) ? -1 : __real_pipe(ends);
+}
+
+// Shows as well that the loop has found its flag raised and is about to wait: a stop from then on reaches it
+// as a wake-up.
 int __real_poll(pollfd* fds, nfds_t count, int timeout);
 int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
     ++waits_begun;
-    return __real_poll(fds, count, timeout);
+    return refused(poll_refusal) ? -1 : __real_poll(fds, count, timeout);
 }
 }
 
@@ -64,26 +84,19 @@ std::set<int> open_descriptors() {
     return descriptors;
 }
 
-/// Lets the process open only `more` descriptors beyond those it has.
-class DescriptorLimit {
+/// Makes the kernel refuse one of the calls above.
+class Refusal {
   public:
-    explicit DescriptorLimit(rlim_t limit) {
-        getrlimit(RLIMIT_NOFILE, &before);
-        rlimit const low{limit, before.rlim_max};
-        setrlimit(RLIMIT_NOFILE, &low);
+    Refusal(std::atomic<int>& refused_call, int error_number)
+      : call{refused_call} {
+        call = error_number;
     }
-    ~DescriptorLimit() { setrlimit(RLIMIT_NOFILE, &before); }
-    DescriptorLimit(DescriptorLimit const&) = delete;
-    DescriptorLimit& operator=(DescriptorLimit const&) = delete;
-
-    /// The lowest number that is free now.
-    static rlim_t next_free() {
-        UniqueFd const probe{open("/dev/null", O_RDONLY | O_CLOEXEC)};
-        return static_cast<rlim_t>(probe.get());
-    }
+    ~Refusal() { call = 0; }
+    Refusal(Refusal const&) = delete;
+    Refusal& operator=(Refusal const&) = delete;
 
   private:
-    rlimit before{};
+    std::atomic<int>& call;
 };
 
 class PtsPollerTest : public testing::Test {
@@ -385,21 +398,9 @@ TEST_F(PtsPollerTest, NothingIsWrittenForALevelThatIsOff) {
 }
 
 TEST_F(PtsPollerTest, AFailingPollEndsTheLoop) {
-    // From the line before the poll to its failure fewer descriptors are allowed than are polled.
-    class LimitingLogger : public FakeLogger {
-      public:
-        void log(core::LogLevel level, std::string_view text, std::source_location const& where) override {
-            FakeLogger::log(level, text, where);
-            limit.emplace(1);
-        }
-        std::optional<DescriptorLimit> limit;
-    };
-    auto const limiting = std::make_shared<LimitingLogger>();
-    logger = limiting;
     auto const poller = poller_with(queueing());
-    auto const result = poller->polling();
-    limiting->limit.reset();
-    EXPECT_THAT(result, IsError(Error::ErrorCApi, "poll() failed (22)"));
+    Refusal const no_poll{poll_refusal, EINVAL};
+    EXPECT_THAT(poller->polling(), IsError(Error::ErrorCApi, "poll() failed (22)"));
     EXPECT_TRUE(poller->get_polling_flag());
 }
 
@@ -441,24 +442,22 @@ TEST_F(PtsPollerTest, AFolderThatIsMissingIsReportedWithErrno) {
 }
 
 TEST_F(PtsPollerTest, DescriptorsThatTheKernelRefusesAreReportedWithErrno) {
-    auto const next = DescriptorLimit::next_free();
-    // Nothing but the construction runs under the limit: a sanitizer's own checks need descriptors too.
-    auto const construct_with = [&](rlim_t limit) {
-        DescriptorLimit const few{limit};
-        try {
-            PtsPoller(folder.path(), system, logger, {});
-        } catch (...) {
-            return std::current_exception();
+    {
+        Refusal const no_inotify{inotify_refusal, EMFILE};
+        EXPECT_THAT([&] { poller_with({}); },
+                    testing::ThrowsMessage<std::runtime_error>("inotify_init1 failed (24)"));
+    }
+    auto const before = open_descriptors();
+    {
+        Refusal const no_pipe{pipe_refusal, ENFILE};
+        EXPECT_THAT([&] { poller_with({}); },
+                    testing::ThrowsMessage<std::runtime_error>("pipe() failed (23)"));
+    }
+    for (int const fd : open_descriptors()) {
+        if (!before.contains(fd)) {
+            close(fd); // a failed construction leaves what it had opened
         }
-        return std::exception_ptr{};
-    };
-    auto const none = construct_with(next);
-    EXPECT_THAT([&] { std::rethrow_exception(none); },
-                testing::ThrowsMessage<std::runtime_error>("inotify_init1 failed (24)"));
-    auto const one = construct_with(next + 1);
-    EXPECT_THAT([&] { std::rethrow_exception(one); },
-                testing::ThrowsMessage<std::runtime_error>("pipe() failed (24)"));
-    close(static_cast<int>(next)); // a failed construction leaves what it had opened
+    }
 }
 
 TEST_F(PtsPollerTest, NoDescriptorIsLeftAfterDestruction) {
