@@ -359,7 +359,10 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
             wait_until_serving();
             ++hang_ups;
         }
-        EXPECT_TRUE(wait_until([&] { return children().empty(); }));
+        // A command that runs just then takes two descriptors.
+        EXPECT_TRUE(wait_until([&] {
+            return children().empty() && (samples.empty() || descriptors() <= samples.back().descriptors);
+        }));
         samples.push_back({own_kilobytes(), descriptors(), threads()});
     }
     ASSERT_GE(samples.size(), 1U);
@@ -373,8 +376,8 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
                                      files_read, early.kilobytes, late.kilobytes, early.descriptors,
                                      late.descriptors, early.threads, late.threads);
     fmt::print("{}\n", figures);
-    EXPECT_EQ(late.descriptors, early.descriptors);
-    EXPECT_EQ(late.threads, early.threads);
+    EXPECT_LE(late.descriptors, early.descriptors);
+    EXPECT_LE(late.threads, early.threads);
     if (!sanitized) {
         EXPECT_LT(late.kilobytes, early.kilobytes + 1024);
     }

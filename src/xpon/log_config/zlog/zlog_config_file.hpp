@@ -31,7 +31,7 @@ class ZlogConfigFile : public ILogConfigFile {
     Result<void> write();
     Result<void> notify();
 
-    Modules_names module;
+    [[maybe_unused]] Modules_names module; // told when its file changed: see `notification`
     std::unique_ptr<config_writer::IConfigWriter> writer;
     LogModules modules;
     std::shared_ptr<ILogConfigGenerator> generator;
