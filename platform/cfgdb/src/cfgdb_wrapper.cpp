@@ -25,6 +25,9 @@ CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const&
     offer(or_throw(make_feed(store, folder)));
 }
 
+CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const& folder, ReadOnly)
+  : store{or_throw(Store::open(name, folder, Store::Access::Read))} {}
+
 CfgDbWrapper::~CfgDbWrapper() = default;
 
 void const* CfgDbWrapper::db() const {

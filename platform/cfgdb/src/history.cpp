@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "printable.hpp"
 #include "store.hpp"
+#include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
 

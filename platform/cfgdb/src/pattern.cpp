@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <limits>
-#include <numeric>
 #include <optional>
 #include <utility>
 
@@ -8,7 +7,8 @@
 
 #include "core/failure.hpp"
 #include "number_in.hpp"
-#include "printable.hpp"
+#include "xpon/cfgdb/nearest.hpp"
+#include "xpon/cfgdb/printable.hpp"
 #include "xpon/cfgdb/settings.hpp"
 
 namespace xpon::cfgdb {
@@ -17,6 +17,9 @@ namespace {
 
 using core::Error;
 using core::fail;
+
+// Nobody writes more, and every search grows with it.
+constexpr std::size_t longest_pattern = 200;
 
 std::vector<std::string_view> split(std::string_view path) {
     std::vector<std::string_view> parts;
@@ -108,29 +111,6 @@ Numbers existing_numbers(std::vector<Candidate> const& candidates, std::size_t i
     return existing;
 }
 
-char lower(char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-/// How many letters to add, drop or change; the case of a letter counts for nothing, a name cut short for
-/// one.
-std::size_t distance(std::string_view from, std::string_view to) {
-    if (!from.empty() && from.size() < to.size() && to.starts_with(from)) {
-        return 1;
-    }
-    std::vector<std::size_t> row(to.size() + 1);
-    std::iota(row.begin(), row.end(), std::size_t{0});
-    for (std::size_t i = 0; i < from.size(); ++i) {
-        std::size_t diagonal = std::exchange(row[0], i + 1);
-        for (std::size_t k = 0; k < to.size(); ++k) {
-            std::size_t const changed = diagonal + (lower(from[i]) == lower(to[k]) ? 0 : 1);
-            diagonal = row[k + 1];
-            row[k + 1] = std::min({changed, diagonal + 1, row[k] + 1});
-        }
-    }
-    return row.back();
-}
-
 struct Neighbour {
     std::size_t distance;
     std::string path;
@@ -156,7 +136,7 @@ Neighbour fitted(Pattern const& pattern, std::vector<std::string_view> const& pa
 }
 
 /// Up to three of the nearest names, of settings or of groups; nothing where none is near.
-std::vector<std::string> nearest(std::string_view text) {
+std::vector<std::string> nearest_paths(std::string_view text) {
     auto const group = fmt::format("{}.*", text);
     Pattern const patterns[] = {pattern_of(text), pattern_of(group)};
     std::vector<std::string> found;
@@ -179,8 +159,7 @@ std::vector<std::string> nearest(std::string_view text) {
 }
 
 core::ErrorPayload unknown(std::string_view text) {
-    constexpr std::size_t longest = 200; // nobody mistypes more, and the search grows with it
-    auto const near = text.size() > longest ? std::vector<std::string>{} : nearest(text);
+    auto const near = text.size() > longest_pattern ? std::vector<std::string>{} : nearest_paths(text);
     return fail(Error::InvalidInputArg, "{}: no such setting; {}", printable(text),
                 near.empty() ? "all begin with \"syslog.\" or \"module.\""
                              : fmt::format("nearest: {}", fmt::join(near, ", ")));
@@ -191,6 +170,9 @@ core::ErrorPayload unknown(std::string_view text) {
 core::Result<std::vector<Setting const*>> expand(std::string_view text) {
     if (auto const* const exact = find_setting(text)) {
         return std::vector{exact};
+    }
+    if (text.size() > longest_pattern) {
+        return unknown(text);
     }
     auto const pattern = pattern_of(text);
     auto candidates = candidates_for(pattern);

@@ -1,4 +1,4 @@
-#include "printable.hpp"
+#include "xpon/cfgdb/printable.hpp"
 
 #include <iterator>
 

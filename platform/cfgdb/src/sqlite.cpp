@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
-#include "printable.hpp"
+#include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
 

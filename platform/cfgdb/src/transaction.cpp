@@ -95,8 +95,16 @@ core::Result<void> check_receivers(Wanted const& wanted, StoredValues const& sto
     return core::success();
 }
 
-core::Result<std::vector<Change>> plan(Wanted const& wanted, Connection const& connection) {
+using OnlyFrom = std::map<Setting const*, std::string>;
+
+core::Result<std::vector<Change>> plan(Wanted wanted, OnlyFrom const& only_from,
+                                       Connection const& connection) {
     OUTCOME_TRY(stored, stored_values(connection));
+    for (auto const& [setting, from] : only_from) {
+        if (current_text(*setting, stored) != from) {
+            wanted.erase(setting);
+        }
+    }
     auto changes = differences(wanted, stored);
     if (std::ranges::any_of(changes,
                             [](auto const& change) { return change.setting->field_id == remote_field; })) {
@@ -183,6 +191,7 @@ core::Result<void> Transaction::set(std::string_view pattern, std::string_view t
     }
     for (auto& [setting, value] : wishes) {
         wanted.insert_or_assign(setting, std::move(value));
+        only_from.erase(setting);
     }
     return core::success();
 }
@@ -191,13 +200,23 @@ core::Result<void> Transaction::reset(std::string_view pattern) {
     OUTCOME_TRY(found, settable(pattern));
     for (auto const* setting : found) {
         wanted.insert_or_assign(setting, setting->default_value);
+        only_from.erase(setting);
+    }
+    return core::success();
+}
+
+core::Result<void> Transaction::put_back(std::string_view path, std::string_view from, std::string_view to) {
+    OUTCOME_TRY(set(path, to));
+    OUTCOME_TRY(found, settable(path));
+    for (auto const* setting : found) {
+        only_from.insert_or_assign(setting, from);
     }
     return core::success();
 }
 
 core::Result<std::vector<Change>> Transaction::preview(std::filesystem::path const& folder) const {
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
-    return plan(wanted, store->unshared());
+    return plan(wanted, only_from, store->unshared());
 }
 
 core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path const& folder,
@@ -207,7 +226,7 @@ core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path cons
     OUTCOME_TRY(connection.execute("BEGIN IMMEDIATE"));
     core::UniqueFd doorbell; // outlives the transaction: it rings once all is visible
     Rollback const rollback{connection};
-    OUTCOME_TRY(changes, plan(wanted, connection));
+    OUTCOME_TRY(changes, plan(wanted, only_from, connection));
     if (changes.empty()) {
         return std::move(changes);
     }

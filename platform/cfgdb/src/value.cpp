@@ -6,7 +6,7 @@
 
 #include "core/failure.hpp"
 #include "number_in.hpp"
-#include "printable.hpp"
+#include "xpon/cfgdb/printable.hpp"
 #include "xpon/cfgdb/settings.hpp"
 
 namespace xpon::cfgdb {

@@ -289,6 +289,18 @@ TEST_F(BrokenDatabase, ReadingDoesNotMakeADatabase) {
 
 constexpr char const* gone = "the database was removed or replaced while it was open; start again";
 
+TEST_F(BrokenDatabase, OpenedForReadingItIsNeitherMadeNorFollowed) {
+    EXPECT_THROW((CfgDbWrapper{"TEST_CFGDB", folder / "other", ReadOnly{}}), std::runtime_error);
+    EXPECT_FALSE(std::filesystem::exists(folder / "other"));
+    make();
+    std::ignore = ChangeFeed::take();
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder, ReadOnly{}};
+    SyslogRshDest out{};
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &out, all_zero_key), 0);
+    EXPECT_EQ(out.level, 3U);
+    EXPECT_EQ(ChangeFeed::take(), nullptr);
+}
+
 TEST_F(BrokenDatabase, AfterItsRemovalReadersAndFeedFailInsteadOfGivingOldValues) {
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
     auto const feed = ChangeFeed::take();

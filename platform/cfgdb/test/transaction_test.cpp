@@ -147,6 +147,22 @@ std::string both(int one, int other, std::string const& receiver) {
         other, receiver);
 }
 
+TEST_F(Transactions, PutBackOnlyWhatStillHasTheValue) {
+    change(folder, {{"syslog.rsh.level", "debug"}, {"module.snmp.TRAP", "error"}});
+    Transaction back;
+    EXPECT_THAT(back.put_back("syslog.rsh.level", "debug", "notice"), IsOk());
+    EXPECT_THAT(back.put_back("module.snmp.TRAP", "info", "notice"), IsOk());
+    EXPECT_THAT(back.put_back("syslog.kernel.level", "warning", "critical"), IsOk());
+    EXPECT_THAT(back.put_back("syslog.rsh.leve", "debug", "notice"), IsError(Error::InvalidInputArg, testing::_));
+    EXPECT_THAT(back.put_back("syslog.rsh.level", "debug", "loud"), IsError(Error::InvalidInputArg, testing::_));
+    EXPECT_EQ(back.preview(folder).value().size(), 2U);
+    EXPECT_EQ(back.commit(folder).value().size(), 2U);
+    EXPECT_THAT(settings(), ElementsAre("module.snmp.TRAP|1", "syslog.kernel.level|0"));
+
+    EXPECT_THAT(back.set("module.snmp.TRAP", "debug"), IsOk()); // the later wish counts whatever it is now
+    EXPECT_EQ(back.commit(folder).value().size(), 1U);
+}
+
 TEST_F(Transactions, TwoReceiversOfOneAddressAndPortAreRefused) {
     change(folder, {{"syslog.remote.1.address", "10.0.0.1"}});
     Transaction transaction;

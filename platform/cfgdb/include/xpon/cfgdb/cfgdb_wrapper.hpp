@@ -11,6 +11,8 @@ inline constexpr char const* default_folder = "/var/lib/xpon/cfgdb";
 
 class Store;
 
+struct ReadOnly {};
+
 /// The open configuration database of a process, and the raw handle that the plain readers take.
 class CfgDbWrapper {
   public:
@@ -21,6 +23,9 @@ class CfgDbWrapper {
     /// naming path and reason when the database cannot be used: no permission, corrupt, of a newer schema,
     /// locked for more than 5 s.
     explicit CfgDbWrapper(std::string const& name, std::filesystem::path const& folder = default_folder);
+    /// Opens an existing database for reading alone: the permission to read is enough, and no feed waits in
+    /// the slot. Throws as above.
+    CfgDbWrapper(std::string const& name, std::filesystem::path const& folder, ReadOnly);
     ~CfgDbWrapper();
 
     CfgDbWrapper(CfgDbWrapper const&) = delete;

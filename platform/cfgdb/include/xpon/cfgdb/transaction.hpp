@@ -34,6 +34,10 @@ class Transaction {
     /// Wants the defaults.
     core::Result<void> reset(std::string_view pattern);
 
+    /// Wants a value for one setting, but only if it then still has the value `from` (as an operator writes
+    /// it): what somebody else has made of it meanwhile stays. Fails as `set` does.
+    core::Result<void> put_back(std::string_view path, std::string_view from, std::string_view to);
+
     /// What `commit` would change now, in the order of `settings`; needs no permission to write. Fails as it
     /// does.
     core::Result<std::vector<Change>> preview(std::filesystem::path const& folder = default_folder) const;
@@ -48,6 +52,7 @@ class Transaction {
 
   private:
     std::map<Setting const*, Value> wanted;
+    std::map<Setting const*, std::string> only_from; // the values that some of them must have
 };
 
 /// A row that the database holds: a setting that differs from its default, if all is well.
