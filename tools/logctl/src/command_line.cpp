@@ -29,10 +29,16 @@ int run(int argc, char** argv) {
         .add_option("--database", context.database,
                     fmt::format("Where the configuration database is [{}]", cfgdb::default_folder))
         ->type_name("FOLDER");
-    Action chosen;
+    Action chosen; // in the order of the help
     add_show(program, chosen);
     add_set(program, chosen);
     add_reset(program, chosen);
+    add_modules(program, chosen);
+    add_preview(program, chosen);
+    add_history(program, chosen);
+    add_rollback(program, chosen);
+    add_export(program, chosen);
+    add_import(program, chosen);
     add_watch(program, chosen);
 
     try {
@@ -43,16 +49,14 @@ int run(int argc, char** argv) {
     } catch (CLI::ParseError const& error) {
         return program.exit(error) == 0 ? 0 : misused;
     }
-    auto done = chosen(context);
-    if (done.has_value()) {
-        done = flush_output();
+    auto const status = chosen(context);
+    auto const written = flush_output();
+    if (status.has_value() && written.has_value()) {
+        return status.value();
     }
-    if (done.has_error()) {
-        auto const& info = done.error().info;
-        tell(info ? info->text() : core::to_string(done.error().error));
-        return failed;
-    }
-    return 0;
+    auto const& info = (status.has_error() ? status.error() : written.error()).info;
+    tell(info ? info->text() : "failed");
+    return failed;
 }
 
 } // namespace xpon::logctl

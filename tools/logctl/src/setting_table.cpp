@@ -1,23 +1,18 @@
 #include "setting_table.hpp"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <string_view>
 
-#include <fmt/format.h>
 #include <nlohmann/json.hpp>
+
+#include "table.hpp"
 
 namespace xpon::logctl {
 
 namespace {
 
 using cfgdb::Kind;
-
-constexpr std::string_view bold = "\x1b[1m";
-constexpr std::string_view yellow = "\x1b[33m";
-constexpr std::string_view red = "\x1b[31m";
-constexpr std::string_view plain = "\x1b[0m";
 
 std::string_view name_of(Source source) {
     switch (source) {
@@ -35,17 +30,13 @@ std::string default_of(SettingRow const& row) {
     return cfgdb::to_text(row.setting->kind, row.setting->default_value);
 }
 
-/// The cells of a line, and how the line's value is coloured.
-struct Line {
-    std::array<std::string, 4> cells;
-    std::string_view colour;
-};
-
 Line line_of(SettingRow const& row) {
     auto const value = row.allowed ? row.value : row.value + " (not allowed)";
-    auto const changed = row.source == Source::Database ? yellow : std::string_view{};
-    return {{row.setting->path, value, default_of(row), std::string{name_of(row.source)}},
-            row.allowed ? changed : red};
+    auto const changed = row.source == Source::Database ? colour::yellow : std::string_view{};
+    return {row.setting->path,
+            {value, row.allowed ? changed : colour::red},
+            default_of(row),
+            std::string{name_of(row.source)}};
 }
 
 /// Numbers as numbers, so that a program need not take the text apart.
@@ -56,24 +47,10 @@ nlohmann::ordered_json json_value(Kind kind, std::string const& text) {
 
 } // namespace
 
-std::string to_table(std::vector<SettingRow> const& rows, bool colour) {
-    std::vector<Line> lines{{{"PATH", "VALUE", "DEFAULT", "STORED"}, bold}};
+std::string to_table(std::vector<SettingRow> const& rows, bool coloured) {
+    std::vector<Line> lines{{{"PATH"}, {"VALUE", colour::bold}, {"DEFAULT"}, {"STORED"}}};
     std::ranges::transform(rows, std::back_inserter(lines), line_of);
-    std::array<std::size_t, 3> widths{};
-    for (auto const& line : lines) {
-        for (std::size_t i = 0; i < widths.size(); ++i) {
-            widths.at(i) = std::max(widths.at(i), line.cells.at(i).size());
-        }
-    }
-    std::string text;
-    for (auto const& line : lines) {
-        auto const& [path, value, default_value, source] = line.cells;
-        bool const coloured = colour && !line.colour.empty();
-        fmt::format_to(std::back_inserter(text), "{:{}}  {}{:{}}{}  {:{}}  {}\n", path, widths[0],
-                       coloured ? line.colour : "", value, widths[1], coloured ? plain : "", default_value,
-                       widths[2], source);
-    }
-    return text;
+    return aligned(lines, coloured);
 }
 
 std::string to_json(std::vector<SettingRow> const& rows) {

@@ -18,7 +18,7 @@ struct SettingRow {
 };
 
 /// Path, value, default and source in aligned columns, with a heading.
-std::string to_table(std::vector<SettingRow> const& rows, bool colour);
+std::string to_table(std::vector<SettingRow> const& rows, bool coloured);
 
 /// The same as an array of objects.
 std::string to_json(std::vector<SettingRow> const& rows);

@@ -44,11 +44,18 @@ Subcommands:
   show                        Show settings: path, value, default, where it is stored
   set                         Change settings: all of them at once, or none
   reset                       Put settings back to their defaults: all at once, or none
+  modules                     Show the modules: value, stem, files, subjects, levels
+  preview                     Show the text that the daemon would write, whether it runs or not
+  history                     Show who changed what, the newest last
+  rollback                    Undo everything after a transaction, as a new one; says what before it does it
+  export                      Print the whole configuration as JSON: every setting that is not at its default
+  import                      Make the configuration what a file from export says: all at once, or nothing
   watch                       Show changes and the message bus' notifications and answers as they happen
 
 )"),
                                                ""}));
-    for (auto const* command : {"show", "set", "reset", "watch"}) {
+    for (auto const* command :
+         {"show", "set", "reset", "modules", "preview", "history", "rollback", "export", "import", "watch"}) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));

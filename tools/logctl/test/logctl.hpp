@@ -5,6 +5,9 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
 #include "kit/child_process.hpp"
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_until.hpp"
@@ -94,6 +97,15 @@ class Logctl {
         Words all{"--database", database.string()};
         all.insert(all.end(), words.begin(), words.end());
         return Running{all, scratch / "running-out", scratch / "running-err"};
+    }
+
+    /// Plain SQL on the database, past every check.
+    void sql(char const* statement) const {
+        sqlite3* handle = nullptr;
+        EXPECT_EQ(sqlite3_open(file.c_str(), &handle), SQLITE_OK);
+        EXPECT_EQ(sqlite3_exec(handle, statement, nullptr, nullptr, nullptr), SQLITE_OK)
+            << sqlite3_errmsg(handle);
+        sqlite3_close(handle);
     }
 
     /// Who signs its changes: for root the one who called it through sudo.

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "core/unique_fd.hpp"
+#include "kit/golden.hpp"
 #include "logctl.hpp"
 
 namespace xpon::logctl {
@@ -21,6 +22,44 @@ TEST(BoardPaths, TheDatabaseIsTheBoardsUnlessAnotherIsGiven) {
     EXPECT_EQ(status.st_mode & 07777U, 0660U);
     EXPECT_EQ(logctl.run({"show", "syslog.rsh"}),
               logctl.run({"show", "syslog.rsh", "--database", "/var/lib/xpon/cfgdb"}));
+}
+
+TEST(BoardPaths, APreviewIsComparedWithTheDisk) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"set", "module.netserve.SELF=critical"}), (Outcome{0, "", ""}));
+    std::string const path = "/etc/zlog_modules_config/NETSERVE.conf";
+    auto const wanted = logctl({"preview", "NETSERVE"}).out;
+    test::write_file(path, wanted);
+    EXPECT_EQ(logctl({"preview", "NETSERVE", "--diff"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(logctl({"set", "module.netserve.SELF=error"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(logctl({"preview", "NETSERVE", "--diff"}), (Outcome{0, text(R"(
+--- /etc/zlog_modules_config/NETSERVE.conf
++++ wanted
+@@ -7,6 +7,7 @@
+ 
+ [rules]
+ NETSERVE.=FATAL >syslog, LOG_LOCAL0; for_fatal
++NETSERVE.=ERROR >syslog, LOG_LOCAL0;
+ NETSERVE_IPC.=FATAL >syslog, LOG_LOCAL0; for_fatal
+ NETSERVE_IPC.=ERROR >syslog, LOG_LOCAL0;
+ NETSERVE_IPC.=WARN >syslog, LOG_LOCAL0; for_info
+)"),
+                                                                  ""}));
+    std::filesystem::remove(path);
+    EXPECT_THAT(logctl({"preview", "NETSERVE", "--diff"}).out,
+                testing::StartsWith("--- " + path + "\n+++ wanted\n@@ -0,0 +1,14 @@\n+[global]\n"));
+}
+
+TEST(BoardPaths, ThePreviewOfSyslogNgHasTheTerminalsThatTheFileHas) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"reset", "*"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(logctl({"preview", "syslog-ng"}), (Outcome{0, test::golden("syslog_ng/defaults.conf"), ""}));
+    test::write_file("/etc/syslog-ng/syslog-ng.conf",
+                     "destination d_rsh_3 {\n    file(\"/dev/pts/3\");\n};\n");
+    auto const with_terminal = logctl({"preview", "syslog-ng.conf"});
+    EXPECT_EQ(with_terminal.status, 0);
+    EXPECT_THAT(with_terminal.out, testing::AllOf(testing::HasSubstr("    file(\"/dev/pts/3\");\n"),
+                                                  testing::HasSubstr("    destination(d_rsh_3);\n")));
 }
 
 /// What the program shows on a terminal.

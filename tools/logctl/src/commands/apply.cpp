@@ -14,11 +14,8 @@ void add_apply_options(CLI::App& command, ApplyOptions& options) {
                      "Check everything and say what would be changed, but change nothing");
 }
 
-core::Result<void> apply(cfgdb::Transaction const& transaction, Context const& context,
-                         ApplyOptions const& options) {
-    OUTCOME_TRY(changes, options.dry_run ? transaction.preview(context.database)
-                                         : transaction.commit(context.database));
-    if (options.verbose || options.dry_run) {
+void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose) {
+    if (verbose) {
         for (auto const& [setting, old_value, new_value] : changes) {
             print(fmt::format("{}: {} -> {}\n", setting->path, old_value, new_value));
         }
@@ -30,7 +27,14 @@ core::Result<void> apply(cfgdb::Transaction const& transaction, Context const& c
         tell("note: a level of the session manager takes effect when the daemon is next restarted, not "
              "before");
     }
-    return core::success();
+}
+
+core::Result<bool> apply(cfgdb::Transaction const& transaction, Context const& context,
+                         ApplyOptions const& options) {
+    OUTCOME_TRY(changes, options.dry_run ? transaction.preview(context.database)
+                                         : transaction.commit(context.database));
+    tell_changes(changes, options.verbose || options.dry_run);
+    return !changes.empty();
 }
 
 } // namespace xpon::logctl

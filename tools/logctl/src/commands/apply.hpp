@@ -13,8 +13,11 @@ struct ApplyOptions {
 /// Adds the options to a command that changes settings.
 void add_apply_options(CLI::App& command, ApplyOptions& options);
 
-/// Commits the transaction, or only says what it would change.
-core::Result<void> apply(cfgdb::Transaction const& transaction, Context const& context,
+/// Says what is changed, and what the operator should know about it.
+void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose);
+
+/// Commits the transaction, or only says what it would change. Whether there is something to change.
+core::Result<bool> apply(cfgdb::Transaction const& transaction, Context const& context,
                          ApplyOptions const& options);
 
 } // namespace xpon::logctl

@@ -14,13 +14,20 @@ struct Context {
     std::filesystem::path database; ///< the database's folder
 };
 
-/// What the command line asks for; run once the whole line was understood. An error is told to the operator.
-using Action = std::function<core::Result<void>(Context const&)>;
+/// What the command line asks for; run once the whole line was understood. Returns the exit status; an error
+/// is told to the operator and is status 1.
+using Action = std::function<core::Result<int>(Context const&)>;
 
 // Each adds its command to the program; when the command is given, `chosen` becomes what it does.
 void add_show(CLI::App& program, Action& chosen);
 void add_set(CLI::App& program, Action& chosen);
 void add_reset(CLI::App& program, Action& chosen);
+void add_modules(CLI::App& program, Action& chosen);
+void add_preview(CLI::App& program, Action& chosen);
+void add_history(CLI::App& program, Action& chosen);
+void add_rollback(CLI::App& program, Action& chosen);
+void add_export(CLI::App& program, Action& chosen);
+void add_import(CLI::App& program, Action& chosen);
 void add_watch(CLI::App& program, Action& chosen);
 
 } // namespace xpon::logctl

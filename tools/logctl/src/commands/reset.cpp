@@ -10,12 +10,13 @@ struct Options : ApplyOptions {
     std::vector<std::string> patterns;
 };
 
-core::Result<void> reset(Context const& context, Options const& options) {
+core::Result<int> reset(Context const& context, Options const& options) {
     cfgdb::Transaction transaction;
     for (auto const& pattern : options.patterns) {
         OUTCOME_TRY(transaction.reset(pattern));
     }
-    return apply(transaction, context, options);
+    OUTCOME_TRY(apply(transaction, context, options));
+    return 0;
 }
 
 } // namespace

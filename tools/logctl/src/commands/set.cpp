@@ -14,13 +14,14 @@ std::string check_assignment(std::string const& text) {
     return text.find('=') != std::string::npos ? "" : "\"" + text + "\" is not PATH=VALUE";
 }
 
-core::Result<void> set(Context const& context, Options const& options) {
+core::Result<int> set(Context const& context, Options const& options) {
     cfgdb::Transaction transaction;
     for (std::string_view const assignment : options.assignments) {
         auto const sign = assignment.find('=');
         OUTCOME_TRY(transaction.set(assignment.substr(0, sign), assignment.substr(sign + 1)));
     }
-    return apply(transaction, context, options);
+    OUTCOME_TRY(apply(transaction, context, options));
+    return 0;
 }
 
 } // namespace

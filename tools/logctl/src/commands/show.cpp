@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <map>
 #include <memory>
 #include <set>
 
@@ -8,7 +7,7 @@
 #include "commands/command.hpp"
 #include "output.hpp"
 #include "setting_table.hpp"
-#include "xpon/cfgdb/transaction.hpp"
+#include "stored.hpp"
 
 namespace xpon::logctl {
 
@@ -28,17 +27,6 @@ bool speaks_of_onts(std::string_view pattern) {
     return pattern.find(".ont.") != std::string_view::npos || pattern.ends_with(".ont");
 }
 
-/// A pattern, or the name of a group as everything below it.
-core::Result<std::vector<Setting const*>> expand(std::string const& pattern) {
-    auto found = cfgdb::expand(pattern);
-    if (found.has_error()) {
-        if (auto group = cfgdb::expand(pattern + ".*"); group.has_value()) {
-            return group;
-        }
-    }
-    return found;
-}
-
 struct Selection {
     std::set<Setting const*> settings;      ///< in the order of the table of all
     std::set<Setting const*> wanted_anyway; ///< also at the default
@@ -47,7 +35,7 @@ struct Selection {
 core::Result<Selection> select(std::vector<std::string> const& patterns) {
     Selection selection;
     for (auto const& pattern : patterns) {
-        OUTCOME_TRY(found, expand(pattern));
+        OUTCOME_TRY(found, expand_group(pattern));
         selection.settings.insert(found.begin(), found.end());
         if (speaks_of_onts(pattern)) {
             selection.wanted_anyway.insert(found.begin(), found.end());
@@ -56,21 +44,10 @@ core::Result<Selection> select(std::vector<std::string> const& patterns) {
     return selection;
 }
 
-core::Result<std::map<Setting const*, cfgdb::StoredSetting>> stored_values(Context const& context) {
-    OUTCOME_TRY(stored, cfgdb::stored_settings(context.database));
-    std::map<Setting const*, cfgdb::StoredSetting> values;
-    for (auto& row : stored) {
-        if (row.setting != nullptr) {
-            values.emplace(row.setting, std::move(row));
-        }
-    }
-    return values;
-}
-
-core::Result<void> show(Context const& context, Options const& options) {
+core::Result<int> show(Context const& context, Options const& options) {
     OUTCOME_TRY(selection,
                 select(options.patterns.empty() ? std::vector<std::string>{"*"} : options.patterns));
-    OUTCOME_TRY(stored, stored_values(context));
+    OUTCOME_TRY(stored, stored_values(context.database));
     std::vector<SettingRow> rows;
     std::size_t left_out = 0;
     for (auto const* setting : selection.settings) {
@@ -88,7 +65,7 @@ core::Result<void> show(Context const& context, Options const& options) {
         print(fmt::format("{} ONT levels are at the default; see them with: logctl show module.fsm_pon.ont\n",
                           left_out));
     }
-    return core::success();
+    return 0;
 }
 
 } // namespace

@@ -245,7 +245,10 @@ void add_watch(CLI::App& program, Action& chosen) {
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, 1e6).description(""));
     command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return Watch{context, *options}.run(); };
+        chosen = [options](Context const& context) -> core::Result<int> {
+            OUTCOME_TRY((Watch{context, *options}.run()));
+            return 0;
+        };
     });
 }
 

@@ -1,0 +1,41 @@
+#include <memory>
+
+#include <fmt/format.h>
+
+#include "commands/command.hpp"
+#include "core/failure.hpp"
+#include "output.hpp"
+#include "settings_file.hpp"
+#include "stored.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+core::Result<int> export_settings(Context const& context) {
+    OUTCOME_TRY(stored, stored_values(context.database));
+    Assignments assignments;
+    for (auto const& setting : cfgdb::settings()) {
+        auto const found = stored.find(&setting);
+        if (found == stored.end()) {
+            continue;
+        }
+        if (!found->second.allowed) {
+            return core::fail(core::Error::InvalidState, "{}: {} is stored, allowed is {}", setting.path,
+                              found->second.value, cfgdb::allowed(setting.kind));
+        }
+        assignments.emplace_back(setting.path, found->second.value);
+    }
+    print(settings_file(assignments));
+    return 0;
+}
+
+} // namespace
+
+void add_export(CLI::App& program, Action& chosen) {
+    auto* const command = program.add_subcommand(
+        "export", "Print the whole configuration as JSON: every setting that is not at its default");
+    command->callback([&chosen] { chosen = export_settings; });
+}
+
+} // namespace xpon::logctl

@@ -1,0 +1,77 @@
+#include <map>
+#include <memory>
+
+#include <fmt/format.h>
+
+#include "commands/apply.hpp"
+#include "core/failure.hpp"
+#include "output.hpp"
+#include "xpon/cfgdb/history.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+struct Options {
+    std::int64_t number = 0;
+    bool dry_run = false;
+};
+
+core::Result<void> check_number(std::int64_t number, std::vector<cfgdb::HistoryEntry> const& all) {
+    auto const newest = all.empty() ? 0 : all.back().number;
+    auto const oldest = all.empty() ? 0 : all.front().number - 1;
+    if (number < oldest || number > newest) {
+        return core::fail(core::Error::InvalidInputArg, "{}: the history can be rolled back to {} up to {}",
+                          number, oldest, newest);
+    }
+    return core::success();
+}
+
+core::Result<int> rollback(Context const& context, Options const& options) {
+    OUTCOME_TRY(all, cfgdb::history(context.database));
+    OUTCOME_TRY(check_number(options.number, all));
+
+    struct Values {
+        std::string before;
+        std::string now;
+    };
+    std::map<std::string, Values> settings;
+    for (auto const& entry : all) {
+        if (entry.number > options.number) {
+            settings.try_emplace(entry.path, Values{entry.old_value, {}}).first->second.now = entry.new_value;
+        }
+    }
+    cfgdb::Transaction transaction;
+    for (auto const& [path, values] : settings) {
+        OUTCOME_TRY(transaction.put_back(path, values.now, values.before));
+    }
+    OUTCOME_TRY(planned, transaction.preview(context.database));
+    tell_changes(planned, true);
+    OUTCOME_TRY(flush_output());
+    if (!options.dry_run) {
+        OUTCOME_TRY(done, transaction.commit(context.database));
+        if (done.size() != planned.size()) {
+            tell(fmt::format("{} of these settings were changed by somebody else meanwhile and stay",
+                             planned.size() - done.size()));
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+void add_rollback(CLI::App& program, Action& chosen) {
+    auto* const command = program.add_subcommand(
+        "rollback", "Undo everything after a transaction, as a new one; says what before it does it");
+    auto const options = std::make_shared<Options>();
+    command
+        ->add_option("NUMBER", options->number, "The last transaction of the history that stays; 0 for none")
+        ->required()
+        ->type_name("");
+    command->add_flag("--dry-run", options->dry_run, "Say what would be changed, but change nothing");
+    command->callback([options, &chosen] {
+        chosen = [options](Context const& context) { return rollback(context, *options); };
+    });
+}
+
+} // namespace xpon::logctl
