@@ -1,5 +1,8 @@
 #include "wanted.hpp"
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <fstream>
 #include <iterator>
 
@@ -63,7 +66,7 @@ core::Result<std::string> Wanted::syslog_ng_text(log_config::OpenShells const& s
         getRunDb_CommonGCfg_logging_syslog_console(db, &settings.console, global_row) != 0 ||
         getRunDb_CommonGCfg_logging_syslog_remote(db, &settings.remote, global_row) != 0 ||
         getRunDb_CommonGCfg_logging_syslog_rsh(db, &settings.rsh, global_row) != 0) {
-        return unreadable();
+        return unreadable("syslog.");
     }
     return log_config::syslog_ng_text(settings, shells);
 }
@@ -72,9 +75,29 @@ core::Result<int> Wanted::kernel_level() const {
     constexpr int number_of_critical = 2;
     SyslogKernelDest kernel{};
     if (getRunDb_CommonGCfg_logging_syslog_kernel(database->db(), &kernel, global_row) != 0) {
-        return unreadable();
+        return unreadable("syslog.");
     }
     return kernel.level + number_of_critical;
+}
+
+bool Wanted::is_of_another_level(ConfigFileEntry const& file, std::string_view text) const {
+    constexpr std::uint16_t levels = 6;
+    auto modules = modules_in(file);
+    if (modules.has_error() || modules.value().empty()) {
+        return false;
+    }
+    auto& module = *modules.value().begin()->second;
+    for (std::uint16_t self = 0; self < levels; ++self) {
+        for (std::uint16_t ipc = 0; ipc < levels; ++ipc) {
+            std::array<std::uint16_t, 2> const subjects{self, ipc};
+            auto const descriptor = std::bit_cast<ModuleSessionMgr>(subjects);
+            std::string expected{log_config::ZlogConfigGenerator{}.get_header()};
+            if (module.update_config(descriptor).has_value() && expected + module.get_config() == text) {
+                return true;
+            }
+        }
+    }
+    return false;
 }
 
 core::Result<std::vector<std::string>> Wanted::files_with(Modules_names module) const {
@@ -93,22 +116,26 @@ core::Result<log_config::LogModules> Wanted::modules_in(ConfigFileEntry const& f
     auto const generator = std::make_shared<log_config::ZlogConfigGenerator>();
     auto const added = core::caught([&] { return file.add_modules(modules, database, generator); });
     if (added.has_error()) {
-        return unreadable();
+        return unreadable("module.");
     }
     return modules;
 }
 
-core::ErrorPayload Wanted::unreadable() const {
-    auto const stored = cfgdb::stored_settings(folder);
-    if (stored.has_value()) {
+core::ErrorPayload Wanted::unreadable(std::string_view group) const {
+    std::vector<std::string> wrong;
+    if (auto const stored = cfgdb::stored_settings(folder); stored.has_value()) {
         for (auto const& row : stored.value()) {
-            if (row.setting != nullptr && !row.allowed) {
-                return fail(Error::InvalidState, "{}: {} is stored, allowed is {}", row.path, row.value,
-                            cfgdb::allowed(row.setting->kind));
+            if (row.setting != nullptr && !row.allowed && row.path.starts_with(group)) {
+                wrong.push_back(fmt::format("{}: {} is stored, allowed is {}", row.path, row.value,
+                                            cfgdb::allowed(row.setting->kind)));
             }
         }
     }
-    return fail(Error::InvalidState, "the stored settings cannot be used; logctl check tells why");
+    constexpr std::size_t enough = 3;
+    wrong.resize(std::min(wrong.size(), enough));
+    return fail(Error::InvalidState, "{}",
+                wrong.empty() ? "the stored settings cannot be used; logctl check tells why"
+                              : fmt::format("{}", fmt::join(wrong, "; ")));
 }
 
 log_config::OpenShells shells_in(std::string_view conf) {

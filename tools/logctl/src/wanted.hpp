@@ -1,7 +1,10 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "commands/command.hpp"
@@ -26,6 +29,10 @@ class Wanted {
     /// The kernel's console level in the kernel's own numbering.
     core::Result<int> kernel_level() const;
 
+    /// Whether this is the text of SESSIONMGR.conf at any levels of its module: it is written at the daemon's
+    /// start only.
+    bool is_of_another_level(log_config::ConfigFileEntry const& file, std::string_view text) const;
+
     /// The zlog files that hold rules of this module.
     core::Result<std::vector<std::string>> files_with(Modules_names module) const;
 
@@ -35,7 +42,8 @@ class Wanted {
       , database{std::move(opened)} {}
 
     core::Result<log_config::LogModules> modules_in(log_config::ConfigFileEntry const& file) const;
-    core::ErrorPayload unreadable() const;
+    /// Which stored settings of a group stand in the way.
+    core::ErrorPayload unreadable(std::string_view group) const;
 
     std::filesystem::path folder;
     std::shared_ptr<cfgdb::CfgDbWrapper> database;

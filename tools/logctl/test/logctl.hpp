@@ -100,9 +100,11 @@ class Logctl {
     }
 
     /// Plain SQL on the database, past every check.
-    void sql(char const* statement) const {
+    void sql(char const* statement) const { sql(statement, file); }
+
+    static void sql(char const* statement, std::filesystem::path const& path) {
         sqlite3* handle = nullptr;
-        EXPECT_EQ(sqlite3_open(file.c_str(), &handle), SQLITE_OK);
+        EXPECT_EQ(sqlite3_open(path.c_str(), &handle), SQLITE_OK);
         EXPECT_EQ(sqlite3_exec(handle, statement, nullptr, nullptr, nullptr), SQLITE_OK)
             << sqlite3_errmsg(handle);
         sqlite3_close(handle);

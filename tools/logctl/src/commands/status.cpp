@@ -1,0 +1,308 @@
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <memory>
+
+#include <sys/stat.h>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "commands/command.hpp"
+#include "module_names.hpp"
+#include "output.hpp"
+#include "running.hpp"
+#include "table.hpp"
+#include "wanted.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+using log_config::ConfigFileEntry;
+using nlohmann::ordered_json;
+
+constexpr char const* printk = "/proc/sys/kernel/printk";
+constexpr char const* in_order = "ok";
+constexpr char const* unknown = "unknown";
+
+/// One of the daemon's outputs: what the database asks for, what was written, what runs. Each is "ok" or says
+/// in a word what it is instead.
+struct Output {
+    std::string name;
+    std::string path;
+    std::string wanted = in_order;
+    std::string written = in_order;
+    std::string running = in_order;
+    std::string detail = {}; ///< in words, what is behind a state that is not "ok"
+
+    bool in_step() const {
+        return wanted == in_order && written == in_order && (running == in_order || running == unknown);
+    }
+};
+
+struct Report {
+    std::optional<Process> daemon;
+    std::optional<Process> broker;
+    std::optional<Process> syslog_ng;
+    std::string database_problem = {}; ///< why nothing can be made from the database; empty if it can
+    std::vector<Terminal> terminals = {};
+    std::vector<Output> outputs = {};
+
+    bool in_step() const {
+        return daemon && std::ranges::all_of(outputs, &Output::in_step) && count(TerminalState::Stalled) == 0;
+    }
+    std::ptrdiff_t count(TerminalState state) const {
+        return std::ranges::count(terminals, state, &Terminal::state);
+    }
+};
+
+std::string text_of(core::ErrorPayload const& error) {
+    return std::string{error.info ? error.info->text() : core::to_string(error.error)};
+}
+
+void add_detail(Output& output, std::string const& text) {
+    if (text.empty()) {
+        return;
+    }
+    output.detail += (output.detail.empty() ? "" : "; ") + text;
+}
+
+/// Compares what the database asks for with what is on the disk.
+void compare(Output& output, core::Result<std::string> const& wanted,
+             std::optional<std::string> const& written) {
+    if (!written) {
+        output.written = "missing";
+    }
+    if (wanted.has_error()) {
+        output.wanted = "invalid";
+        output.written = written ? unknown : output.written;
+        add_detail(output, text_of(wanted.error()));
+    } else if (written && *written != wanted.value()) {
+        output.written = "differs";
+    }
+}
+
+/// What is made from the database, or why nothing is.
+template <class Make>
+auto made_from(core::Result<Wanted> const& wanted, Make make) -> std::invoke_result_t<Make, Wanted const&> {
+    if (wanted.has_error()) {
+        return core::ErrorPayload{core::Error::InvalidState, std::string{}}; // said once for all outputs
+    }
+    return make(wanted.value());
+}
+
+Output syslog_ng_output(core::Result<Wanted> const& wanted) {
+    Output output{"syslog-ng", syslog_ng_conf};
+    auto const written = file_text(syslog_ng_conf);
+    auto const shells = shells_in(written.value_or(""));
+    compare(output, made_from(wanted, [&](auto const& from) { return from.syslog_ng_text(shells); }),
+            written);
+    auto const loaded = loaded_syslog_ng_conf();
+    if (loaded.has_error()) {
+        output.running = "down";
+        add_detail(output, text_of(loaded.error()));
+    } else if (loaded.value() != written) {
+        output.running = "differs";
+        add_detail(output, "another configuration is loaded than the file holds");
+    }
+    return output;
+}
+
+Output kernel_output(core::Result<Wanted> const& wanted) {
+    Output output{"kernel", printk};
+    auto const level = made_from(wanted, [](auto const& from) { return from.kernel_level(); });
+    auto const text = file_text(printk).value_or("");
+    int now = -1;
+    std::from_chars(text.data(), text.data() + text.size(), now); // the first of the numbers there
+    if (level.has_error()) {
+        output.wanted = "invalid";
+        output.written = output.running = unknown;
+        add_detail(output, text_of(level.error()));
+    } else if (now != level.value()) {
+        output.written = output.running = now < 0 ? "missing" : "differs";
+        add_detail(output, fmt::format("console level {} is wanted, {} is set", level.value(), now));
+    }
+    return output;
+}
+
+/// Milliseconds since the epoch.
+std::optional<std::uint64_t> modification_time(std::string const& path) {
+    struct stat status{};
+    if (stat(path.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    return static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1000U +
+           static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 1'000'000U;
+}
+
+using Answers = core::Result<std::map<std::uint32_t, ipc::LastAnswer>>;
+
+void judge_answer(Output& output, Modules_names module, Answers const& answers) {
+    output.running = unknown;
+    auto const written_at = modification_time(output.path);
+    if (answers.has_error() || !written_at) {
+        return;
+    }
+    auto const answer = answers.value().find(module);
+    if (answer == answers.value().end()) {
+        return;
+    }
+    auto const& [_, status, time] = answer->second;
+    if (time < *written_at) {
+        output.running = "stale";
+        add_detail(output, fmt::format("the module last answered at {}, before the file was written",
+                                       utc(static_cast<std::int64_t>(time / 1000))));
+    } else if (status != 0) {
+        output.running = "failed";
+        add_detail(output, fmt::format("the module answered: {}", std::strerror(static_cast<int>(status))));
+    } else {
+        output.running = in_order;
+    }
+}
+
+Output zlog_output(ConfigFileEntry const& file, core::Result<Wanted> const& wanted, Answers const& answers) {
+    Output output{std::string{file.name}, zlog_path(file.name)};
+    auto const written = file_text(output.path);
+    compare(output, made_from(wanted, [&](auto const& from) { return from.zlog_text(file); }), written);
+    if (output.written == "differs" && file.name == "SESSIONMGR.conf" &&
+        wanted.value().is_of_another_level(file, *written)) {
+        output.written = "restart needed";
+        add_detail(output, "a level of the session manager takes effect when the daemon is next restarted");
+    }
+    judge_answer(output, file.module, answers);
+    return output;
+}
+
+Report look(Context const& context) {
+    Report report{find_process("log-config"), find_process("ipc-broker"), find_process("syslog-ng")};
+    report.terminals = terminals(report.syslog_ng);
+    auto const wanted = Wanted::open(context);
+    report.database_problem = wanted.has_error() ? text_of(wanted.error()) : "";
+    auto const answers = last_answers();
+    report.outputs.push_back(syslog_ng_output(wanted));
+    report.outputs.push_back(kernel_output(wanted));
+    for (auto const& file : log_config::zlog_files) {
+        report.outputs.push_back(zlog_output(file, wanted, answers));
+    }
+    return report;
+}
+
+Cell state_cell(std::string const& state) {
+    return {state, state == in_order ? colour::green : state == unknown ? std::string_view{} : colour::red};
+}
+
+std::string_view name_of(TerminalState state) {
+    switch (state) {
+    case TerminalState::Open:
+        return "open";
+    case TerminalState::Receiving:
+        return "receiving";
+    case TerminalState::Stalled:
+        return "stalled";
+    }
+    return "";
+}
+
+Line process_line(std::string name, std::optional<Process> const& process) {
+    return {std::move(name),
+            process ? Cell{fmt::format("up since {}, process {}", utc(process->since), process->pid)}
+                    : Cell{"down", colour::red}};
+}
+
+std::string to_text(Report const& report, bool coloured) {
+    auto const stalled = report.count(TerminalState::Stalled);
+    auto const receiving = report.count(TerminalState::Receiving) + stalled;
+    auto text = aligned(
+        {process_line("daemon", report.daemon),
+         process_line("broker", report.broker),
+         process_line("syslog-ng", report.syslog_ng),
+         {{"database"},
+          report.database_problem.empty() ? Cell{"readable"} : Cell{report.database_problem, colour::red}},
+         {{"terminals"},
+          {fmt::format("{} open, {} receiving, {} stalled", report.terminals.size(), receiving - stalled,
+                       stalled),
+           stalled > 0 ? colour::red : std::string_view{}}}},
+        coloured);
+    std::vector<Line> lines{{{"OUTPUT"}, {"WANTED"}, {"WRITTEN"}, {"RUNNING"}, {"REASON"}}};
+    for (auto const& output : report.outputs) {
+        lines.push_back({{output.name},
+                         state_cell(output.wanted),
+                         state_cell(output.written),
+                         state_cell(output.running),
+                         {output.detail}});
+    }
+    text += "\n" + aligned(lines, coloured) + "\n";
+    if (!report.terminals.empty()) {
+        lines = {{{"TERMINAL"}, {"STATE"}, {"MESSAGES"}}};
+        for (auto const& [number, state, messages] : report.terminals) {
+            lines.push_back({fmt::format("/dev/pts/{}", number),
+                             {std::string{name_of(state)},
+                              state == TerminalState::Stalled ? colour::red : std::string_view{}},
+                             std::to_string(messages)});
+        }
+        text += aligned(lines, coloured) + "\n";
+    }
+    auto const behind = report.outputs.size() -
+                        static_cast<std::size_t>(std::ranges::count_if(report.outputs, &Output::in_step));
+    text += report.in_step() ? fmt::format("in step: all {} outputs\n", report.outputs.size())
+                             : fmt::format("not in step: {} of {} outputs{}{}\n", behind,
+                                           report.outputs.size(), report.daemon ? "" : "; the daemon is down",
+                                           stalled > 0 ? "; a terminal is stalled" : "");
+    return text;
+}
+
+ordered_json object_of(std::optional<Process> const& process) {
+    if (!process) {
+        return {{"up", false}, {"pid", nullptr}, {"since", nullptr}};
+    }
+    return {{"up", true}, {"pid", process->pid}, {"since", utc(process->since)}};
+}
+
+std::string to_json(Report const& report) {
+    auto all_terminals = ordered_json::array();
+    for (auto const& [number, state, messages] : report.terminals) {
+        all_terminals.push_back({{"terminal", fmt::format("/dev/pts/{}", number)},
+                                 {"state", name_of(state)},
+                                 {"messages", messages}});
+    }
+    auto outputs = ordered_json::array();
+    for (auto const& output : report.outputs) {
+        outputs.push_back({{"output", output.name},
+                           {"path", output.path},
+                           {"wanted", output.wanted},
+                           {"written", output.written},
+                           {"running", output.running},
+                           {"in_step", output.in_step()},
+                           {"reason", output.detail}});
+    }
+    ordered_json const whole{{"in_step", report.in_step()},
+                             {"daemon", object_of(report.daemon)},
+                             {"broker", object_of(report.broker)},
+                             {"syslog_ng", object_of(report.syslog_ng)},
+                             {"database_problem", report.database_problem.empty()
+                                                      ? ordered_json(nullptr)
+                                                      : ordered_json(report.database_problem)},
+                             {"terminals", std::move(all_terminals)},
+                             {"outputs", std::move(outputs)}};
+    return whole.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+}
+
+core::Result<int> status(Context const& context, bool json) {
+    auto const report = look(context);
+    print(json ? to_json(report) : to_text(report, wants_colour()));
+    return report.in_step() ? 0 : 1;
+}
+
+} // namespace
+
+void add_status(CLI::App& program, Action& chosen) {
+    auto* const command = program.add_subcommand(
+        "status", "Show for each output what is wanted, written and running; status 0 if all is in step");
+    auto const json = std::make_shared<bool>(false);
+    command->add_flag("--json", *json, "Print one JSON object");
+    command->callback(
+        [json, &chosen] { chosen = [json](Context const& context) { return status(context, *json); }; });
+}
+
+} // namespace xpon::logctl
