@@ -36,6 +36,7 @@ int run(int argc, char** argv) {
     add_modules(program, chosen);
     add_preview(program, chosen);
     add_status(program, chosen);
+    add_check(program, chosen);
     add_history(program, chosen);
     add_rollback(program, chosen);
     add_export(program, chosen);

@@ -47,6 +47,7 @@ Subcommands:
   modules                     Show the modules: value, stem, files, subjects, levels
   preview                     Show the text that the daemon would write, whether it runs or not
   status                      Show for each output what is wanted, written and running; status 0 if all is in step
+  check                       Check every stored setting, and whether a private syslog-ng starts with the generated text
   history                     Show who changed what, the newest last
   rollback                    Undo everything after a transaction, as a new one; says what before it does it
   export                      Print the whole configuration as JSON: every setting that is not at its default
@@ -55,8 +56,8 @@ Subcommands:
 
 )"),
                                                ""}));
-    for (auto const* command : {"show", "set", "reset", "modules", "preview", "status", "history", "rollback",
-                                "export", "import", "watch"}) {
+    for (auto const* command : {"show", "set", "reset", "modules", "preview", "status", "check", "history",
+                                "rollback", "export", "import", "watch"}) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));

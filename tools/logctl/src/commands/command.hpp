@@ -25,6 +25,7 @@ void add_reset(CLI::App& program, Action& chosen);
 void add_modules(CLI::App& program, Action& chosen);
 void add_preview(CLI::App& program, Action& chosen);
 void add_status(CLI::App& program, Action& chosen);
+void add_check(CLI::App& program, Action& chosen);
 void add_history(CLI::App& program, Action& chosen);
 void add_rollback(CLI::App& program, Action& chosen);
 void add_export(CLI::App& program, Action& chosen);

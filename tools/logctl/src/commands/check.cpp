@@ -1,0 +1,140 @@
+#include <memory>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include "commands/command.hpp"
+#include "dry_run.hpp"
+#include "output.hpp"
+#include "stored.hpp"
+#include "wanted.hpp"
+#include "xpon/cfgdb/printable.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+/// What is wrong with a stored setting.
+struct Problem {
+    std::string path;
+    std::string text;
+};
+
+struct Findings {
+    std::size_t stored = 0;
+    std::vector<Problem> problems;
+    DryRun dry_run{DryRun::Outcome::NotDone, ""};
+
+    bool good() const { return problems.empty() && dry_run.outcome != DryRun::Outcome::Refused; }
+};
+
+void look_at_rows(std::vector<cfgdb::StoredSetting> const& rows, std::vector<Problem>& problems) {
+    for (auto const& row : rows) {
+        if (row.setting == nullptr) {
+            problems.push_back({cfgdb::printable(row.path), "no such setting, the daemon ignores it"});
+        } else if (!row.allowed) {
+            problems.push_back({row.path, fmt::format("{} is stored, allowed is {}", row.value,
+                                                      cfgdb::allowed(row.setting->kind))});
+        }
+    }
+}
+
+void look_at_receivers(StoredValues const& stored, std::vector<Problem>& problems) {
+    std::map<std::pair<std::string, std::string>, std::string> known;
+    for (int number = 1; number <= 3; ++number) {
+        auto const path = fmt::format("syslog.remote.{}", number);
+        auto const address = value_of(*cfgdb::find_setting(path + ".address"), stored);
+        auto const port = value_of(*cfgdb::find_setting(path + ".port"), stored);
+        if (address == "0.0.0.0") {
+            continue;
+        }
+        if (auto const [other, is_new] = known.try_emplace({address, port}, path); !is_new) {
+            problems.push_back({path, fmt::format("{} port {}, as {}; allowed is each address and port once",
+                                                  address, port, other->second)});
+        }
+    }
+}
+
+core::Result<Findings> look(Context const& context) {
+    OUTCOME_TRY(rows, cfgdb::stored_settings(context.database));
+    OUTCOME_TRY(stored, stored_values(context.database));
+    Findings findings;
+    findings.stored = rows.size();
+    look_at_rows(rows, findings.problems);
+    look_at_receivers(stored, findings.problems);
+    OUTCOME_TRY(wanted, Wanted::open(context));
+    auto const text = wanted.syslog_ng_text(shells_in(file_text(syslog_ng_conf).value_or("")));
+    findings.dry_run = text.has_value()
+                           ? try_syslog_ng(text.value())
+                           : DryRun{DryRun::Outcome::NotDone, "there is no text with these settings"};
+    return findings;
+}
+
+std::string_view name_of(DryRun::Outcome outcome) {
+    switch (outcome) {
+    case DryRun::Outcome::Loads:
+        return "loads";
+    case DryRun::Outcome::Refused:
+        return "refused";
+    case DryRun::Outcome::NotDone:
+        return "not done";
+    }
+    return "";
+}
+
+std::string to_text(Findings const& findings) {
+    auto text = findings.problems.empty() ? fmt::format("settings: {} stored, all valid\n", findings.stored)
+                                          : fmt::format("settings: {} stored, {} wrong\n", findings.stored,
+                                                        findings.problems.size());
+    for (auto const& [path, problem] : findings.problems) {
+        text += fmt::format("  {}: {}\n", path, problem);
+    }
+    auto const& [outcome, reason] = findings.dry_run;
+    switch (outcome) {
+    case DryRun::Outcome::Loads:
+        text += "syslog-ng: starts with the generated text\n";
+        break;
+    case DryRun::Outcome::Refused:
+        text += fmt::format("syslog-ng: refuses the generated text: {}\n", reason);
+        break;
+    case DryRun::Outcome::NotDone:
+        text += fmt::format("syslog-ng: the dry run could not be done: {}\n", reason);
+        break;
+    }
+    return text;
+}
+
+std::string to_json(Findings const& findings) {
+    auto problems = ordered_json::array();
+    for (auto const& [path, problem] : findings.problems) {
+        problems.push_back({{"path", path}, {"problem", problem}});
+    }
+    ordered_json const whole{
+        {"good", findings.good()},
+        {"stored", findings.stored},
+        {"problems", problems},
+        {"dry_run", {{"state", name_of(findings.dry_run.outcome)}, {"reason", findings.dry_run.reason}}}};
+    return whole.dump(2) + "\n";
+}
+
+core::Result<int> check(Context const& context, bool json) {
+    OUTCOME_TRY(findings, look(context));
+    print(json ? to_json(findings) : to_text(findings));
+    return findings.good() ? 0 : 1;
+}
+
+} // namespace
+
+void add_check(CLI::App& program, Action& chosen) {
+    auto* const command = program.add_subcommand(
+        "check",
+        "Check every stored setting, and whether a private syslog-ng starts with the generated text");
+    auto const json = std::make_shared<bool>(false);
+    command->add_flag("--json", *json, "Print one JSON object");
+    command->callback(
+        [json, &chosen] { chosen = [json](Context const& context) { return check(context, *json); }; });
+}
+
+} // namespace xpon::logctl
