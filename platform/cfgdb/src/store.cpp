@@ -19,6 +19,9 @@ constexpr std::int64_t schema_version = 1;
 // A setting has a row only while it differs from its default. No column type: what was stored comes back
 // as it was, so that a value of a wrong type is noticed and not converted. AUTOINCREMENT: a number is never
 // used twice, also when the newest rows are gone.
+constexpr char const* trial_table = "CREATE TABLE IF NOT EXISTS trial(number INTEGER PRIMARY KEY, "
+                                    "boot TEXT NOT NULL, until INTEGER NOT NULL, author TEXT NOT NULL)";
+
 std::string schema() {
     return fmt::format(R"(
     PRAGMA journal_mode = WAL;
@@ -30,9 +33,10 @@ std::string schema() {
     CREATE TABLE history(entry INTEGER PRIMARY KEY AUTOINCREMENT, number INTEGER NOT NULL, at INTEGER NOT NULL,
                          author TEXT NOT NULL, path TEXT NOT NULL, old TEXT NOT NULL, new TEXT NOT NULL);
     CREATE INDEX history_by_number ON history(number);
+    {};
     COMMIT;
 )",
-                       application_id, schema_version);
+                       application_id, schema_version, trial_table);
 }
 
 core::Result<void> fill_new_database(std::filesystem::path const& file) {
@@ -96,6 +100,8 @@ core::Result<std::shared_ptr<Store>> Store::open(std::string name, std::filesyst
         // would come back over a database file that is restored from a copy.
         OUTCOME_TRY(opened.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
                                    "PRAGMA journal_size_limit = 1048576"));
+        // A database of the first release has none.
+        OUTCOME_TRY(opened.execute(trial_table));
     }
     // A range of the primary key: one statement, so one record is always one consistent state.
     OUTCOME_TRY(records, opened.prepare("SELECT path, value FROM setting WHERE path >= ?1 AND path < ?2"));

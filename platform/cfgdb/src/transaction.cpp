@@ -131,12 +131,14 @@ core::Result<void> write_settings(Connection const& connection, Wanted const& wa
 }
 
 // Entries are kept to 10 000 or 90 days, whichever keeps more. Whole transactions only are dropped
-// from the history, and at least the newest 20 000 entries stay: some five changes of every level there is.
+// from the history, never one that is on trial, and at least the newest 20 000 entries stay: some five
+// changes of every level there is.
 constexpr char const* prune = R"(
     DELETE FROM journal WHERE sequence <= (SELECT max(sequence) FROM journal) - 10000
                           AND at < CAST(strftime('%s') AS INTEGER) - 90 * 86400;
     DELETE FROM history WHERE number < (SELECT number FROM history
-                                        WHERE entry = (SELECT max(entry) FROM history) - 19999);
+                                        WHERE entry = (SELECT max(entry) FROM history) - 19999)
+                          AND number < (SELECT ifnull(min(number), 1 << 62) FROM trial);
 )";
 
 core::Result<void> record_changes(Connection const& connection, std::vector<Change> const& changes,
@@ -221,20 +223,36 @@ core::Result<std::vector<Change>> Transaction::preview(std::filesystem::path con
 
 core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path const& folder,
                                                       std::string const& author) const {
+    return commit(folder, author, {});
+}
+
+core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path const& folder,
+                                                      std::string const& author, Hooks const& hooks) const {
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Write));
     auto const& connection = store->unshared();
     OUTCOME_TRY(connection.execute("BEGIN IMMEDIATE"));
     core::UniqueFd doorbell; // outlives the transaction: it rings once all is visible
     Rollback const rollback{connection};
+    if (hooks.before) {
+        OUTCOME_TRY(go_on, hooks.before(connection));
+        if (!go_on) {
+            return std::vector<Change>{};
+        }
+    }
     OUTCOME_TRY(changes, plan(wanted, only_from, connection));
-    if (changes.empty()) {
+    if (changes.empty() && !hooks.after) {
         return std::move(changes);
     }
     // In the hand before anything is written, so that not even a kill after the commit keeps it from ringing.
     OUTCOME_TRY(opened, open_doorbell(folder));
     doorbell = std::move(opened);
-    OUTCOME_TRY(write_settings(connection, wanted, changes));
-    OUTCOME_TRY(record_changes(connection, changes, author));
+    if (!changes.empty()) {
+        OUTCOME_TRY(write_settings(connection, wanted, changes));
+        OUTCOME_TRY(record_changes(connection, changes, author));
+    }
+    if (hooks.after) {
+        OUTCOME_TRY(hooks.after(connection));
+    }
     OUTCOME_TRY(connection.execute("COMMIT"));
     return std::move(changes);
 }

@@ -153,8 +153,10 @@ TEST_F(Transactions, PutBackOnlyWhatStillHasTheValue) {
     EXPECT_THAT(back.put_back("syslog.rsh.level", "debug", "notice"), IsOk());
     EXPECT_THAT(back.put_back("module.snmp.TRAP", "info", "notice"), IsOk());
     EXPECT_THAT(back.put_back("syslog.kernel.level", "warning", "critical"), IsOk());
-    EXPECT_THAT(back.put_back("syslog.rsh.leve", "debug", "notice"), IsError(Error::InvalidInputArg, testing::_));
-    EXPECT_THAT(back.put_back("syslog.rsh.level", "debug", "loud"), IsError(Error::InvalidInputArg, testing::_));
+    EXPECT_THAT(back.put_back("syslog.rsh.leve", "debug", "notice"),
+                IsError(Error::InvalidInputArg, testing::_));
+    EXPECT_THAT(back.put_back("syslog.rsh.level", "debug", "loud"),
+                IsError(Error::InvalidInputArg, testing::_));
     EXPECT_EQ(back.preview(folder).value().size(), 2U);
     EXPECT_EQ(back.commit(folder).value().size(), 2U);
     EXPECT_THAT(settings(), ElementsAre("module.snmp.TRAP|1", "syslog.kernel.level|0"));

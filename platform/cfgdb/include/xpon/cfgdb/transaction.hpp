@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -21,6 +22,8 @@ struct Change {
 
 /// Who is changing something: the user of this process, behind sudo the one who called it.
 std::string current_author();
+
+class Connection;
 
 /// Collects what is wanted and then writes all of it or nothing. Of two wishes for one setting the later
 /// counts. One thread at a time.
@@ -49,6 +52,14 @@ class Transaction {
     /// database could not do.
     core::Result<std::vector<Change>> commit(std::filesystem::path const& folder = default_folder,
                                              std::string const& author = current_author()) const;
+
+    /// The library's own: `before` says, inside the transaction, whether to go on; `after` adds to it.
+    struct Hooks {
+        std::function<core::Result<bool>(Connection const&)> before = {};
+        std::function<core::Result<void>(Connection const&)> after = {};
+    };
+    core::Result<std::vector<Change>> commit(std::filesystem::path const& folder, std::string const& author,
+                                             Hooks const& hooks) const;
 
   private:
     std::map<Setting const*, Value> wanted;

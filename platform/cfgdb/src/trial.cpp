@@ -1,0 +1,127 @@
+#include "xpon/cfgdb/trial.hpp"
+
+#include <ctime>
+#include <fstream>
+
+#include "core/failure.hpp"
+#include "store.hpp"
+#include "xpon/cfgdb/history.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+using core::Error;
+using core::fail;
+
+std::string current_boot() {
+    std::string boot;
+    std::ifstream{"/proc/sys/kernel/random/boot_id"} >> boot;
+    return boot;
+}
+
+std::int64_t seconds_since_boot() {
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    return now.tv_sec;
+}
+
+core::Result<std::optional<Trial>> pending(Connection const& connection) {
+    OUTCOME_TRY(tables, connection.number("SELECT count(*) FROM sqlite_master WHERE name = 'trial'"));
+    if (tables == 0) {
+        return std::optional<Trial>{};
+    }
+    OUTCOME_TRY(statement, connection.prepare("SELECT number, boot, until, author FROM trial"));
+    auto rows = statement.run();
+    if (rows.next()) {
+        return std::optional{
+            Trial{rows.number(0), {std::string{rows.text(1)}, rows.number(2)}, std::string{rows.text(3)}}};
+    }
+    if (rows.result() != SQLITE_DONE) {
+        return connection.failure(rows.result());
+    }
+    return std::optional<Trial>{};
+}
+
+core::Result<void> forget_trial(Connection const& connection) {
+    return connection.execute("DELETE FROM trial");
+}
+
+core::Result<bool> is_pending(Connection const& connection, std::int64_t number) {
+    OUTCOME_TRY(trial, pending(connection));
+    return trial && trial->number == number;
+}
+
+} // namespace
+
+BootInstant BootInstant::in(std::int64_t seconds) {
+    return {current_boot(), seconds_since_boot() + seconds};
+}
+
+bool BootInstant::over() const {
+    return boot != current_boot() || seconds_since_boot() >= seconds;
+}
+
+core::Result<std::optional<Trial>> pending_trial(std::filesystem::path const& folder) {
+    OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
+    return pending(store->unshared());
+}
+
+core::Result<std::vector<Change>> commit_trial(Transaction const& transaction, BootInstant const& end,
+                                               std::filesystem::path const& folder,
+                                               std::string const& author) {
+    std::int64_t newest_before = 0;
+    return transaction.commit(
+        folder, author,
+        {.before = [&](Connection const& connection) -> core::Result<bool> {
+             OUTCOME_TRY(other, pending(connection));
+             if (other) {
+                 return fail(Error::Already, "transaction {} of {} waits for its confirmation", other->number,
+                             other->author);
+             }
+             OUTCOME_TRY(newest, connection.number("SELECT max(number) FROM history"));
+             newest_before = newest;
+             return true;
+         },
+         .after = [&](Connection const& connection) -> core::Result<void> {
+             OUTCOME_TRY(newest, connection.number("SELECT max(number) FROM history"));
+             if (newest == newest_before) {
+                 return core::success(); // nothing was changed
+             }
+             OUTCOME_TRY(remember, connection.prepare("INSERT INTO trial VALUES(?1, ?2, ?3, ?4)"));
+             return connection.change(remember, newest, std::string_view{end.boot}, end.seconds,
+                                      std::string_view{author});
+         }});
+}
+
+core::Result<Trial> confirm_trial(std::filesystem::path const& folder) {
+    std::optional<Trial> confirmed;
+    OUTCOME_TRY(Transaction{}.commit(folder, {},
+                                     {.before = [&](Connection const& connection) -> core::Result<bool> {
+                                          OUTCOME_TRY(trial, pending(connection));
+                                          confirmed = std::move(trial);
+                                          return confirmed.has_value();
+                                      },
+                                      .after = forget_trial}));
+    if (!confirmed) {
+        return fail(Error::Empty, "nothing waits for a confirmation");
+    }
+    return *std::move(confirmed);
+}
+
+core::Result<std::vector<Change>> undo_trial(std::int64_t number, std::filesystem::path const& folder,
+                                             std::string const& author) {
+    OUTCOME_TRY(entries, history(folder, number - 1));
+    Transaction back;
+    for (auto const& entry : entries) {
+        if (entry.number == number) {
+            OUTCOME_TRY(back.put_back(entry.path, entry.new_value, entry.old_value));
+        }
+    }
+    return back.commit(
+        folder, author,
+        {.before = [&](Connection const& connection) { return is_pending(connection, number); },
+         .after = forget_trial});
+}
+
+} // namespace xpon::cfgdb
