@@ -39,6 +39,8 @@ int run(int argc, char** argv) {
     add_check(program, chosen);
     add_history(program, chosen);
     add_rollback(program, chosen);
+    add_commit_confirm(program, chosen);
+    add_confirm(program, chosen);
     add_export(program, chosen);
     add_import(program, chosen);
     add_watch(program, chosen);

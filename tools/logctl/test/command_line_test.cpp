@@ -50,6 +50,8 @@ Subcommands:
   check                       Check every stored setting, and whether a private syslog-ng starts with the generated text
   history                     Show who changed what, the newest last
   rollback                    Undo everything after a transaction, as a new one; says what before it does it
+  commit-confirm              Change settings now, and undo it by itself unless confirmed in time
+  confirm                     Make what commit-confirm has changed permanent
   export                      Print the whole configuration as JSON: every setting that is not at its default
   import                      Make the configuration what a file from export says: all at once, or nothing
   watch                       Show changes and the message bus' notifications and answers as they happen
@@ -57,7 +59,7 @@ Subcommands:
 )"),
                                                ""}));
     for (auto const* command : {"show", "set", "reset", "modules", "preview", "status", "check", "history",
-                                "rollback", "export", "import", "watch"}) {
+                                "rollback", "commit-confirm", "confirm", "export", "import", "watch"}) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));

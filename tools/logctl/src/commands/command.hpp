@@ -28,6 +28,8 @@ void add_status(CLI::App& program, Action& chosen);
 void add_check(CLI::App& program, Action& chosen);
 void add_history(CLI::App& program, Action& chosen);
 void add_rollback(CLI::App& program, Action& chosen);
+void add_commit_confirm(CLI::App& program, Action& chosen);
+void add_confirm(CLI::App& program, Action& chosen);
 void add_export(CLI::App& program, Action& chosen);
 void add_import(CLI::App& program, Action& chosen);
 void add_watch(CLI::App& program, Action& chosen);

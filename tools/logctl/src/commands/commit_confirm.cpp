@@ -1,0 +1,284 @@
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <ctime>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <span>
+#include <system_error>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/timerfd.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "commands/apply.hpp"
+#include "core/failure.hpp"
+#include "core/unique_fd.hpp"
+#include "output.hpp"
+#include "process.hpp"
+#include "xpon/cfgdb/change_feed.hpp"
+#include "xpon/cfgdb/trial.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+using cfgdb::BootInstant;
+using cfgdb::Trial;
+using core::Error;
+using core::fail;
+
+struct Options : ApplyOptions {
+    std::vector<std::string> words;
+    bool recover = false;
+    std::optional<std::int64_t> guard;
+};
+
+constexpr double longest_minutes = 7 * 24 * 60;
+
+core::Result<std::int64_t> seconds_in(std::string const& minutes) {
+    char* end = nullptr;
+    double const number = std::strtod(minutes.c_str(), &end);
+    bool const valid = end != minutes.c_str() && *end == '\0' && number > 0 && number <= longest_minutes;
+    if (!valid) {
+        return fail(Error::InvalidInputArg, "\"{}\" is refused, allowed are more than 0 and up to {} minutes",
+                    minutes, longest_minutes);
+    }
+    return static_cast<std::int64_t>(std::ceil(number * 60));
+}
+
+bool systemd_runs() {
+    return access("/run/systemd/system", F_OK) == 0 && access("/run/systemd/private", F_OK) == 0;
+}
+
+std::string unit_of(BootInstant const& end) {
+    return fmt::format("logctl-recover-{}", end.seconds);
+}
+
+void stop_timer(BootInstant const& end) {
+    // Where it stays, it finds nothing to do.
+    std::ignore = run_program({"systemctl", "--quiet", "stop", unit_of(end) + ".timer"});
+}
+
+/// What undoes the trial when its time is over and this program may be long gone: a timer of the service
+/// manager, else a process of its own session in the background. Set before the commit, so that no death in
+/// between leaves a trial that nobody ends.
+class Alarm {
+  public:
+    Alarm(Context const& context, BootInstant end_of_trial)
+      : end{std::move(end_of_trial)} {
+        std::error_code unknown;
+        command = {std::filesystem::read_symlink("/proc/self/exe", unknown), "--database",
+                   std::filesystem::absolute(context.database, unknown), "commit-confirm"};
+    }
+
+    core::Result<void> set(std::int64_t seconds) {
+        timer = systemd_runs() && start_timer(seconds);
+        return timer ? core::Result<void>{core::success()} : start_guard();
+    }
+
+    /// Not needed after all. The process in the background sees for itself that there is no trial.
+    void cancel() const {
+        if (timer) {
+            stop_timer(end);
+        }
+    }
+
+  private:
+    bool start_timer(std::int64_t seconds) const {
+        std::vector<std::string> argv{"systemd-run",
+                                      "--quiet",
+                                      "--collect",
+                                      "--unit=" + unit_of(end),
+                                      fmt::format("--on-active={}", seconds),
+                                      "--timer-property=AccuracySec=1s"};
+        argv.insert(argv.end(), command.begin(), command.end());
+        argv.emplace_back("--recover");
+        auto const started = run_program(argv, {}, std::chrono::seconds{10});
+        return started.has_value() && started.value().status == 0;
+    }
+
+    core::Result<void> start_guard() {
+        auto argv = command;
+        argv.insert(argv.end(), {"--guard", std::to_string(end.seconds)});
+        std::vector<char*> pointers(argv.size() + 1, nullptr);
+        std::ranges::transform(argv, pointers.begin(), [](auto& text) { return text.data(); });
+        std::array<int, 2> ends{-1, -1};
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) {
+            return fail(Error::CommonError, "no pipe ({})", std::generic_category().message(errno));
+        }
+        core::UniqueFd const theirs{ends[0]};
+        alive.reset(ends[1]);
+        posix_spawn_file_actions_t files;
+        posix_spawn_file_actions_init(&files);
+        posix_spawn_file_actions_adddup2(&files, theirs.get(), STDIN_FILENO);
+        for (int const fd : {STDOUT_FILENO, STDERR_FILENO}) {
+            posix_spawn_file_actions_addopen(&files, fd, "/dev/null", O_RDWR, 0);
+        }
+        posix_spawn_file_actions_addchdir_np(&files, "/");
+        posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+        pid_t guard = -1;
+        int const error =
+            posix_spawn(&guard, pointers.front(), &files, &attributes, pointers.data(), environ);
+        posix_spawnattr_destroy(&attributes);
+        posix_spawn_file_actions_destroy(&files);
+        if (error != 0) {
+            return fail(Error::CommonError, "no process in the background ({})",
+                        std::generic_category().message(error));
+        }
+        return core::success();
+    }
+
+    BootInstant end;
+    std::vector<std::string> command;
+    bool timer = false;
+    core::UniqueFd alive; // closed when this program has committed, or died: so the other process knows
+};
+
+std::string time_left(BootInstant const& end) {
+    auto const left = std::max<std::int64_t>(end.seconds - BootInstant::in(0).seconds, 0);
+    return fmt::format("{} min {} s", left / 60, left % 60);
+}
+
+core::Result<int> commit(Context const& context, Options const& options) {
+    OUTCOME_TRY(seconds, seconds_in(options.words.front()));
+    cfgdb::Transaction transaction;
+    for (std::string_view const assignment : std::span{options.words}.subspan(1)) {
+        auto const sign = assignment.find('=');
+        OUTCOME_TRY(transaction.set(assignment.substr(0, sign), assignment.substr(sign + 1)));
+    }
+    if (options.dry_run) {
+        OUTCOME_TRY(apply(transaction, context, options));
+        return 0;
+    }
+    auto const end = BootInstant::in(seconds);
+    Alarm alarm{context, end};
+    OUTCOME_TRY(alarm.set(seconds));
+    auto const committed = cfgdb::commit_trial(transaction, end, context.database);
+    if (committed.has_error() || committed.value().empty()) {
+        alarm.cancel();
+    }
+    if (committed.has_error() && committed.error().error == Error::Already) {
+        OUTCOME_TRY(trial, cfgdb::pending_trial(context.database));
+        return fail(Error::Already,
+                    "{}; confirm it with: logctl confirm, or undo it with: logctl rollback {}{}",
+                    committed.error().info->text(), trial ? trial->number - 1 : 0,
+                    trial ? fmt::format(" (it is undone in {})", time_left(trial->end)) : "");
+    }
+    OUTCOME_TRY(changes, committed);
+    tell_changes(changes, options.verbose);
+    tell(changes.empty() ? "nothing is changed, so there is nothing to confirm"
+                         : fmt::format("undone in {} unless you confirm it: logctl confirm", time_left(end)));
+    return 0;
+}
+
+/// At the end of the time, after a reboot, and wherever the timer was lost. A database that is not there has
+/// nothing to recover.
+core::Result<int> recover(Context const& context) {
+    std::error_code unknown;
+    if (!std::filesystem::exists(context.database / "running.db", unknown)) {
+        return 0;
+    }
+    OUTCOME_TRY(trial, cfgdb::pending_trial(context.database));
+    if (!trial || !trial->end.over()) {
+        return 0;
+    }
+    OUTCOME_TRY(changes, cfgdb::undo_trial(trial->number, context.database));
+    for (auto const& [setting, old_value, new_value] : changes) {
+        syslog(LOG_LOCAL0 | LOG_NOTICE, "logctl: not confirmed, so undone: %s: %s -> %s",
+               setting->path.c_str(), old_value.c_str(), new_value.c_str());
+    }
+    return 0;
+}
+
+/// Sleeps until that second of this boot, or until there is no trial that ends then; while standard input is
+/// open it may still come.
+core::Result<int> guard(Context const& context, std::int64_t until) {
+    core::UniqueFd const timer{timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC)};
+    itimerspec const end{{}, {until, 0}};
+    timerfd_settime(timer.get(), TFD_TIMER_ABSTIME, &end, nullptr);
+    pollfd wanted[] = {{timer.get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}, {-1, POLLIN, 0}};
+    std::unique_ptr<cfgdb::ChangeFeed> feed;
+    while (wanted[0].revents == 0) {
+        if (poll(wanted, std::size(wanted), -1) < 0 && errno != EINTR) {
+            return fail(Error::CommonError, "cannot wait ({})", std::generic_category().message(errno));
+        }
+        if (wanted[1].revents != 0) { // it is decided; before, there may not even have been a database
+            OUTCOME_TRY(opened, cfgdb::ChangeFeed::open(context.database));
+            feed = std::move(opened);
+            wanted[1].fd = -1;
+            wanted[2].fd = feed->fd();
+        }
+        if (feed) {
+            std::ignore = feed->next(); // only the waking counts
+            OUTCOME_TRY(trial, cfgdb::pending_trial(context.database));
+            if (!trial || trial->end.seconds != until) {
+                return 0;
+            }
+        }
+    }
+    return recover(context);
+}
+
+core::Result<int> commit_confirm(Context const& context, Options const& options) {
+    return options.recover ? recover(context)
+           : options.guard ? guard(context, *options.guard)
+                           : commit(context, options);
+}
+
+core::Result<int> confirm(Context const& context) {
+    OUTCOME_TRY(trial, cfgdb::confirm_trial(context.database));
+    if (systemd_runs()) {
+        stop_timer(trial.end);
+    }
+    return 0;
+}
+
+std::string check_assignment(std::string const& text) {
+    return text.find('=') != std::string::npos ? "" : "\"" + text + "\" is not PATH=VALUE";
+}
+
+} // namespace
+
+void add_commit_confirm(CLI::App& program, Action& chosen) {
+    auto* const command = program.add_subcommand(
+        "commit-confirm", "Change settings now, and undo it by itself unless confirmed in time");
+    auto const options = std::make_shared<Options>();
+    command
+        ->add_option("MINUTES PATH=VALUE", options->words,
+                     "How long to wait for logctl confirm, also a part of a minute; then as for set")
+        ->type_name("");
+    add_apply_options(*command, *options);
+    // For the timer and the unit that runs before the daemon; for the process in the background.
+    command->add_flag("--recover", options->recover)->group("");
+    command->add_option("--guard", options->guard)->group("");
+    command->callback([options, &chosen] {
+        bool const hidden = options->recover || options->guard;
+        if (!hidden && options->words.size() < 2) {
+            throw CLI::RequiredError{"MINUTES PATH=VALUE"};
+        }
+        for (auto const& word : std::span{options->words}.subspan(hidden ? options->words.size() : 1)) {
+            if (auto const wrong = check_assignment(word); !wrong.empty()) {
+                throw CLI::ValidationError{"PATH=VALUE", wrong};
+            }
+        }
+        chosen = [options](Context const& context) { return commit_confirm(context, *options); };
+    });
+}
+
+void add_confirm(CLI::App& program, Action& chosen) {
+    auto* const command = program.add_subcommand("confirm", "Make what commit-confirm has changed permanent");
+    command->callback([&chosen] { chosen = confirm; });
+}
+
+} // namespace xpon::logctl

@@ -1,0 +1,138 @@
+// commit-confirm and confirm, where no systemd runs.
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "logctl.hpp"
+
+namespace xpon::logctl {
+namespace {
+
+using testing::HasSubstr;
+
+class Confirm : public testing::Test {
+  protected:
+    void SetUp() override { EXPECT_EQ(logctl({"set", "syslog.rsh.level=info"}), silence); }
+    void TearDown() override { logctl({"confirm"}); } // ends the process in the background
+
+    std::string stored() const {
+        std::string all;
+        auto const rows = cfgdb::stored_settings(logctl.database).value();
+        for (auto const& row : rows) {
+            all += row.path + "=" + row.value + " ";
+        }
+        return all;
+    }
+
+    bool wait_until_stored(std::string const& expected) const {
+        return test::wait_until([&] { return stored() == expected; });
+    }
+
+    Outcome const silence{0, "", ""};
+    Logctl logctl;
+};
+
+TEST_F(Confirm, AChangeThatIsConfirmedStays) {
+    auto const outcome =
+        logctl({"commit-confirm", "-v", "10", "syslog.rsh.level=debug", "module.snmp.TRAP=error"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.out, text(R"(
+syslog.rsh.level: info -> debug
+module.snmp.TRAP: notice -> error
+)"));
+    EXPECT_THAT(outcome.err,
+                testing::MatchesRegex(
+                    "logctl: undone in (10 min 0|9 min 59) s unless you confirm it: logctl confirm\n"));
+    EXPECT_EQ(logctl({"confirm"}), silence);
+    EXPECT_EQ(stored(), "module.snmp.TRAP=error syslog.rsh.level=debug ");
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
+}
+
+TEST_F(Confirm, AChangeThatIsNotConfirmedIsUndoneByItself) {
+    EXPECT_EQ(logctl({"commit-confirm", "0.01", "syslog.rsh.level=debug", "module.snmp.*=error"}).status, 0);
+    EXPECT_TRUE(wait_until_stored("syslog.rsh.level=info "));
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
+}
+
+TEST_F(Confirm, WhatOthersHaveChangedMeanwhileStays) {
+    EXPECT_EQ(
+        logctl({"commit-confirm", "0.05", "syslog.rsh.level=debug", "syslog.kernel.level=debug"}).status, 0);
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=critical", "module.snmp.TRAP=error"}), silence);
+    EXPECT_TRUE(wait_until_stored("module.snmp.TRAP=error syslog.rsh.level=critical "));
+}
+
+TEST_F(Confirm, ASecondOneIsRefusedWhileOneIsPending) {
+    EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug"}).status, 0);
+    auto const second = logctl({"commit-confirm", "10", "syslog.kernel.level=debug"});
+    EXPECT_EQ(second.status, 1);
+    EXPECT_THAT(second.err, testing::MatchesRegex(
+                                "logctl: transaction 2 of " + Logctl::author() +
+                                " waits for its confirmation; confirm it with: logctl confirm, or undo it "
+                                "with: logctl rollback 1 \\(it is undone in [0-9]+ min [0-9]+ s\\)\n"));
+    EXPECT_EQ(stored(), "syslog.rsh.level=debug ");
+}
+
+TEST_F(Confirm, AfterARebootItIsUndoneBeforeTheDaemonStarts) {
+    EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug"}).status, 0);
+    EXPECT_EQ(logctl({"commit-confirm", "--recover"}), silence); // the same boot, in time
+    EXPECT_EQ(stored(), "syslog.rsh.level=debug ");
+    logctl.sql("UPDATE trial SET boot = 'an earlier one'");
+    EXPECT_EQ(logctl({"commit-confirm", "--recover"}), silence);
+    EXPECT_EQ(stored(), "syslog.rsh.level=info ");
+    EXPECT_EQ(logctl({"commit-confirm", "--recover"}), silence);
+}
+
+TEST_F(Confirm, TheProcessInTheBackgroundEndsWithTheConfirmation) {
+    auto const guards = [this] {
+        auto const all = logctl.scratch / "guards";
+        test::ChildProcess search{
+            {.argv = {"pgrep", "-f", logctl.database.string() + " commit-confirm --guard"}, .output = all}};
+        search.wait();
+        auto const found = test::read_file(all);
+        std::filesystem::remove(all);
+        return std::ranges::count(found, '\n');
+    };
+    EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug"}).status, 0);
+    EXPECT_TRUE(test::wait_until([&] { return guards() == 1; }));
+    EXPECT_EQ(logctl({"commit-confirm", "20", "syslog.kernel.level=debug"}).status, 1);
+    EXPECT_TRUE(test::wait_until([&] { return guards() == 1; }));
+    EXPECT_EQ(logctl({"confirm"}), silence);
+    EXPECT_TRUE(test::wait_until([&] { return guards() == 0; }));
+}
+
+TEST_F(Confirm, WhoseTimeIsOverIsUndoneAlsoWhereTheTimerWasLost) {
+    EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug"}).status, 0);
+    logctl.sql("UPDATE trial SET until = 1");
+    EXPECT_EQ(logctl({"commit-confirm", "--recover"}), silence);
+    EXPECT_EQ(stored(), "syslog.rsh.level=info ");
+}
+
+TEST_F(Confirm, WhatIsRefusedLeavesNoTrace) {
+    std::pair<std::string, std::string> const minutes[] = {
+        {"0", "\"0\""}, {"x", "\"x\""}, {"nan", "\"nan\""}, {"10081", "\"10081\""}};
+    for (auto const& [word, quoted] : minutes) {
+        EXPECT_EQ(logctl({"commit-confirm", word, "syslog.rsh.level=debug"}),
+                  (Outcome{1, "",
+                           "logctl: " + quoted +
+                               " is refused, allowed are more than 0 and up to 10080 minutes\n"}));
+    }
+    EXPECT_THAT(logctl({"commit-confirm", "1", "syslog.rsh.level=loud"}).err,
+                HasSubstr("\"loud\" is refused"));
+    EXPECT_EQ(logctl({"commit-confirm", "1"}).status, 2);
+    EXPECT_EQ(logctl({"commit-confirm", "1", "x"}).status, 2);
+    EXPECT_EQ(logctl({"commit-confirm", "1", "--dry-run", "syslog.rsh.level=debug"}),
+              (Outcome{0, "syslog.rsh.level: info -> debug\n", ""}));
+    EXPECT_EQ(logctl({"commit-confirm", "1", "syslog.rsh.level=info"}),
+              (Outcome{0, "", "logctl: nothing is changed, so there is nothing to confirm\n"}));
+    EXPECT_EQ(stored(), "syslog.rsh.level=info ");
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
+}
+
+TEST(Recovery, WithoutADatabaseIsNoFailure) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"commit-confirm", "--recover"}), (Outcome{0, "", ""}));
+    EXPECT_FALSE(std::filesystem::exists(logctl.database));
+}
+
+} // namespace
+} // namespace xpon::logctl
