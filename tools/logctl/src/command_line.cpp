@@ -1,5 +1,7 @@
 #include "command_line.hpp"
 
+#include <string_view>
+
 #include <fmt/format.h>
 
 #include "commands/command.hpp"
@@ -44,6 +46,12 @@ int run(int argc, char** argv) {
     add_export(program, chosen);
     add_import(program, chosen);
     add_watch(program, chosen);
+
+    // Not a command of the program's parser, which would take the words that are to be completed for its own.
+    if (argc > 2 && argv[1] == std::string_view{"complete"} && argv[2] == std::string_view{"--"}) {
+        complete(program, {argv + 3, argv + argc});
+        return flush_output().has_value() ? 0 : failed;
+    }
 
     try {
         program.parse(argc, argv);

@@ -44,16 +44,17 @@ class Logctl {
     Outcome run(Words const& words) const { return run(words, scratch / "out"); }
 
     Outcome run(Words const& words, std::filesystem::path const& out) const {
-        return Running{words, out, scratch / "err"}.finish();
+        return Running{prefix, words, out, scratch / "err"}.finish();
     }
 
     /// The program while it runs.
     class Running {
       public:
-        Running(Words const& words, std::filesystem::path out_path, std::filesystem::path err_path)
+        Running(Words const& prefix, Words const& words, std::filesystem::path out_path,
+                std::filesystem::path err_path)
           : out{std::move(out_path)}
           , err{std::move(err_path)}
-          , process{command(words, out, err)} {}
+          , process{command(prefix, words, out, err)} {}
 
         /// Waits until it has written this; false at the deadline.
         bool wait_for_error(std::string const& part) const { return wait_for(err, part); }
@@ -66,14 +67,16 @@ class Logctl {
         }
 
       private:
-        static test::Command command(Words const& words, std::filesystem::path const& out,
-                                     std::filesystem::path const& err) {
+        static test::Command command(Words const& prefix, Words const& words,
+                                     std::filesystem::path const& out, std::filesystem::path const& err) {
             std::error_code ignored; // a device stays
             if (std::filesystem::is_regular_file(out, ignored)) {
                 std::filesystem::remove(out, ignored);
             }
             std::filesystem::remove(err, ignored);
-            Words argv{"bash", "-c", R"(exec "$@" > "$OUT" 2> "$ERR")", "bash", LOGCTL_PROGRAM};
+            Words argv{"bash", "-c", R"(exec "$@" > "$OUT" 2> "$ERR")", "bash"};
+            argv.insert(argv.end(), prefix.begin(), prefix.end());
+            argv.emplace_back(LOGCTL_PROGRAM);
             argv.insert(argv.end(), words.begin(), words.end());
             return {.argv = argv,
                     .environment = {"OUT=" + out.string(), "ERR=" + err.string(), "SUDO_USER=anna"}};
@@ -96,7 +99,7 @@ class Logctl {
     Running start(Words const& words) const {
         Words all{"--database", database.string()};
         all.insert(all.end(), words.begin(), words.end());
-        return Running{all, scratch / "running-out", scratch / "running-err"};
+        return Running{prefix, all, scratch / "running-out", scratch / "running-err"};
     }
 
     /// Plain SQL on the database, past every check.
@@ -113,6 +116,7 @@ class Logctl {
     /// Who signs its changes: for root the one who called it through sudo.
     static std::string author() { return getuid() == 0 ? "anna" : cfgdb::current_author(); }
 
+    Words prefix; ///< a program that runs it
     test::ScratchFolder scratch;
     std::filesystem::path database = scratch / "db";
     std::filesystem::path file = database / "running.db";

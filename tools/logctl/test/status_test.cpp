@@ -215,7 +215,8 @@ TEST_F(Status, NamesWhatIsNotAsWanted) {
     test::write_file(syslog_ng_conf, generated);
     EXPECT_EQ(line("syslog-ng"), "syslog-ng              ok      ok       ok");
     set({{"syslog.rsh.level", "debug"}});
-    logctl.sql("UPDATE setting SET value = 9 WHERE path = 'syslog.rsh.level'", std::filesystem::path{database} / "running.db");
+    logctl.sql("UPDATE setting SET value = 9 WHERE path = 'syslog.rsh.level'",
+               std::filesystem::path{database} / "running.db");
     EXPECT_EQ(line("syslog-ng"),
               "syslog-ng              invalid  unknown  ok       syslog.rsh.level: 9 is "
               "stored, allowed is critical, error, warning, notice, info or debug (0 to 5)");

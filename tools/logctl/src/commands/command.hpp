@@ -34,4 +34,7 @@ void add_export(CLI::App& program, Action& chosen);
 void add_import(CLI::App& program, Action& chosen);
 void add_watch(CLI::App& program, Action& chosen);
 
+/// Prints what may stand in the place of the last word of a command line, for the shell's completion.
+void complete(CLI::App const& program, std::vector<std::string> const& words);
+
 } // namespace xpon::logctl
