@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include <fmt/format.h>
-
 namespace xpon::logctl {
 
 std::string aligned(std::vector<Line> const& lines, bool coloured) {
@@ -21,7 +19,8 @@ std::string aligned(std::vector<Line> const& lines, bool coloured) {
             bool const with_colour = coloured && !colour.empty();
             text += i == 0 ? "" : "  ";
             text += with_colour ? colour : "";
-            text += i + 1 == line.size() ? content : fmt::format("{:{}}", content, widths[i]);
+            text += content;
+            text.append(i + 1 == line.size() ? 0 : widths[i] - content.size(), ' '); // all is plain ASCII
             text += with_colour ? colour::plain : "";
         }
         text.erase(text.find_last_not_of(' ') + 1);
