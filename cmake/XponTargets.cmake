@@ -24,8 +24,19 @@ endif()
 function(xpon_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE;INCLUDE" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
-  target_include_directories(${name} PUBLIC ${ARG_INCLUDE})
-  target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE xpon_options ${ARG_PRIVATE})
+  target_include_directories(${name} PUBLIC $<BUILD_INTERFACE:${ARG_INCLUDE}>)
+  target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE $<BUILD_INTERFACE:xpon_options> ${ARG_PRIVATE})
+endfunction()
+
+# What an application module links: installed as xpon::NAME without the "xpon_", with its headers.
+function(xpon_install_library name)
+  cmake_parse_arguments(ARG "" "" "HEADERS" ${ARGN})
+  string(REPLACE "xpon_" "" export_name ${name})
+  set_target_properties(${name} PROPERTIES EXPORT_NAME ${export_name})
+  install(TARGETS ${name} EXPORT log-config DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT log-config-dev
+    INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/log-config)
+  install(DIRECTORY ${ARG_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/log-config COMPONENT log-config-dev
+    FILES_MATCHING PATTERN "*.hpp")
 endfunction()
 
 # A library of the platform: its public headers are under include/.
@@ -33,6 +44,7 @@ function(xpon_platform_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
   xpon_library(${name} SOURCES ${ARG_SOURCES} PUBLIC xpon_core ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE}
     INCLUDE ${CMAKE_CURRENT_SOURCE_DIR}/include)
+  xpon_install_library(${name} HEADERS include/)
 endfunction()
 
 function(xpon_executable name)
