@@ -1,0 +1,9 @@
+#include "xpon/system_wrapper/system_wrapper.hpp"
+
+namespace xpon::system_wrapper {
+
+core::Result<int> SystemWrapper::execute(std::string const& /*command*/) {
+    return 0;
+}
+
+} // namespace xpon::system_wrapper
