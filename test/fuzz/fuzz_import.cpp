@@ -12,7 +12,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     using namespace xpon;
     auto const parsed = logctl::parse_settings_file({reinterpret_cast<char const*>(data), size});
     if (parsed.has_error()) {
-        if (!parsed.error().info || parsed.error().info->text().empty()) {
+        auto const& info = parsed.error().info;
+        if (!info || info->text().empty()) {
             std::abort();
         }
         return 0;

@@ -66,8 +66,7 @@ int run(int argc, char** argv) {
     if (status.has_value() && written.has_value()) {
         return status.value();
     }
-    auto const& info = (status.has_error() ? status.error() : written.error()).info;
-    tell(info ? info->text() : "failed");
+    tell(text_of(status.has_error() ? status.error() : written.error()));
     return failed;
 }
 

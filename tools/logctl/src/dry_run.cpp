@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include "output.hpp"
 #include "process.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
@@ -116,7 +117,7 @@ DryRun try_syslog_ng(std::string const& text) {
     command.insert(command.end(), {"sh", "-c", script, "sh", folder.path()});
     auto const done = run_program(command, text, std::chrono::seconds{30});
     if (done.has_error()) {
-        return {NotDone, std::string{done.error().info->text()}};
+        return {NotDone, text_of(done.error())};
     }
     auto const& [status, out, err] = done.value();
     if (status == refused_status) {

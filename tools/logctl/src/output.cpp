@@ -22,6 +22,10 @@ void tell(std::string_view text) {
     fmt::print(stderr, "logctl: {}\n", text);
 }
 
+std::string text_of(core::ErrorPayload const& error) {
+    return std::string{error.info ? error.info->text() : core::to_string(error.error)};
+}
+
 core::Result<void> flush_output() {
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         return core::fail(core::Error::CommonError, "cannot write the output ({})",

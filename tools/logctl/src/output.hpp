@@ -14,6 +14,9 @@ void print(std::string_view text);
 /// Writes one line for the operator to standard error.
 void tell(std::string_view text);
 
+/// What an error tells the operator.
+std::string text_of(core::ErrorPayload const& error);
+
 /// Fails if not everything that was printed could be written.
 core::Result<void> flush_output();
 

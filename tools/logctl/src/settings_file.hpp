@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -13,7 +14,7 @@ namespace xpon::logctl {
 using Assignments = std::vector<std::pair<std::string, std::string>>;
 
 /// The larger ones cannot be a configuration.
-inline constexpr std::size_t max_settings_file_size = 4 * 1024 * 1024;
+inline constexpr std::size_t max_settings_file_size = std::size_t{4} * 1024 * 1024;
 
 /// The JSON text that `parse_settings_file` takes.
 std::string settings_file(Assignments const& assignments);

@@ -31,7 +31,6 @@ namespace xpon::logctl {
 namespace {
 
 using cfgdb::BootInstant;
-using cfgdb::Trial;
 using core::Error;
 using core::fail;
 
@@ -172,7 +171,7 @@ core::Result<int> commit(Context const& context, Options const& options) {
         OUTCOME_TRY(trial, cfgdb::pending_trial(context.database));
         return fail(Error::Already,
                     "{}; confirm it with: logctl confirm, or undo it with: logctl rollback {}{}",
-                    committed.error().info->text(), trial ? trial->number - 1 : 0,
+                    text_of(committed.error()), trial ? trial->number - 1 : 0,
                     trial ? fmt::format(" (it is undone in {})", time_left(trial->end)) : "");
     }
     OUTCOME_TRY(changes, committed);

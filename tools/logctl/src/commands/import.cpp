@@ -7,6 +7,7 @@
 
 #include "commands/apply.hpp"
 #include "core/failure.hpp"
+#include "output.hpp"
 #include "settings_file.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
@@ -64,8 +65,7 @@ core::Result<int> import(Context const& context, Options const& options) {
     OUTCOME_TRY(text, read_all(options.file));
     auto const assignments = parse_settings_file(text);
     if (assignments.has_error()) {
-        return core::fail(core::Error::InvalidInputArg, "{}: {}", options.file,
-                          assignments.error().info->text());
+        return core::fail(core::Error::InvalidInputArg, "{}: {}", options.file, text_of(assignments.error()));
     }
     OUTCOME_TRY(transaction, transaction_of(assignments.value(), options.merge));
     OUTCOME_TRY(changed, apply(transaction, context, options));

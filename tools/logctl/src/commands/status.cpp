@@ -28,6 +28,7 @@ constexpr char const* unknown = "unknown";
 
 /// One of the daemon's outputs: what the database asks for, what was written, what runs. Each is "ok" or says
 /// in a word what it is instead.
+// NOLINTBEGIN(readability-redundant-member-init): without them a partial initialiser is a warning
 struct Output {
     std::string name;
     std::string path;
@@ -56,10 +57,7 @@ struct Report {
         return std::ranges::count(terminals, state, &Terminal::state);
     }
 };
-
-std::string text_of(core::ErrorPayload const& error) {
-    return std::string{error.info ? error.info->text() : core::to_string(error.error)};
-}
+// NOLINTEND(readability-redundant-member-init)
 
 void add_detail(Output& output, std::string const& text) {
     if (text.empty()) {
@@ -165,7 +163,7 @@ Output zlog_output(ConfigFileEntry const& file, core::Result<Wanted> const& want
     Output output{std::string{file.name}, zlog_path(file.name)};
     auto const written = file_text(output.path);
     compare(output, made_from(wanted, [&](auto const& from) { return from.zlog_text(file); }), written);
-    if (output.written == "differs" && file.name == "SESSIONMGR.conf" &&
+    if (written && output.written == "differs" && file.name == "SESSIONMGR.conf" &&
         wanted.value().is_of_another_level(file, *written)) {
         output.written = "restart needed";
         add_detail(output, "a level of the session manager takes effect when the daemon is next restarted");

@@ -166,7 +166,7 @@ class Watch {
     core::Result<void> at_timeout() const {
         if (options.count) {
             return core::fail(core::Error::CommonError, "{} of {} events within {} s", shown, *options.count,
-                              *options.timeout);
+                              options.timeout.value_or(0));
         }
         return core::success();
     }

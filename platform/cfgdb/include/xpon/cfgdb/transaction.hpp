@@ -55,8 +55,10 @@ class Transaction {
 
     /// The library's own: `before` says, inside the transaction, whether to go on; `after` adds to it.
     struct Hooks {
+        // NOLINTBEGIN(readability-redundant-member-init): without them a partial initialiser is a warning
         std::function<core::Result<bool>(Connection const&)> before = {};
         std::function<core::Result<void>(Connection const&)> after = {};
+        // NOLINTEND(readability-redundant-member-init)
     };
     core::Result<std::vector<Change>> commit(std::filesystem::path const& folder, std::string const& author,
                                              Hooks const& hooks) const;
