@@ -333,11 +333,9 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
     wait_until_serving();
     auto const begin = Clock::now();
     auto const end = begin + std::chrono::seconds{number_from_environment("XPON_SOAK_SECONDS", 8)};
-    struct Sample {
-        long kilobytes;
-        std::size_t descriptors, threads;
-    };
-    std::vector<Sample> samples;
+    auto const descriptors_before = descriptors();
+    auto const threads_before = threads();
+    std::vector<long> memory; // in kB, after each fault
     int undergone = 0;
     int hang_ups = 0;
     while (Clock::now() < end && !HasFailure()) {
@@ -359,27 +357,32 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
             wait_until_serving();
             ++hang_ups;
         }
-        // A command that runs just then takes two descriptors.
-        EXPECT_TRUE(wait_until([&] {
-            return children().empty() && (samples.empty() || descriptors() <= samples.back().descriptors);
-        }));
-        samples.push_back({own_kilobytes(), descriptors(), threads()});
+        memory.push_back(own_kilobytes());
     }
-    ASSERT_GE(samples.size(), 1U);
-    auto const& early = samples.at(samples.size() / 4); // what is allocated once is there by now
-    auto const& late = samples.back();
+    ASSERT_GE(memory.size(), 1U);
+    // The most of a quarter of the time: a new event thread may get a heap of its own from the allocator.
+    auto const most_memory = [&](std::size_t quarter) {
+        auto const from = memory.size() * quarter / 4;
+        auto const to = std::max(memory.size() * (quarter + 1) / 4, from + 1);
+        long most = 0;
+        for (auto index = from; index < to; ++index) {
+            most = std::max(most, memory.at(index));
+        }
+        return most;
+    };
+    // A command that runs just then, or the bus being reached again, takes some for a moment.
+    EXPECT_TRUE(wait_until([&] { return descriptors() <= descriptors_before; }));
+    EXPECT_TRUE(wait_until([&] { return threads() <= threads_before; }));
     auto const figures = fmt::format("{} faults and {} SIGHUPs in {} s; {} files read, none torn; own memory "
-                                     "{} kB after a quarter, {} kB at the end; "
-                                     "descriptors {} and {}, threads {} and {}",
+                                     "at most {} kB in the second quarter, {} kB in "
+                                     "the last; descriptors {} and {}, threads {} and {}",
                                      undergone, hang_ups,
                                      std::chrono::round<std::chrono::seconds>(Clock::now() - begin).count(),
-                                     files_read, early.kilobytes, late.kilobytes, early.descriptors,
-                                     late.descriptors, early.threads, late.threads);
+                                     files_read, most_memory(1), most_memory(3), descriptors_before,
+                                     descriptors(), threads_before, threads());
     fmt::print("{}\n", figures);
-    EXPECT_LE(late.descriptors, early.descriptors);
-    EXPECT_LE(late.threads, early.threads);
-    if (!sanitized) {
-        EXPECT_LT(late.kilobytes, early.kilobytes + 1024);
+    if (!sanitized && memory.size() >= 100) {
+        EXPECT_LT(most_memory(3), most_memory(1) + 2048);
     }
     EXPECT_EQ(daemon->process.terminate(), 0);
     if (!HasFailure()) {

@@ -26,8 +26,12 @@ TEST_P(Unit, DoesNotSayThatItCanBeReloaded) {
     EXPECT_THAT(read_file(file), testing::Not(testing::HasSubstr("\nExecReload")));
 }
 
-INSTANTIATE_TEST_SUITE_P(Packaging, Unit, testing::Values("log-config", "ipc-broker"),
-                         [](auto const& unit) { return unit.index == 0 ? "LogConfig" : "IpcBroker"; });
+INSTANTIATE_TEST_SUITE_P(Packaging, Unit, testing::Values("log-config", "ipc-broker", "logctl-recover"),
+                         [](auto const& unit) {
+                             std::string name{unit.param};
+                             std::erase(name, '-');
+                             return name;
+                         });
 
 } // namespace
 } // namespace xpon::test

@@ -33,10 +33,10 @@ class History : public testing::Test {
 
 TEST_F(History, TellsWhoChangedWhatOldestFirst) {
     auto const before = std::time(nullptr);
-    change(folder, {{"syslog.rsh.level", "debug"}, {"module.snmp.TRAP", "error"}}, "anna");
+    change(folder, {{"syslog.rsh.level", "debug"}, {"module.snmp.TRAP", "error"}}, "admin");
     change(folder, {{"syslog.rsh.level", "info"}}, "bert");
-    EXPECT_THAT(entries(), ElementsAre("1 anna syslog.rsh.level: notice -> debug",
-                                       "1 anna module.snmp.TRAP: notice -> error",
+    EXPECT_THAT(entries(), ElementsAre("1 admin syslog.rsh.level: notice -> debug",
+                                       "1 admin module.snmp.TRAP: notice -> error",
                                        "2 bert syslog.rsh.level: debug -> info"));
     EXPECT_THAT(entries(1), ElementsAre("2 bert syslog.rsh.level: debug -> info"));
     EXPECT_THAT(entries(2), IsEmpty());

@@ -74,10 +74,10 @@ TEST_F(Transactions, JournalEveryChangedFieldOnce) {
 }
 
 TEST_F(Transactions, RememberWhoChangedWhatFromWhatToWhat) {
-    change(folder, {{"syslog.file.level", "error"}, {"syslog.rsh.level", "error"}}, "anna");
+    change(folder, {{"syslog.file.level", "error"}, {"syslog.rsh.level", "error"}}, "admin");
     change(folder, {{"syslog.file.level", "debug"}}, "ben");
     EXPECT_THAT(history(),
-                ElementsAre("1|anna|syslog.file.level|info|error", "1|anna|syslog.rsh.level|notice|error",
+                ElementsAre("1|admin|syslog.file.level|info|error", "1|admin|syslog.rsh.level|notice|error",
                             "2|ben|syslog.file.level|error|debug"));
     EXPECT_EQ(raw->value("SELECT count(*) FROM history WHERE abs(at - CAST(strftime('%s') AS INTEGER)) < 60"),
               "3");
@@ -295,8 +295,8 @@ TEST_F(Transactions, AreSignedByTheUserOfTheProcess) {
 }
 
 TEST(Author, BehindSudoIsTheOneWhoCalledIt) {
-    ASSERT_EQ(setenv("SUDO_USER", "anna", 1), 0);
-    EXPECT_EQ(current_author(), getuid() == 0 ? "anna" : getpwuid(getuid())->pw_name);
+    ASSERT_EQ(setenv("SUDO_USER", "admin", 1), 0);
+    EXPECT_EQ(current_author(), getuid() == 0 ? "admin" : getpwuid(getuid())->pw_name);
     ASSERT_EQ(unsetenv("SUDO_USER"), 0);
 }
 

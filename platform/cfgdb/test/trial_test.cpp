@@ -22,7 +22,7 @@ class Trials : public testing::Test {
     core::Result<std::vector<Change>> on_trial(std::string const& path, std::string const& value) const {
         Transaction transaction;
         EXPECT_THAT(transaction.set(path, value), IsOk());
-        return commit_trial(transaction, BootInstant::in(60), folder, "anna");
+        return commit_trial(transaction, BootInstant::in(60), folder, "admin");
     }
 
     std::vector<std::string> stored() const {
@@ -44,7 +44,7 @@ TEST_F(Trials, ArePendingUntilTheyAreConfirmed) {
     auto const trial = pending_trial(folder).value();
     ASSERT_TRUE(trial);
     EXPECT_EQ(trial->number, 2);
-    EXPECT_EQ(trial->author, "anna");
+    EXPECT_EQ(trial->author, "admin");
     EXPECT_FALSE(trial->end.over());
     auto const feed = ChangeFeed::open(folder).value();
     EXPECT_EQ(confirm_trial(folder).value().number, 2);
@@ -76,7 +76,7 @@ TEST_F(Trials, OfWhichNothingIsLeftAreForgotten) {
 TEST_F(Trials, ComeOneAfterTheOther) {
     EXPECT_THAT(on_trial("syslog.rsh.level", "debug"), IsOk());
     EXPECT_THAT(on_trial("syslog.kernel.level", "debug"),
-                IsError(Error::Already, "transaction 2 of anna waits for its confirmation"));
+                IsError(Error::Already, "transaction 2 of admin waits for its confirmation"));
     EXPECT_THAT(stored(), ElementsAre("syslog.rsh.level=debug"));
 }
 

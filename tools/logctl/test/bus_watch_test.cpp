@@ -88,7 +88,7 @@ TEST_F(BusWatch, GoesOnWhileTheBrokerComesAndGoes) {
     auto const outcome = watch.finish();
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(without_times(outcome.out), text(R"(
-TIME anna changed syslog.rsh.level: debug -> info
+TIME admin changed syslog.rsh.level: debug -> info
 TIME file of module snmp changed: /etc/zlog_modules_config/SNMP.conf
 TIME file of module cli changed: /etc/zlog_modules_config/CLI.conf
 )"));

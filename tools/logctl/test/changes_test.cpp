@@ -119,7 +119,7 @@ TEST_F(Changes, OfTheSessionManagerComeWithANote) {
 }
 
 TEST_F(Changes, AreSignedByTheirAuthor) {
-    EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence); // as anna, through sudo
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence); // as admin, through sudo
     sqlite3* database = nullptr;
     ASSERT_EQ(sqlite3_open(logctl.file.c_str(), &database), SQLITE_OK);
     std::string author;
@@ -129,7 +129,7 @@ TEST_F(Changes, AreSignedByTheirAuthor) {
     };
     EXPECT_EQ(sqlite3_exec(database, "SELECT author FROM history", remember, &author, nullptr), SQLITE_OK);
     sqlite3_close(database);
-    EXPECT_EQ(author, getuid() == 0 ? "anna" : cfgdb::current_author());
+    EXPECT_EQ(author, getuid() == 0 ? "admin" : cfgdb::current_author());
 }
 
 TEST_F(Changes, ThatTheDatabaseCannotTakeAreAFailure) {

@@ -79,7 +79,7 @@ class Logctl {
             argv.emplace_back(LOGCTL_PROGRAM);
             argv.insert(argv.end(), words.begin(), words.end());
             return {.argv = argv,
-                    .environment = {"OUT=" + out.string(), "ERR=" + err.string(), "SUDO_USER=anna"}};
+                    .environment = {"OUT=" + out.string(), "ERR=" + err.string(), "SUDO_USER=admin"}};
         }
 
         static std::string text_in(std::filesystem::path const& path) {
@@ -114,7 +114,7 @@ class Logctl {
     }
 
     /// Who signs its changes: for root the one who called it through sudo.
-    static std::string author() { return getuid() == 0 ? "anna" : cfgdb::current_author(); }
+    static std::string author() { return getuid() == 0 ? "admin" : cfgdb::current_author(); }
 
     Words prefix; ///< a program that runs it
     test::ScratchFolder scratch;
