@@ -1,6 +1,8 @@
 // The largest module, with every one of its 4124 levels stored as debug: its record read from the database
 // and its rules built, each beside the least work that gives the same bytes.
 
+#include <array>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <stdexcept>
@@ -8,6 +10,7 @@
 #include <vector>
 
 #include <benchmark/benchmark.h>
+#include <fmt/format.h>
 #include <sqlite3.h>
 
 #include "kit/scratch_folder.hpp"
@@ -115,7 +118,64 @@ void build_text_floor(benchmark::State& state) {
 }
 BENCHMARK(build_text_floor)->Unit(benchmark::kMicrosecond);
 
+/// As many would write it: each line formatted by itself.
+void build_text_by_format(benchmark::State& state) {
+    static constexpr std::array<std::pair<char const*, char const*>, 6> rules{{
+        {"FATAL", " for_fatal"},
+        {"ERROR", ""},
+        {"WARN", " for_info"},
+        {"NOTICE", " for_info"},
+        {"INFO", " for_info"},
+        {"DEBUG", ""},
+    }};
+    log_config::FsmLogModule const module{everything_debug(),
+                                          std::make_shared<log_config::ZlogConfigGenerator>()};
+    std::vector<std::string> categories;
+    for (std::size_t start = 0; start < module.get_config().size();) {
+        auto const line = std::string_view{module.get_config()}.substr(
+            start, module.get_config().find('\n', start) - start);
+        if (line.find(".=FATAL ") != std::string_view::npos) {
+            categories.emplace_back(line.substr(0, line.find(".=")));
+        }
+        start += line.size() + 1;
+    }
+    while (state.KeepRunning()) {
+        std::string text;
+        for (auto const& category : categories) {
+            for (auto const& [level, format] : rules) {
+                text += fmt::format("{}.={} >syslog, LOG_LOCAL0;{}\n", category, level, format);
+            }
+        }
+        if (text != module.get_config()) {
+            state.SkipWithError("another text");
+        }
+        benchmark::DoNotOptimize(text.data());
+    }
+}
+BENCHMARK(build_text_by_format)->Unit(benchmark::kMicrosecond);
+
+/// For what looks at the program from outside: the text itself, or the work of making it a number of times.
+int other_work(std::string_view option, int times) {
+    log_config::FsmLogModule module{everything_debug(), std::make_shared<log_config::ZlogConfigGenerator>()};
+    if (option == "--print-text") {
+        fmt::print("{}", module.get_config());
+    }
+    auto const descriptor = std::any{everything_debug()};
+    for (int round = 0; option == "--build-text" && round < times; ++round) {
+        benchmark::DoNotOptimize(module.update_config(descriptor));
+    }
+    return 0;
+}
+
 } // namespace
 } // namespace xpon
 
-BENCHMARK_MAIN();
+int main(int argc, char** argv) {
+    std::string_view const option{argc > 1 ? argv[1] : ""};
+    if (option == "--print-text" || option == "--build-text") {
+        return xpon::other_work(option, argc > 2 ? std::atoi(argv[2]) : 0);
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}

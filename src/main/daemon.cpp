@@ -11,6 +11,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <malloc.h>
 #include <systemd/sd-daemon.h>
 
 #include "core/blocked_signals.hpp"
@@ -158,6 +159,11 @@ bool run_cycle(std::atomic<bool>& restart) {
 } // namespace
 
 int run_daemon() {
+    // The text of a large file, over a megabyte, is needed for a moment only: above this size, in bytes,
+    // memory goes back to the system when it is freed. By itself the allocator would raise the limit and keep
+    // it.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+
     std::signal(SIGTERM, on_stop_signal);
     std::signal(SIGINT, on_stop_signal);
     std::signal(SIGHUP, on_restart_signal);

@@ -35,11 +35,10 @@ std::string ZlogConfigGenerator::generate(std::string_view category, unsigned sh
     for (auto const rule : rules) {
         size += category.size() + rule.size();
     }
-    std::string text;
-    text.reserve(size);
-    for (auto const rule : rules) {
-        text += category;
-        text += rule;
+    std::string text(size, '\0');
+    for (auto end = text.begin(); auto const rule : rules) {
+        end = std::ranges::copy(category, end).out;
+        end = std::ranges::copy(rule, end).out;
     }
     return text;
 }

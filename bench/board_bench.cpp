@@ -1,0 +1,347 @@
+// The daemon and its parts on a board of its own (scripts/sandbox --root on a real disk), each work beside
+// the least that gives the same result, measured in turns in one run. One line each on standard output,
+// separated by tabulators: work, median of ours, median of the floor (both in microseconds), their ratio, the
+// goal, 99th percentile of ours. With --samples FILE the single times of the change and of the start go
+// there, for the plots.
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <functional>
+#include <memory>
+#include <numeric>
+#include <system_error>
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/inotify.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "kit/child_process.hpp"
+#include "kit/fake_ipc.hpp"
+#include "kit/fake_logger.hpp"
+#include "kit/fake_system_wrapper.hpp"
+#include "kit/scratch_folder.hpp"
+#include "xpon/cfgdb/transaction.hpp"
+#include "xpon/config_writer/config_writer.hpp"
+#include "xpon/log_config/kernel/kernel_configurator.hpp"
+#include "xpon/log_config/rsh/i_remote_shell_logger.hpp"
+#include "xpon/log_config/service/log_config_service.hpp"
+#include "xpon/log_config/syslog_ng/syslog_configurator.hpp"
+#include "xpon/log_config/zlog_files/config_files.hpp"
+#include "xpon/log_config/zlog_files/generate_zlog_config_files.hpp"
+#include "xpon/system_wrapper/system_wrapper.hpp"
+
+namespace xpon::bench {
+namespace {
+
+using core::UniqueFd;
+using test::ChildProcess;
+using test::read_file;
+
+using Clock = std::chrono::steady_clock;
+using Micro = std::chrono::duration<double, std::micro>;
+using Times = std::vector<double>; // in microseconds
+
+constexpr std::string_view zlog_folder = log_config::zlog_folder;
+
+void require(bool holds, char const* what) {
+    if (!holds) {
+        throw std::system_error{errno, std::generic_category(), what};
+    }
+}
+
+template <class Work>
+double time_of(Work const& work) {
+    auto const start = Clock::now();
+    work();
+    return Micro{Clock::now() - start}.count();
+}
+
+double at_share(Times times, double share) {
+    std::ranges::sort(times);
+    return times.at(
+        std::min(times.size() - 1, static_cast<std::size_t>(share * static_cast<double>(times.size()))));
+}
+
+void print_row(std::string_view work, Times const& ours, Times const& floor, std::string_view goal) {
+    auto const our_median = at_share(ours, 0.5);
+    auto const floor_median = at_share(floor, 0.5);
+    fmt::print("{}\t{:.0f}\t{:.0f}\t{:.2f}\t{}\t{:.0f}\n", work, our_median, floor_median,
+               our_median / floor_median, goal, at_share(ours, 0.99));
+    std::fflush(stdout);
+}
+
+/// The least that leaves a reader either the old file or the new one, also after a power cut.
+void replace_file(std::string const& path, std::string const& text) {
+    auto const temporary = path + ".new";
+    UniqueFd const file{open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)};
+    require(write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()), "write");
+    require(fdatasync(file.get()) == 0, "fdatasync");
+    require(std::rename(temporary.c_str(), path.c_str()) == 0, "rename");
+}
+
+void set(std::string_view path, std::string_view value,
+         std::filesystem::path const& folder = cfgdb::default_folder) {
+    cfgdb::Transaction transaction;
+    if (!transaction.set(path, value).has_value() || !transaction.commit(folder).has_value()) {
+        throw std::runtime_error{fmt::format("cannot set {}", path)};
+    }
+}
+
+char const* other_level(int round) {
+    return round % 2 == 0 ? "debug" : "info";
+}
+
+class NoTerminals : public log_config::IRemoteShellLogger {
+  public:
+    core::Result<void> set_update_config_cb(log_config::UpdateConfigCb&& /*callback*/) override {
+        return core::success();
+    }
+};
+
+/// From config_change to the file replaced and the notification handed over: a module that shares the file of
+/// the FSM module, every level of which is debug; and the FSM module itself.
+void change_in_the_largest_file() {
+    set("module.fsm_pon.*", "debug");
+    auto const logger = std::make_shared<test::FakeLogger>(core::LogLevel::Fatal);
+    auto const bus = std::make_shared<test::FakeIpc>();
+    auto const system = std::make_shared<test::FakeSystemWrapper>();
+    auto const cfgdb = std::make_shared<cfgdb::CfgDbWrapper>("BENCH");
+    auto files = log_config::generate_zlog_config_files(cfgdb, bus, logger);
+    log_config::LogConfigService service{
+        logger,
+        cfgdb,
+        std::make_unique<log_config::KernelConfigurator>(system),
+        std::make_unique<log_config::SyslogConfigurator>(
+            system, std::make_unique<config_writer::ConfigWriter>("/etc/syslog-ng/syslog-ng.conf")),
+        std::make_unique<NoTerminals>(),
+        std::move(files).value(),
+        service::ServiceMode{1}};
+    auto const dna = std::string{zlog_folder} + "DNA.conf";
+    auto const text = read_file(dna);
+    struct Row {
+        char const* work;
+        char const* setting;
+        std::uint32_t field;
+        char const* goal;
+    };
+    for (auto const& [work, setting, field, goal] :
+         {Row{"change of a module in DNA.conf, FSM all debug", "module.igmp.SELF", 61, "1.3"},
+          Row{"change of one ONT, FSM all debug", "module.fsm_pon.ont.3.17", 60, "report"}}) {
+        Times ours;
+        Times floor;
+        for (int round = 0; round < 50; ++round) {
+            set(setting, other_level(round + 1));
+            ours.push_back(time_of([&] {
+                if (!service.config_change({}, {{field, 0, 0}}).has_value()) {
+                    throw std::runtime_error{"the change failed"};
+                }
+            }));
+            floor.push_back(time_of([&] { replace_file(std::string{zlog_folder} + "floor", text); }));
+        }
+        print_row(work, ours, floor, goal);
+    }
+    std::filesystem::remove(std::string{zlog_folder} + "floor");
+    set("module.*", "notice");
+}
+
+void shell_command() {
+    system_wrapper::SystemWrapper system;
+    Times ours;
+    Times floor;
+    for (int round = 0; round < 300; ++round) {
+        ours.push_back(time_of([&] { std::ignore = system.execute("exit 0"); }));
+        floor.push_back(time_of([] {
+            std::array<char*, 4> argv{const_cast<char*>("bash"), const_cast<char*>("-c"),
+                                      const_cast<char*>("exit 0"), nullptr};
+            pid_t child = -1;
+            require(posix_spawn(&child, "/bin/bash", nullptr, nullptr, argv.data(), environ) == 0,
+                    "posix_spawn");
+            require(waitpid(child, nullptr, 0) == child, "waitpid");
+        }));
+    }
+    print_row("shell command", ours, floor, "1.1");
+}
+
+/// The service manager's end: each datagram with the time at which it came.
+class Manager {
+  public:
+    explicit Manager(std::filesystem::path const& path)
+      : where{path} {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::ranges::copy(where.native(), address.sun_path);
+        require(bind(socket.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0, "bind");
+    }
+    ~Manager() { unlink(where.c_str()); }
+    Manager(Manager const&) = delete;
+    Manager& operator=(Manager const&) = delete;
+
+    Clock::time_point wait_for(std::string_view text) {
+        for (std::array<char, 512> buffer{};;) {
+            pollfd wanted{socket.get(), POLLIN, 0};
+            require(poll(&wanted, 1, 20000) == 1, "no word from the daemon");
+            auto const now = Clock::now();
+            auto const size = recv(socket.get(), buffer.data(), buffer.size(), 0);
+            if (std::string_view{buffer.data(), static_cast<std::size_t>(size)}.find(text) !=
+                std::string_view::npos) {
+                return now;
+            }
+        }
+    }
+
+    std::string environment() const { return "NOTIFY_SOCKET=" + where.string(); }
+
+  private:
+    std::filesystem::path where;
+    UniqueFd socket{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
+};
+
+/// Sees files being replaced in a folder.
+class Replacements {
+  public:
+    explicit Replacements(std::string_view folder) {
+        require(inotify_add_watch(inotify.get(), std::string{folder}.c_str(), IN_MOVED_TO) >= 0, "inotify");
+    }
+
+    Clock::time_point wait_for(std::string_view name) {
+        for (;;) {
+            pollfd wanted{inotify.get(), POLLIN, 0};
+            require(poll(&wanted, 1, 20000) == 1, "a file is not replaced");
+            auto const now = Clock::now();
+            alignas(inotify_event) std::array<char, 8192> buffer;
+            auto const size = read(inotify.get(), buffer.data(), buffer.size());
+            for (ssize_t at = 0; at < size;) {
+                auto const* const event = reinterpret_cast<inotify_event const*>(buffer.data() + at);
+                if (event->len > 0 && event->name == name) {
+                    return now;
+                }
+                at += static_cast<ssize_t>(sizeof *event + event->len);
+            }
+        }
+    }
+
+  private:
+    UniqueFd inotify{inotify_init1(IN_CLOEXEC)};
+};
+
+void start(std::ofstream& samples) {
+    std::vector<std::string> texts;
+    Times ours;
+    Times floor;
+    for (int round = 0; round < 21; ++round) {
+        Manager manager{"/tmp/manager"};
+        Replacements replacements{zlog_folder};
+        auto const begin = Clock::now();
+        ChildProcess daemon{
+            {.argv = {XPON_DAEMON}, .environment = {manager.environment()}, .output = "/tmp/daemon"}};
+        auto const started = manager.wait_for("STATUS=Startup");
+        auto const first_file = replacements.wait_for(log_config::zlog_files.front().name);
+        auto const last_file = replacements.wait_for(log_config::zlog_files.back().name);
+        auto const ready = manager.wait_for("READY=1");
+        require(daemon.terminate() == 0, "the daemon failed");
+        if (texts.empty()) { // the first start also makes the database
+            for (auto const& file : log_config::zlog_files) {
+                texts.push_back(read_file(std::string{zlog_folder} + std::string{file.name}));
+            }
+            continue;
+        }
+        ours.push_back(Micro{ready - begin}.count());
+        samples << fmt::format("start\t{:.0f}\t{:.0f}\t{:.0f}\t{:.0f}\n", Micro{started - begin}.count(),
+                               Micro{first_file - started}.count(), Micro{last_file - first_file}.count(),
+                               Micro{ready - last_file}.count());
+        floor.push_back(time_of([&] {
+            ChildProcess{{.argv = {XPON_EMPTY}, .environment = {}, .output = "/tmp/empty"}}.wait();
+            for (auto const& text : texts) {
+                replace_file(std::string{zlog_folder} + "floor", text);
+            }
+        }));
+    }
+    std::filesystem::remove(std::string{zlog_folder} + "floor");
+    print_row("exec to READY=1", ours, floor, "1.5");
+}
+
+long kilobytes(pid_t process, std::initializer_list<std::string_view> names) {
+    std::ifstream status{fmt::format("/proc/{}/status", process)};
+    long sum = 0;
+    for (std::string line; std::getline(status, line);) {
+        for (auto const name : names) {
+            sum += line.starts_with(name) ? std::atol(line.c_str() + name.size()) : 0;
+        }
+    }
+    return sum;
+}
+
+void change_and_memory(std::ofstream& samples) {
+    Manager manager{"/tmp/manager"};
+    ChildProcess daemon{
+        {.argv = {XPON_DAEMON}, .environment = {manager.environment()}, .output = "/tmp/daemon"}};
+    manager.wait_for("READY=1");
+    Replacements replacements{zlog_folder};
+    set("module.snmp.TRAP", "error");
+    replacements.wait_for("SNMP.conf"); // from now on it serves
+    auto const text = read_file(std::string{zlog_folder} + "SNMP.conf");
+    std::filesystem::path const floor_database = "/var/lib/xpon/floor";
+    Times ours;
+    Times floor;
+    for (int round = 0; round < 300; ++round) {
+        ours.push_back(time_of([&] {
+            set("module.snmp.TRAP", other_level(round));
+            replacements.wait_for("SNMP.conf");
+        }));
+        samples << fmt::format("change\t{:.0f}\n", ours.back());
+        floor.push_back(time_of([&] {
+            set("module.snmp.TRAP", other_level(round), floor_database);
+            replace_file("/etc/zlog_modules_config/floor", text);
+        }));
+    }
+    std::filesystem::remove("/etc/zlog_modules_config/floor");
+    print_row("logctl set's commit to file replaced", ours, floor, "2");
+
+    set("module.*", "debug");
+    set("module.snmp.TRAP", "error");
+    replacements.wait_for("SNMP.conf");
+    auto const before = kilobytes(daemon.pid(), {"VmRSS:"});
+    for (int change = 0; change < 10000; ++change) {
+        set("module.snmp.TRAP", other_level(change));
+    }
+    set("module.snmp.TRAP", "critical");
+    while (read_file(std::string{zlog_folder} + "SNMP.conf").find("SNMP_TRAP.=ERROR") != std::string::npos) {
+        replacements.wait_for("SNMP.conf");
+    }
+    auto const after = kilobytes(daemon.pid(), {"VmRSS:"});
+    fmt::print("resident memory, every level debug\t{} kB\t\t\t14 MB\t\nthe same after 10 000 changes\t{} "
+               "kB\t\t\tno growth\t\n",
+               before, after);
+    require(daemon.terminate() == 0, "the daemon failed");
+}
+
+} // namespace
+} // namespace xpon::bench
+
+int main(int argc, char** argv) {
+    using namespace xpon::bench;
+    try {
+        std::ofstream samples{argc == 3 && std::string_view{argv[1]} == "--samples" ? argv[2] : "/dev/null"};
+        // Only the daemon is measured here, not a syslog-ng.
+        xpon::test::write_file("/usr/sbin/syslog-ng-ctl", "#!/bin/sh\nexit 0\n");
+        std::filesystem::permissions("/usr/sbin/syslog-ng-ctl", std::filesystem::perms{0755});
+        shell_command();
+        start(samples);
+        change_and_memory(samples);
+        change_in_the_largest_file();
+    } catch (std::exception const& error) {
+        fmt::print(stderr, "board_bench: {}\n", error.what());
+        return 1;
+    }
+    return 0;
+}
