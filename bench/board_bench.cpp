@@ -21,6 +21,7 @@
 #include <spawn.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -291,6 +292,7 @@ void change_and_memory(std::ofstream& samples) {
     replacements.wait_for("SNMP.conf"); // from now on it serves
     auto const text = read_file(std::string{zlog_folder} + "SNMP.conf");
     std::filesystem::path const floor_database = "/var/lib/xpon/floor";
+    cfgdb::CfgDbWrapper const held_open{"FLOOR", floor_database}; // as the daemon holds its own
     Times ours;
     Times floor;
     for (int round = 0; round < 300; ++round) {
@@ -334,7 +336,7 @@ int main(int argc, char** argv) {
         std::ofstream samples{argc == 3 && std::string_view{argv[1]} == "--samples" ? argv[2] : "/dev/null"};
         // Only the daemon is measured here, not a syslog-ng.
         xpon::test::write_file("/usr/sbin/syslog-ng-ctl", "#!/bin/sh\nexit 0\n");
-        std::filesystem::permissions("/usr/sbin/syslog-ng-ctl", std::filesystem::perms{0755});
+        require(chmod("/usr/sbin/syslog-ng-ctl", 0755) == 0, "chmod");
         shell_command();
         start(samples);
         change_and_memory(samples);
