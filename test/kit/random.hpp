@@ -22,9 +22,10 @@ inline int rounds(int normally) {
 
 using Random = std::mt19937;
 
-/// A source of random numbers that XPON_SEED repeats; what it began with is printed.
+/// A source of random numbers: the same at every run, or those of XPON_SEED, of which 0 stands for new ones;
+/// what it began with is printed.
 inline Random seeded() {
-    auto const chosen = number_from_environment("XPON_SEED", 0);
+    auto const chosen = number_from_environment("XPON_SEED", 1);
     auto const seed = chosen != 0 ? static_cast<unsigned>(chosen) : std::random_device{}() & 0x7FFFFFFF;
     fmt::print("XPON_SEED={}\n", seed);
     return Random{seed};
