@@ -21,13 +21,20 @@ using core::fail;
 // Nobody writes more, and every search grows with it.
 constexpr std::size_t longest_pattern = 200;
 
-std::vector<std::string_view> split(std::string_view path) {
-    std::vector<std::string_view> parts;
+using Parts = std::vector<std::string_view>;
+
+void split(std::string_view path, Parts& parts) {
+    parts.clear();
     for (std::size_t begin = 0; begin <= path.size();) {
         auto const end = std::min(path.find('.', begin), path.size());
         parts.push_back(path.substr(begin, end - begin));
         begin = end + 1;
     }
+}
+
+Parts split(std::string_view path) {
+    Parts parts;
+    split(path, parts);
     return parts;
 }
 
@@ -67,11 +74,6 @@ struct Component {
     }
 };
 
-struct Candidate {
-    Setting const* setting;
-    std::vector<std::string_view> parts;
-};
-
 using Pattern = std::vector<Component>;
 
 Pattern pattern_of(std::string_view text) {
@@ -82,7 +84,7 @@ Pattern pattern_of(std::string_view text) {
     return pattern;
 }
 
-bool accepts(Pattern const& pattern, std::vector<std::string_view> const& parts) {
+bool accepts(Pattern const& pattern, Parts const& parts) {
     bool const length_fits =
         pattern.back().any ? parts.size() >= pattern.size() : parts.size() == pattern.size();
     return length_fits &&
@@ -90,21 +92,28 @@ bool accepts(Pattern const& pattern, std::vector<std::string_view> const& parts)
                       [](auto const& component, auto part) { return component.accepts(part); });
 }
 
-std::vector<Candidate> candidates_for(Pattern const& pattern) {
-    std::vector<Candidate> candidates;
+std::vector<Setting const*> candidates_for(Pattern const& pattern) {
+    std::vector<Setting const*> candidates;
+    Parts parts;
     for (auto const& setting : settings()) {
-        if (auto parts = split(setting.path); accepts(pattern, parts)) {
-            candidates.push_back({&setting, std::move(parts)});
+        split(setting.path, parts);
+        if (accepts(pattern, parts)) {
+            candidates.push_back(&setting);
         }
     }
     return candidates;
 }
 
+/// The component at `index`, which is a number.
+unsigned number_at(Setting const& setting, std::size_t index) {
+    return path_number(split(setting.path).at(index)).value_or(0);
+}
+
 /// What there is among the candidates' components at `index`, which are all numbers.
-Numbers existing_numbers(std::vector<Candidate> const& candidates, std::size_t index) {
+Numbers existing_numbers(std::vector<Setting const*> const& candidates, std::size_t index) {
     Numbers existing{std::numeric_limits<unsigned>::max(), 0};
-    for (auto const& candidate : candidates) {
-        auto const number = path_number(candidate.parts[index]).value_or(0);
+    for (auto const* candidate : candidates) {
+        auto const number = number_at(*candidate, index);
         existing.low = std::min(existing.low, number);
         existing.high = std::max(existing.high, number);
     }
@@ -117,7 +126,7 @@ struct Neighbour {
 };
 
 /// A pattern made to fit a path with the fewest changes; what fits already stays as it was written.
-Neighbour fitted(Pattern const& pattern, std::vector<std::string_view> const& parts) {
+Neighbour fitted(Pattern const& pattern, Parts const& parts) {
     Neighbour fit{0, {}};
     auto const length = pattern.back().any ? pattern.size() : std::max(pattern.size(), parts.size());
     for (std::size_t i = 0; i < length; ++i) {
@@ -189,14 +198,12 @@ core::Result<std::vector<Setting const*>> expand(std::string_view text) {
             return fail(Error::InvalidInputArg, "{}: {} is not within {}-{}", printable(text),
                         pattern[i].text, existing.low, existing.high);
         }
-        std::erase_if(candidates, [&](Candidate const& candidate) {
-            auto const number = path_number(candidate.parts[i]).value_or(0);
+        std::erase_if(candidates, [&](Setting const* candidate) {
+            auto const number = number_at(*candidate, i);
             return number < wanted->low || number > wanted->high;
         });
     }
-    std::vector<Setting const*> found(candidates.size());
-    std::ranges::transform(candidates, found.begin(), &Candidate::setting);
-    return found;
+    return candidates;
 }
 
 } // namespace xpon::cfgdb

@@ -1,9 +1,12 @@
 #include "record.hpp"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
+#include <fmt/compile.h>
 #include <fmt/format.h>
 
 #include "xpon/cfgdb/catalogue.hpp"
@@ -79,6 +82,7 @@ std::int64_t default_level(Module const& module) {
 class Layout {
   public:
     Layout() {
+        settings.reserve(sizeof(ModuleFsmPon)); // twice as many as its levels, for all the others too
         for (auto const& record : syslog_records()) {
             begin(std::string{record.prefix}, record.field, record.size);
             for (auto const& row : record.settings) {
@@ -104,8 +108,7 @@ class Layout {
 
     void add(std::string_view name, Kind kind, std::size_t offset, Value const& default_value) {
         auto& record = records.back();
-        settings.push_back(
-            {fmt::format("{}{}", record.prefix, name), kind, default_value, record.field_id, offset});
+        settings.push_back({record.prefix + std::string{name}, kind, default_value, record.field_id, offset});
         put(settings.back(), default_value, record.defaults);
     }
 
@@ -131,28 +134,53 @@ class Layout {
         std::size_t offset = offsetof(ModuleFsmPon, ont);
         for (std::size_t port = 0; port < std::extent_v<decltype(ModuleFsmPon::ont)>; ++port) {
             for (std::size_t ont = 0; ont < std::extent_v<decltype(ModuleFsmPon::ont), 1>; ++ont) {
-                add(fmt::format("ont.{}.{}", port + 1, ont + 1), Kind::Level, offset, level);
+                add(fmt::format(FMT_COMPILE("ont.{}.{}"), port + 1, ont + 1), Kind::Level, offset, level);
                 offset += sizeof(std::uint16_t);
             }
         }
     }
 
     void finish() {
-        for (auto const& setting : settings) {
-            by_path.push_back(&setting);
-        }
-        std::ranges::sort(by_path, {}, &Setting::path);
         // The settings of a record are those that begin with its prefix: one run in either order.
+        auto first = settings.begin();
         for (auto& record : records) {
-            auto const ours = [&record](Setting const& setting) {
+            auto const last = std::find_if_not(first, settings.end(), [&record](Setting const& setting) {
                 return setting.path.starts_with(record.prefix);
-            };
-            auto const first = std::ranges::find_if(settings, ours);
-            auto const last = std::find_if_not(first, settings.end(), ours);
+            });
             record.settings = {first, last};
-            auto const sorted = std::ranges::lower_bound(by_path, record.prefix, {}, &Setting::path);
-            record.by_path = {sorted, record.settings.size()};
+            first = last;
         }
+        std::vector<Record*> sorted;
+        for (auto& record : records) {
+            sorted.push_back(&record);
+        }
+        std::ranges::sort(sorted, {}, [](auto const* record) { return record->prefix; });
+        by_path.reserve(settings.size());
+        for (auto* const record : sorted) {
+            record->by_path = append_by_path(*record);
+        }
+    }
+
+    /// The settings of a record, sorted. By what differs, held in one place: to compare whole paths, each
+    /// elsewhere in memory, would take a third of the instructions of the daemon's start.
+    std::span<Setting const* const> append_by_path(Record const& record) {
+        struct Key {
+            std::array<char, 16> name; ///< the path's beginning after the record's prefix
+            Setting const* setting;
+        };
+        std::vector<Key> keys;
+        keys.reserve(record.settings.size());
+        for (auto const& setting : record.settings) {
+            auto& key = keys.emplace_back(Key{{}, &setting});
+            setting.path.copy(key.name.data(), key.name.size(), record.prefix.size());
+        }
+        std::ranges::sort(keys, [](Key const& a, Key const& b) {
+            auto const order = std::memcmp(a.name.data(), b.name.data(), a.name.size());
+            return order != 0 ? order < 0 : a.setting->path < b.setting->path;
+        });
+        auto const before = by_path.size();
+        std::ranges::transform(keys, std::back_inserter(by_path), &Key::setting);
+        return std::span{by_path}.subspan(before);
     }
 };
 
@@ -176,6 +204,10 @@ void put_text(std::string const& text, std::span<std::byte> at) {
 
 std::span<Setting const> settings() {
     return layout().settings;
+}
+
+std::span<Setting const* const> settings_by_path() {
+    return layout().by_path;
 }
 
 Setting const* find_setting(std::string_view path) {

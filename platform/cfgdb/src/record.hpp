@@ -5,6 +5,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "xpon/cfgdb/modules.hpp"
@@ -23,6 +24,35 @@ struct Record {
 
 /// Field identifiers of the syslog records.
 enum SyslogField : std::uint32_t { file_field = 52, console_field, remote_field, kernel_field, rsh_field };
+
+/// Every setting in the database's order, bytewise by path.
+std::span<Setting const* const> settings_by_path();
+
+/// Finds the settings of ascending paths, as the database hands them out, in one walk along such a list.
+class PathWalk {
+  public:
+    explicit PathWalk(std::span<Setting const* const> by_path)
+      : ahead{by_path} {}
+
+    /// The setting of exactly this path, null if there is none; not one before the last that was found.
+    Setting const* find(std::string_view path) {
+        while (!ahead.empty()) {
+            auto const order = path.compare(ahead.front()->path);
+            if (order < 0) {
+                break;
+            }
+            auto const* const setting = ahead.front();
+            ahead = ahead.subspan(1);
+            if (order == 0) {
+                return setting;
+            }
+        }
+        return nullptr;
+    }
+
+  private:
+    std::span<Setting const* const> ahead;
+};
 
 std::span<Record const> records();
 Record const& syslog_record(SyslogField field);

@@ -120,24 +120,19 @@ std::optional<ReadFailure> Store::read(Record const& record, void* out) const {
     auto end = record.prefix;
     ++end.back();
     auto rows = record_rows.run(std::string_view{record.prefix}, std::string_view{end});
-    // Both sides come in the same order, so one walk along the settings finds each row's.
-    auto next = record.by_path.begin();
+    PathWalk walk{record.by_path};
     while (rows.next()) {
         auto const path = rows.text(0);
-        int order = -1;
-        while (next != record.by_path.end() && (order = path.compare((*next)->path)) > 0) {
-            ++next;
-        }
-        if (order != 0) {
+        auto const* const setting = walk.find(path);
+        if (setting == nullptr) {
             continue; // no setting of this program, nor can it harm one
         }
-        auto const& setting = **next++;
         auto const value = rows.value(1);
-        if (!value || !is_allowed(setting.kind, *value)) {
+        if (!value || !is_allowed(setting->kind, *value)) {
             return ReadFailure{EINVAL, fmt::format("{}: {} is stored, allowed is {}", path,
-                                                   rows.description(1), allowed(setting.kind))};
+                                                   rows.description(1), allowed(setting->kind))};
         }
-        put(setting, *value, filled);
+        put(*setting, *value, filled);
     }
     if (rows.result() != SQLITE_DONE) {
         return ReadFailure{error_number_of(rows.result()),
@@ -171,17 +166,29 @@ core::Result<std::vector<JournalEntry>> Store::journal_from(std::int64_t sequenc
     return entries;
 }
 
-core::Result<std::vector<StoredRow>> stored_rows(Connection const& connection) {
+core::Result<void>
+each_row(Connection const& connection,
+         std::function<void(std::string_view path, Setting const* setting, StoredValue value)> const& take) {
     OUTCOME_TRY(statement, connection.prepare("SELECT path, value FROM setting ORDER BY path"));
-    std::vector<StoredRow> stored;
     auto rows = statement.run();
+    PathWalk walk{settings_by_path()};
     while (rows.next()) {
-        stored.push_back({std::string{rows.text(0)}, rows.value(1), rows.description(1)});
+        auto const path = rows.text(0);
+        auto const* setting = walk.find(path);
+        if (setting != nullptr && setting->built_in()) {
+            setting = nullptr;
+        }
+        auto value = rows.value(1);
+        if (setting != nullptr && value && is_allowed(setting->kind, *value)) {
+            take(path, setting, {std::move(value), {}});
+        } else {
+            take(path, setting, {std::nullopt, rows.description(1)});
+        }
     }
     if (rows.result() != SQLITE_DONE) {
         return connection.failure(rows.result());
     }
-    return stored;
+    return core::success();
 }
 
 } // namespace xpon::cfgdb

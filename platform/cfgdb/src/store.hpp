@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -22,11 +23,10 @@ struct ReadFailure {
     std::string text;
 };
 
-/// One row of the settings' table, whatever it holds.
-struct StoredRow {
-    std::string path;
-    std::optional<Value> value; ///< nothing if it is of a type that no setting has
-    std::string description;    ///< for people: safe to print
+/// What a row of the settings' table holds.
+struct StoredValue {
+    std::optional<Value> value; ///< nothing if it is none that the setting may have
+    std::string description;    ///< of such a one, for people: safe to print
 };
 
 struct JournalEntry {
@@ -71,7 +71,10 @@ class Store {
     Statement journal_rows;
 };
 
-/// Every row of the settings' table, by path.
-core::Result<std::vector<StoredRow>> stored_rows(Connection const& connection);
+/// Hands out every row of the settings' table, by path; the setting is null where there is none of that path
+/// (or a built-in one).
+core::Result<void>
+each_row(Connection const& connection,
+         std::function<void(std::string_view path, Setting const* setting, StoredValue value)> const& take);
 
 } // namespace xpon::cfgdb

@@ -30,28 +30,21 @@ core::Result<std::vector<Setting const*>> settable(std::string_view pattern) {
 }
 
 /// What is stored for a setting of this program; a default has no row.
-using StoredValues = std::map<Setting const*, StoredRow>;
+using StoredValues = std::map<Setting const*, StoredValue>;
 
 core::Result<StoredValues> stored_values(Connection const& connection) {
-    OUTCOME_TRY(rows, stored_rows(connection));
     StoredValues values;
-    for (auto& row : rows) {
-        if (auto const* const setting = find_setting(row.path)) {
-            values.emplace(setting, std::move(row));
+    OUTCOME_TRY(each_row(connection, [&values](auto /*path*/, auto const* setting, StoredValue value) {
+        if (setting != nullptr) {
+            values.emplace(setting, std::move(value));
         }
-    }
+    }));
     return values;
 }
 
-/// The value of a row; null if it is none that may be stored for the setting.
-Value const* allowed_value(Setting const& setting, StoredRow const& row) {
-    return row.value && is_allowed(setting.kind, *row.value) ? &*row.value : nullptr;
-}
-
 /// A stored value as an operator writes it, or a description of what cannot be one.
-std::string text_of(Setting const& setting, StoredRow const& row) {
-    auto const* const value = allowed_value(setting, row);
-    return value != nullptr ? to_text(setting.kind, *value) : row.description;
+std::string text_of(Setting const* setting, StoredValue const& stored) {
+    return stored.value ? to_text(setting->kind, *stored.value) : stored.description;
 }
 
 using Wanted = std::map<Setting const*, Value>;
@@ -59,7 +52,8 @@ using Wanted = std::map<Setting const*, Value>;
 /// A setting's value now, as an operator writes it.
 std::string current_text(Setting const& setting, StoredValues const& stored) {
     auto const row = stored.find(&setting);
-    return row == stored.end() ? to_text(setting.kind, setting.default_value) : text_of(setting, row->second);
+    return row == stored.end() ? to_text(setting.kind, setting.default_value)
+                               : text_of(&setting, row->second);
 }
 
 std::vector<Change> differences(Wanted const& wanted, StoredValues const& stored) {
@@ -82,11 +76,10 @@ core::Result<void> check_receivers(Wanted const& wanted, StoredValues const& sto
     for (auto const& setting : remote.settings) {
         auto const wish = wanted.find(&setting);
         auto const row = stored.find(&setting);
-        auto const* const kept = row != stored.end() ? allowed_value(setting, row->second) : nullptr;
         if (wish != wanted.end()) {
             put(setting, wish->second, filled);
-        } else if (kept != nullptr) {
-            put(setting, *kept, filled);
+        } else if (row != stored.end() && row->second.value) {
+            put(setting, *row->second.value, filled);
         }
     }
     if (auto const wrong = contradiction(remote, filled)) {
@@ -259,15 +252,12 @@ core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path cons
 
 core::Result<std::vector<StoredSetting>> stored_settings(std::filesystem::path const& folder) {
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
-    OUTCOME_TRY(rows, stored_rows(store->unshared()));
     std::vector<StoredSetting> stored;
-    for (auto& row : rows) {
-        auto const* const setting = find_setting(row.path);
-        bool const ours = setting != nullptr && !setting->built_in();
-        stored.push_back({std::move(row.path), ours ? setting : nullptr,
-                          ours && allowed_value(*setting, row) != nullptr,
-                          ours ? text_of(*setting, row) : row.description});
-    }
+    stored.reserve(settings().size());
+    OUTCOME_TRY(
+        each_row(store->unshared(), [&stored](auto path, auto const* setting, StoredValue const& value) {
+            stored.push_back({std::string{path}, setting, value.value.has_value(), text_of(setting, value)});
+        }));
     return stored;
 }
 

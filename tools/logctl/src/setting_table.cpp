@@ -33,10 +33,13 @@ std::string default_of(SettingRow const& row) {
 Line line_of(SettingRow const& row) {
     auto const value = row.allowed ? row.value : row.value + " (not allowed)";
     auto const changed = row.source == Source::Database ? colour::yellow : std::string_view{};
-    return {row.setting->path,
-            {value, row.allowed ? changed : colour::red},
-            default_of(row),
-            std::string{name_of(row.source)}};
+    Line line;
+    line.reserve(4);
+    line.emplace_back(row.setting->path);
+    line.emplace_back(value, row.allowed ? changed : colour::red);
+    line.emplace_back(default_of(row));
+    line.emplace_back(std::string{name_of(row.source)});
+    return line;
 }
 
 /// Numbers as numbers, so that a program need not take the text apart.
@@ -49,6 +52,7 @@ nlohmann::ordered_json json_value(Kind kind, std::string const& text) {
 
 std::string to_table(std::vector<SettingRow> const& rows, bool coloured) {
     std::vector<Line> lines{{{"PATH"}, {"VALUE", colour::bold}, {"DEFAULT"}, {"STORED"}}};
+    lines.reserve(rows.size() + 1);
     std::ranges::transform(rows, std::back_inserter(lines), line_of);
     return aligned(lines, coloured);
 }

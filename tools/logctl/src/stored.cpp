@@ -2,6 +2,14 @@
 
 namespace xpon::logctl {
 
+namespace {
+
+std::size_t place_of(cfgdb::Setting const& setting) {
+    return static_cast<std::size_t>(&setting - cfgdb::settings().data());
+}
+
+} // namespace
+
 core::Result<std::vector<cfgdb::Setting const*>> expand_group(std::string const& pattern) {
     auto found = cfgdb::expand(pattern);
     if (found.has_error()) {
@@ -12,20 +20,28 @@ core::Result<std::vector<cfgdb::Setting const*>> expand_group(std::string const&
     return found;
 }
 
-core::Result<StoredValues> stored_values(std::filesystem::path const& database) {
-    OUTCOME_TRY(stored, cfgdb::stored_settings(database));
-    StoredValues values;
-    for (auto& row : stored) {
+StoredValues::StoredValues(std::vector<cfgdb::StoredSetting>&& stored)
+  : all{std::move(stored)}
+  , of_setting(cfgdb::settings().size()) {
+    for (auto const& row : all) {
         if (row.setting != nullptr) {
-            values.emplace(row.setting, std::move(row));
+            of_setting.at(place_of(*row.setting)) = &row;
         }
     }
-    return values;
+}
+
+cfgdb::StoredSetting const* StoredValues::find(cfgdb::Setting const& setting) const {
+    return of_setting.at(place_of(setting));
+}
+
+core::Result<StoredValues> stored_values(std::filesystem::path const& database) {
+    OUTCOME_TRY(stored, cfgdb::stored_settings(database));
+    return StoredValues{std::move(stored)};
 }
 
 std::string value_of(cfgdb::Setting const& setting, StoredValues const& stored) {
-    auto const found = stored.find(&setting);
-    return found != stored.end() ? found->second.value : cfgdb::to_text(setting.kind, setting.default_value);
+    auto const* const found = stored.find(setting);
+    return found != nullptr ? found->value : cfgdb::to_text(setting.kind, setting.default_value);
 }
 
 } // namespace xpon::logctl

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -13,9 +12,24 @@ namespace xpon::logctl {
 /// The settings that a pattern names, or everything below the group that it names.
 core::Result<std::vector<cfgdb::Setting const*>> expand_group(std::string const& pattern);
 
-using StoredValues = std::map<cfgdb::Setting const*, cfgdb::StoredSetting>;
-
 /// What the database holds for the settings of this program.
+class StoredValues {
+  public:
+    explicit StoredValues(std::vector<cfgdb::StoredSetting>&& stored);
+    StoredValues(StoredValues&&) = default;
+    StoredValues& operator=(StoredValues&&) = default;
+
+    /// Null if nothing is stored, so that the default is in force.
+    cfgdb::StoredSetting const* find(cfgdb::Setting const& setting) const;
+
+    /// All, by path, also what is stored for no setting of this program.
+    std::vector<cfgdb::StoredSetting> const& rows() const { return all; }
+
+  private:
+    std::vector<cfgdb::StoredSetting> all;
+    std::vector<cfgdb::StoredSetting const*> of_setting; // index = place in the table of settings
+};
+
 core::Result<StoredValues> stored_values(std::filesystem::path const& database);
 
 /// A setting's value as an operator writes it.

@@ -1,6 +1,7 @@
 #include "table.hpp"
 
 #include <algorithm>
+#include <numeric>
 
 namespace xpon::logctl {
 
@@ -13,6 +14,7 @@ std::string aligned(std::vector<Line> const& lines, bool coloured) {
         }
     }
     std::string text;
+    text.reserve(lines.size() * std::accumulate(widths.begin(), widths.end(), 2 * widths.size()));
     for (auto const& line : lines) {
         for (std::size_t i = 0; i < line.size(); ++i) {
             auto const& [content, colour] = line[i];

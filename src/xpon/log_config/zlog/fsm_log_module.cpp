@@ -1,6 +1,9 @@
 #include "xpon/log_config/zlog/fsm_log_module.hpp"
 
+#include <cstdint>
 #include <iterator>
+
+#include <fmt/compile.h>
 
 namespace xpon::log_config {
 
@@ -11,6 +14,9 @@ constexpr unsigned long subject_count = std::size(ModuleFsmPon{}.level);
 constexpr int port_count = std::size(ModuleFsmPon{}.port);
 constexpr int ont_count = std::size(ModuleFsmPon{}.ont[0]);
 
+// In bytes, with every level debug. Where less is needed, the rest is never touched and costs nothing.
+constexpr std::size_t most_text = sizeof(ModuleFsmPon) / sizeof(std::uint16_t) * 300;
+
 } // namespace
 
 FsmLogModule::FsmLogModule(ModuleFsmPon const& descriptor,
@@ -18,9 +24,9 @@ FsmLogModule::FsmLogModule(ModuleFsmPon const& descriptor,
   : ZlogModuleBase{generator, descriptor, fsm_module, subject_count, get_fsm_subjects_from_index, {}}
   , olt_categories{"OLT"} {
     for (int port = 1; port <= port_count; ++port) {
-        port_categories.push_back(fmt::format("PON-PORT_{}", port));
+        port_categories.push_back(fmt::format(FMT_COMPILE("PON-PORT_{}"), port));
         for (int ont = 1; ont <= ont_count; ++ont) {
-            ont_categories.push_back(fmt::format("ONT_{}/{}", port, ont));
+            ont_categories.push_back(fmt::format(FMT_COMPILE("ONT_{}/{}"), port, ont));
         }
     }
     if (!FsmLogModule::update_config(descriptor).has_value()) {
@@ -34,7 +40,7 @@ Result<void> FsmLogModule::update_config(std::any const& descriptor) {
         return core::fail(core::Error::CommonError, "Failed any_cast std::any to ModuleFsmPon");
     }
     std::string text;
-    text.reserve(config.size());
+    text.reserve(most_text);
     append_subject_rules(text, *levels);
     for (auto const& category : olt_categories) {
         text += generator->generate(category, levels->olt);

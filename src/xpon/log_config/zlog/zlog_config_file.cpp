@@ -1,5 +1,6 @@
 #include "xpon/log_config/zlog/zlog_config_file.hpp"
 
+#include <numeric>
 #include <span>
 #include <stdexcept>
 #include <type_traits>
@@ -62,7 +63,13 @@ Result<void> ZlogConfigFile::apply_new_config(ModuleChanges const& changes) {
 }
 
 Result<void> ZlogConfigFile::write() {
-    std::string text{generator->get_header()};
+    std::string text;
+    auto const header = generator->get_header();
+    text.reserve(
+        std::accumulate(modules.begin(), modules.end(), header.size(), [](auto size, auto const& module) {
+            return size + module.second->get_config().size();
+        }));
+    text += header;
     for (auto const& [_, log_module] : modules) {
         text += log_module->get_config();
     }

@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <array>
-#include <span>
+#include <cstring>
+#include <functional>
+#include <numeric>
+#include <utility>
 
 namespace xpon::log_config {
 
@@ -26,20 +29,34 @@ constexpr std::array<std::string_view, 6> ZLOG_LEVEL_TO_STRING_TABLE{
     ".=INFO >syslog, LOG_LOCAL0; for_info\n",   ".=DEBUG >syslog, LOG_LOCAL0;\n",
 };
 
+/// Of all rules before one: their size but for the categories.
+constexpr auto sizes_before = [] {
+    std::array<std::size_t, ZLOG_LEVEL_TO_STRING_TABLE.size() + 1> sizes{};
+    std::transform_inclusive_scan(ZLOG_LEVEL_TO_STRING_TABLE.begin(), ZLOG_LEVEL_TO_STRING_TABLE.end(),
+                                  sizes.begin() + 1, std::plus{}, [](auto rule) { return rule.size(); });
+    return sizes;
+}();
+
+/// A step for each level instead of a loop: the size of its rule is a constant then, and a few instructions
+/// copy it.
+template <std::size_t... LEVELS>
+void write_rules(char* end, std::string_view category, std::size_t count,
+                 std::index_sequence<LEVELS...> /*levels*/) {
+    auto const write = [&end](std::string_view text) {
+        std::memcpy(end, text.data(), text.size());
+        end += text.size();
+        return true;
+    };
+    (void)((LEVELS < count && write(category) && write(ZLOG_LEVEL_TO_STRING_TABLE[LEVELS])) && ...);
+}
+
 } // namespace
 
 std::string ZlogConfigGenerator::generate(std::string_view category, unsigned short level) {
-    auto const count = std::min<std::size_t>(level + 1U, ZLOG_LEVEL_TO_STRING_TABLE.size());
-    auto const rules = std::span{ZLOG_LEVEL_TO_STRING_TABLE}.first(count);
-    std::size_t size = 0;
-    for (auto const rule : rules) {
-        size += category.size() + rule.size();
-    }
-    std::string text(size, '\0');
-    for (auto end = text.begin(); auto const rule : rules) {
-        end = std::ranges::copy(category, end).out;
-        end = std::ranges::copy(rule, end).out;
-    }
+    auto constexpr levels = ZLOG_LEVEL_TO_STRING_TABLE.size();
+    auto const count = std::min<std::size_t>(level + 1U, levels);
+    std::string text(count * category.size() + sizes_before.at(count), '\0');
+    write_rules(text.data(), category, count, std::make_index_sequence<levels>{});
     return text;
 }
 

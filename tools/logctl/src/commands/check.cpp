@@ -58,11 +58,10 @@ void look_at_receivers(StoredValues const& stored, std::vector<Problem>& problem
 }
 
 core::Result<Findings> look(Context const& context) {
-    OUTCOME_TRY(rows, cfgdb::stored_settings(context.database));
     OUTCOME_TRY(stored, stored_values(context.database));
     Findings findings;
-    findings.stored = rows.size();
-    look_at_rows(rows, findings.problems);
+    findings.stored = stored.rows().size();
+    look_at_rows(stored.rows(), findings.problems);
     look_at_receivers(stored, findings.problems);
     OUTCOME_TRY(wanted, Wanted::open(context));
     auto const text = wanted.syslog_ng_text(shells_in(file_text(syslog_ng_conf).value_or("")));

@@ -16,15 +16,15 @@ core::Result<int> export_settings(Context const& context) {
     OUTCOME_TRY(stored, stored_values(context.database));
     Assignments assignments;
     for (auto const& setting : cfgdb::settings()) {
-        auto const found = stored.find(&setting);
-        if (found == stored.end()) {
+        auto const* const found = stored.find(setting);
+        if (found == nullptr) {
             continue;
         }
-        if (!found->second.allowed) {
+        if (!found->allowed) {
             return core::fail(core::Error::InvalidState, "{}: {} is stored, allowed is {}", setting.path,
-                              found->second.value, cfgdb::allowed(setting.kind));
+                              found->value, cfgdb::allowed(setting.kind));
         }
-        assignments.emplace_back(setting.path, found->second.value);
+        assignments.emplace_back(setting.path, found->value);
     }
     print(settings_file(assignments));
     return 0;

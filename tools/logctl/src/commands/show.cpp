@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <memory>
-#include <set>
 
 #include <fmt/format.h>
 
@@ -27,20 +26,30 @@ bool speaks_of_onts(std::string_view pattern) {
     return pattern.find(".ont.") != std::string_view::npos || pattern.ends_with(".ont");
 }
 
+using Settings = std::vector<Setting const*>;
+
 struct Selection {
-    std::set<Setting const*> settings;      ///< in the order of the table of all
-    std::set<Setting const*> wanted_anyway; ///< also at the default
+    Settings settings;      ///< in the order of the table of all
+    Settings wanted_anyway; ///< also at the default; sorted
 };
+
+void sort_out(Settings& settings) {
+    std::ranges::sort(settings);
+    auto const twice = std::ranges::unique(settings);
+    settings.erase(twice.begin(), twice.end());
+}
 
 core::Result<Selection> select(std::vector<std::string> const& patterns) {
     Selection selection;
     for (auto const& pattern : patterns) {
         OUTCOME_TRY(found, expand_group(pattern));
-        selection.settings.insert(found.begin(), found.end());
+        selection.settings.insert(selection.settings.end(), found.begin(), found.end());
         if (speaks_of_onts(pattern)) {
-            selection.wanted_anyway.insert(found.begin(), found.end());
+            selection.wanted_anyway.insert(selection.wanted_anyway.end(), found.begin(), found.end());
         }
     }
+    sort_out(selection.settings);
+    sort_out(selection.wanted_anyway);
     return selection;
 }
 
@@ -49,11 +58,13 @@ core::Result<int> show(Context const& context, Options const& options) {
                 select(options.patterns.empty() ? std::vector<std::string>{"*"} : options.patterns));
     OUTCOME_TRY(stored, stored_values(context.database));
     std::vector<SettingRow> rows;
+    rows.reserve(selection.settings.size());
     std::size_t left_out = 0;
     for (auto const* setting : selection.settings) {
-        if (auto const found = stored.find(setting); found != stored.end()) {
-            rows.push_back({setting, found->second.value, Source::Database, found->second.allowed});
-        } else if (setting->path.starts_with(ont_prefix) && !selection.wanted_anyway.contains(setting)) {
+        if (auto const* const found = stored.find(*setting)) {
+            rows.push_back({setting, found->value, Source::Database, found->allowed});
+        } else if (setting->path.starts_with(ont_prefix) &&
+                   !std::ranges::binary_search(selection.wanted_anyway, setting)) {
             ++left_out;
         } else {
             rows.push_back({setting, cfgdb::to_text(setting->kind, setting->default_value),
