@@ -140,7 +140,7 @@ class Board : public testing::Test {
     }
 
     /// What the daemon has told the service manager, message by message.
-    std::vector<std::string> notified() const { return daemon->notifications.datagrams(); }
+    std::vector<std::string> notified() { return daemon->notifications.datagrams(); }
 
     static void set(std::vector<std::pair<std::string, std::string>> const& settings) {
         cfgdb::Transaction transaction;

@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -67,27 +68,34 @@ class NotifySocket {
         });
     }
 
-    /// Everything so far, in order; a notification of several lines is several texts.
-    std::vector<std::string> texts() const {
+    /// Everything that was sent before the call, in order; a notification of several lines is several texts.
+    std::vector<std::string> texts() {
         std::lock_guard const lock{mutex};
+        take_in();
         return received;
     }
 
-    /// Every notification so far, whole, in order.
-    std::vector<std::string> datagrams() const {
+    /// Every notification that was sent before the call, whole, in order.
+    std::vector<std::string> datagrams() {
         std::lock_guard const lock{mutex};
+        take_in();
         return whole;
     }
 
   private:
     void read() {
-        std::array<char, 4096> buffer{};
-        for (;;) {
-            auto const length = recv(socket.get(), buffer.data(), buffer.size(), 0);
-            if (length <= 0) {
-                return; // shut down
-            }
+        for (pollfd readable{socket.get(), POLLIN | POLLRDHUP, 0}; (readable.revents & POLLRDHUP) == 0;) {
+            poll(&readable, 1, -1);
             std::lock_guard const lock{mutex};
+            take_in();
+        }
+    }
+
+    /// With `mutex` held, so that whatever was received is also recorded.
+    void take_in() {
+        std::array<char, 4096> buffer{};
+        ssize_t length = 0;
+        while ((length = recv(socket.get(), buffer.data(), buffer.size(), MSG_DONTWAIT)) > 0) {
             whole.emplace_back(buffer.data(), static_cast<std::size_t>(length));
             std::istringstream lines{whole.back()};
             for (std::string line; std::getline(lines, line);) {
@@ -99,7 +107,7 @@ class NotifySocket {
 
     std::filesystem::path where;
     core::UniqueFd socket;
-    mutable std::mutex mutex;
+    std::mutex mutex;
     std::condition_variable arrived;
     std::vector<std::string> whole;    // guarded by mutex
     std::vector<std::string> received; // guarded by mutex
