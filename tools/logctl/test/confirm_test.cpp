@@ -1,9 +1,16 @@
 // commit-confirm and confirm, where no systemd runs.
 
+#include <algorithm>
+
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include "core/unique_fd.hpp"
+#include "kit/golden.hpp"
 #include "logctl.hpp"
+#include "xpon/cfgdb/trial.hpp"
 
 namespace xpon::logctl {
 namespace {
@@ -28,6 +35,26 @@ class Confirm : public testing::Test {
         return test::wait_until([&] { return stored() == expected; });
     }
 
+    /// The processes in the background, a line each: number and command line.
+    std::string guards() const {
+        auto const all = logctl.scratch / "guards";
+        test::ChildProcess search{
+            {.argv = {"pgrep", "-a", "-f", logctl.database.string() + " commit-confirm --guard"},
+             .output = all}};
+        search.wait();
+        auto found = test::read_file(all);
+        std::filesystem::remove(all);
+        return found;
+    }
+
+    /// When the trial of the first of these processes ends.
+    static cfgdb::BootInstant end_of(std::string const& guards) {
+        constexpr std::string_view option = "--guard ";
+        auto end = cfgdb::BootInstant::in(0);
+        end.seconds = std::stoll(guards.substr(guards.find(option) + option.size()));
+        return end;
+    }
+
     Outcome const silence{0, "", ""};
     Logctl logctl;
 };
@@ -49,16 +76,50 @@ module.snmp.TRAP: notice -> error
 }
 
 TEST_F(Confirm, AChangeThatIsNotConfirmedIsUndoneByItself) {
-    EXPECT_EQ(logctl({"commit-confirm", "0.01", "syslog.rsh.level=debug", "module.snmp.*=error"}).status, 0);
+    logctl({"commit-confirm", "0.01", "syslog.rsh.level=debug", "module.snmp.*=error"});
     EXPECT_TRUE(wait_until_stored("syslog.rsh.level=info "));
     EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
 }
 
+TEST_F(Confirm, AChangeThatIsMadeAfterItsTimeIsUndoneAtOnce) {
+    sqlite3* other = nullptr;
+    sqlite3_open(logctl.file.c_str(), &other);
+    EXPECT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    auto running = logctl.start({"commit-confirm", "0.01", "syslog.rsh.level=debug"});
+    EXPECT_TRUE(test::wait_until([&] { return !guards().empty(); })); // set before the change is made
+    auto const end = end_of(guards());
+    EXPECT_TRUE(test::wait_until([&] { return end.over(); }));
+    sqlite3_close(other);
+    EXPECT_EQ(running.finish(),
+              (Outcome{1, "", "logctl: the time was over before the change was made, so it is undone\n"}));
+    EXPECT_EQ(stored(), "syslog.rsh.level=info ");
+}
+
+TEST_F(Confirm, TheProcessInTheBackgroundWaitsForALateChange) {
+    auto const pipe = logctl.scratch / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
+    auto const long_ago = cfgdb::BootInstant::in(-1);
+    test::ChildProcess guard{
+        {.argv = {"bash", "-c", R"(exec "$@" < "$PIPE")", "bash", LOGCTL_PROGRAM, "--database",
+                  logctl.database, "commit-confirm", "--guard", std::to_string(long_ago.seconds)},
+         .environment = {"PIPE=" + pipe.string()}}};
+    core::UniqueFd undecided{open(pipe.c_str(), O_WRONLY | O_CLOEXEC)};
+    EXPECT_TRUE(test::wait_until([&] { return !guards().empty(); }));
+    cfgdb::Transaction transaction;
+    ASSERT_TRUE(transaction.set("syslog.rsh.level", "debug").has_value());
+    ASSERT_TRUE(cfgdb::commit_trial(transaction, long_ago, logctl.database).has_value());
+    undecided.reset();
+    EXPECT_TRUE(wait_until_stored("syslog.rsh.level=info "));
+    EXPECT_EQ(guard.wait(), 0);
+}
+
 TEST_F(Confirm, WhatOthersHaveChangedMeanwhileStays) {
     EXPECT_EQ(
-        logctl({"commit-confirm", "0.05", "syslog.rsh.level=debug", "syslog.kernel.level=debug"}).status, 0);
+        logctl({"commit-confirm", "10", "syslog.rsh.level=debug", "syslog.kernel.level=debug"}).status, 0);
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=critical", "module.snmp.TRAP=error"}), silence);
-    EXPECT_TRUE(wait_until_stored("module.snmp.TRAP=error syslog.rsh.level=critical "));
+    logctl.sql("UPDATE trial SET until = 1");
+    EXPECT_EQ(logctl({"commit-confirm", "--recover"}), silence);
+    EXPECT_EQ(stored(), "module.snmp.TRAP=error syslog.rsh.level=critical ");
 }
 
 TEST_F(Confirm, ASecondOneIsRefusedWhileOneIsPending) {
@@ -83,21 +144,13 @@ TEST_F(Confirm, AfterARebootItIsUndoneBeforeTheDaemonStarts) {
 }
 
 TEST_F(Confirm, TheProcessInTheBackgroundEndsWithTheConfirmation) {
-    auto const guards = [this] {
-        auto const all = logctl.scratch / "guards";
-        test::ChildProcess search{
-            {.argv = {"pgrep", "-f", logctl.database.string() + " commit-confirm --guard"}, .output = all}};
-        search.wait();
-        auto const found = test::read_file(all);
-        std::filesystem::remove(all);
-        return std::ranges::count(found, '\n');
-    };
+    auto const count = [this] { return std::ranges::count(guards(), '\n'); };
     EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug"}).status, 0);
-    EXPECT_TRUE(test::wait_until([&] { return guards() == 1; }));
+    EXPECT_TRUE(test::wait_until([&] { return count() == 1; }));
     EXPECT_EQ(logctl({"commit-confirm", "20", "syslog.kernel.level=debug"}).status, 1);
-    EXPECT_TRUE(test::wait_until([&] { return guards() == 1; }));
+    EXPECT_TRUE(test::wait_until([&] { return count() == 1; }));
     EXPECT_EQ(logctl({"confirm"}), silence);
-    EXPECT_TRUE(test::wait_until([&] { return guards() == 0; }));
+    EXPECT_TRUE(test::wait_until([&] { return count() == 0; }));
 }
 
 TEST_F(Confirm, WhoseTimeIsOverIsUndoneAlsoWhereTheTimerWasLost) {

@@ -149,6 +149,25 @@ std::string time_left(BootInstant const& end) {
     return fmt::format("{} min {} s", left / 60, left % 60);
 }
 
+/// At the end of the time, after a reboot, and wherever the timer was lost. A database that is not there has
+/// nothing to recover.
+core::Result<int> recover(Context const& context) {
+    std::error_code unknown;
+    if (!std::filesystem::exists(context.database / "running.db", unknown)) {
+        return 0;
+    }
+    OUTCOME_TRY(trial, cfgdb::pending_trial(context.database));
+    if (!trial || !trial->end.over()) {
+        return 0;
+    }
+    OUTCOME_TRY(changes, cfgdb::undo_trial(trial->number, context.database));
+    for (auto const& [setting, old_value, new_value] : changes) {
+        syslog(LOG_LOCAL0 | LOG_NOTICE, "logctl: not confirmed, so undone: %s: %s -> %s",
+               setting->path.c_str(), old_value.c_str(), new_value.c_str());
+    }
+    return 0;
+}
+
 core::Result<int> commit(Context const& context, Options const& options) {
     OUTCOME_TRY(seconds, seconds_in(options.words.front()));
     cfgdb::Transaction transaction;
@@ -175,42 +194,31 @@ core::Result<int> commit(Context const& context, Options const& options) {
                     trial ? fmt::format(" (it is undone in {})", time_left(trial->end)) : "");
     }
     OUTCOME_TRY(changes, committed);
+    if (!changes.empty() && end.over()) { // whatever was to undo it may have come before
+        OUTCOME_TRY(recover(context));
+        return fail(Error::InvalidState, "the time was over before the change was made, so it is undone");
+    }
     tell_changes(changes, options.verbose);
     tell(changes.empty() ? "nothing is changed, so there is nothing to confirm"
                          : fmt::format("undone in {} unless you confirm it: logctl confirm", time_left(end)));
     return 0;
 }
 
-/// At the end of the time, after a reboot, and wherever the timer was lost. A database that is not there has
-/// nothing to recover.
-core::Result<int> recover(Context const& context) {
-    std::error_code unknown;
-    if (!std::filesystem::exists(context.database / "running.db", unknown)) {
-        return 0;
-    }
-    OUTCOME_TRY(trial, cfgdb::pending_trial(context.database));
-    if (!trial || !trial->end.over()) {
-        return 0;
-    }
-    OUTCOME_TRY(changes, cfgdb::undo_trial(trial->number, context.database));
-    for (auto const& [setting, old_value, new_value] : changes) {
-        syslog(LOG_LOCAL0 | LOG_NOTICE, "logctl: not confirmed, so undone: %s: %s -> %s",
-               setting->path.c_str(), old_value.c_str(), new_value.c_str());
-    }
-    return 0;
-}
-
 /// Sleeps until that second of this boot, or until there is no trial that ends then; while standard input is
-/// open it may still come.
+/// open it may still come, even late.
 core::Result<int> guard(Context const& context, std::int64_t until) {
     core::UniqueFd const timer{timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC)};
     itimerspec const end{{}, {until, 0}};
     timerfd_settime(timer.get(), TFD_TIMER_ABSTIME, &end, nullptr);
     pollfd wanted[] = {{timer.get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}, {-1, POLLIN, 0}};
     std::unique_ptr<cfgdb::ChangeFeed> feed;
-    while (wanted[0].revents == 0) {
+    for (bool over = false; !over || !feed;) {
         if (poll(wanted, std::size(wanted), -1) < 0 && errno != EINTR) {
             return fail(Error::CommonError, "cannot wait ({})", std::generic_category().message(errno));
+        }
+        if (wanted[0].revents != 0) {
+            over = true;
+            wanted[0].fd = -1;
         }
         if (wanted[1].revents != 0) { // it is decided; before, there may not even have been a database
             OUTCOME_TRY(opened, cfgdb::ChangeFeed::open(context.database));
