@@ -84,6 +84,7 @@ TEST_F(Confirm, AChangeThatIsNotConfirmedIsUndoneByItself) {
 TEST_F(Confirm, AChangeThatIsMadeAfterItsTimeIsUndoneAtOnce) {
     sqlite3* other = nullptr;
     sqlite3_open(logctl.file.c_str(), &other);
+    sqlite3_busy_timeout(other, 20000);
     EXPECT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
     auto running = logctl.start({"commit-confirm", "0.01", "syslog.rsh.level=debug"});
     EXPECT_TRUE(test::wait_until([&] { return !guards().empty(); })); // set before the change is made

@@ -108,6 +108,7 @@ class Logctl {
     static void sql(char const* statement, std::filesystem::path const& path) {
         sqlite3* handle = nullptr;
         EXPECT_EQ(sqlite3_open(path.c_str(), &handle), SQLITE_OK);
+        sqlite3_busy_timeout(handle, 20000); // a process in the background may look into it just then
         EXPECT_EQ(sqlite3_exec(handle, statement, nullptr, nullptr, nullptr), SQLITE_OK)
             << sqlite3_errmsg(handle);
         sqlite3_close(handle);
