@@ -66,7 +66,11 @@ function(xpon_test name)
   set(labels unit)
   if(ARG_SANDBOX)
     set(labels sandbox)
-    set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR ${CMAKE_SOURCE_DIR}/scripts/sandbox)
+    set(sandbox ${CMAKE_SOURCE_DIR}/scripts/sandbox)
+    if(CMAKE_CROSSCOMPILING) # syslog-ng is this machine's, and so has to be the module that it loads
+      list(APPEND sandbox --build ${CMAKE_SOURCE_DIR}/build/dev)
+    endif()
+    set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR "${sandbox}")
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     TEST_PREFIX ${name}. PROPERTIES TIMEOUT 300 LABELS ${labels})
