@@ -241,8 +241,10 @@ TEST_F(Status, OfTheTerminalsIsSeenWithoutOpeningThem) {
     auto const in_step = status();
     EXPECT_EQ(status(), in_step); // looking changes nothing
 
-    EXPECT_TRUE(test::wait_until([&] { // nobody reads the terminal
-        log(LOG_ERR, unique_token() + std::string(500, 'x'));
+    EXPECT_TRUE(test::wait_until([&] { // nobody reads the terminal, which some 4 KiB fill
+        for (int count = 0; count < 10; ++count) {
+            log(LOG_ERR, unique_token() + std::string(500, 'x'));
+        }
         return logctl.run({"status"}).status == 1;
     }));
     EXPECT_THAT(status(), HasSubstr("terminals  2 open, 0 receiving, 1 stalled\n"));
