@@ -17,6 +17,11 @@ using core::fail;
 Rows::~Rows() {
     sqlite3_reset(statement);
     sqlite3_clear_bindings(statement);
+    if (code != SQLITE_OK && code != SQLITE_ROW && code != SQLITE_DONE) {
+        // A page that could not be understood stays in SQLite's cache until the next commit: the next try is
+        // to read what is in the file then.
+        sqlite3_db_release_memory(sqlite3_db_handle(statement));
+    }
 }
 
 bool Rows::next() {

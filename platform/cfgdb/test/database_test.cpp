@@ -261,6 +261,25 @@ TEST_F(BrokenDatabase, ADamagedPageFailsTheRecordThatIsOnItAndNamesTheReason) {
                                   ": module.fsm_pon.*: database disk image is malformed\n");
 }
 
+TEST_F(BrokenDatabase, ADamagedPageThatIsMendedIsReadAgain) {
+    make_large();
+    auto const whole = test::read_file(file);
+    auto const page =
+        std::stoul(RawDatabase{file}.value("SELECT rootpage FROM sqlite_schema WHERE name = 'setting'"));
+    auto const overwrite = [&](std::string const& bytes) {
+        std::fstream out{file, std::ios::in | std::ios::out | std::ios::binary};
+        out.seekp(static_cast<std::streamoff>((page - 1) * 4096));
+        out << bytes;
+    };
+    overwrite(std::string(4096, '\xFF'));
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    ModuleFsmPon fsm{};
+    CapturedSyslog const syslog;
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_module_fsm_pon(cfgdb.db(), &fsm, all_zero_key), -1);
+    overwrite(whole.substr((page - 1) * 4096, 4096));
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_module_fsm_pon(cfgdb.db(), &fsm, all_zero_key), 0);
+}
+
 TEST_F(BrokenDatabase, AFolderInItsPlaceIsRefused) {
     std::filesystem::create_directories(file);
     EXPECT_EQ(opening_failure(folder), file.string() + ": cannot be opened (Is a directory)");

@@ -12,8 +12,10 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
+#include <sys/ptrace.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "kit/matchers.hpp"
@@ -137,6 +139,29 @@ mode_t mode_of(fs::path const& path) {
     return state.st_mode & 07777;
 }
 
+/// Runs `work` in a process of its own and kills that at the given stop; a process stops where it enters a
+/// system call and where it leaves one, the first stop is 0. False once the process has ended before.
+template <class Work>
+bool kill_at_stop(int stop, Work work) {
+    auto const child = fork();
+    if (child == 0) {
+        ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+        std::raise(SIGSTOP); // from here on it is traced
+        work();
+        _exit(0);
+    }
+    int status = 0;
+    for (int at = -1; waitpid(child, &status, 0) == child && WIFSTOPPED(status); ++at) {
+        if (at == stop) {
+            kill(child, SIGKILL);
+        } else {
+            ptrace(PTRACE_SYSCALL, child, nullptr, nullptr);
+        }
+    }
+    EXPECT_TRUE(WIFSIGNALED(status) ? WTERMSIG(status) == SIGKILL : WEXITSTATUS(status) == 0) << status;
+    return WIFSIGNALED(status);
+}
+
 class ConfigWriterTest : public testing::Test {
   protected:
     void TearDown() override { kernel = {}; }
@@ -243,6 +268,28 @@ TEST_F(ConfigWriterDeathTest, AProcessKilledAtAnyStepLeavesTheOldTextAndTheNextW
         EXPECT_EQ(read_file(target), "new") << step;
         EXPECT_THAT(names_in(folder.path()), ElementsAre("SNMP.conf")) << step;
     }
+}
+
+TEST_F(ConfigWriterTest, AProcessKilledAtAnySystemCallLeavesTheOldTextOrTheNewOne) {
+    std::string const old_text(9000, 'o');
+    std::string const new_text(70000, 'n');
+    kernel.longest = 30000; // so that the text takes several calls
+    int stop = 0;
+    int kept = 0;
+    for (bool killed = true; killed; ++stop) {
+        ASSERT_THAT(writer.write(old_text), IsOk());
+        killed = kill_at_stop(stop, [&] { std::ignore = writer.write(new_text); });
+        auto const text = read_file(target);
+        ASSERT_TRUE(text == new_text || (killed && text == old_text)) << "killed at stop " << stop;
+        kept += text == old_text ? 1 : 0;
+        ASSERT_THAT(writer.write("next"), IsOk()) << "killed at stop " << stop;
+        ASSERT_EQ(read_file(target), "next");
+        ASSERT_THAT(names_in(folder.path()), ElementsAre("SNMP.conf")) << "killed at stop " << stop;
+    }
+    // Nine calls of its own at least, each with an entry and an exit; what follows the renaming keeps
+    // nothing.
+    EXPECT_GE(stop, 18);
+    EXPECT_GE(kept, 16);
 }
 
 TEST_F(ConfigWriterTest, AFailingStepIsNamedAndLeavesEverythingAsItWas) {
