@@ -298,6 +298,24 @@ TEST_F(PtsPollerTest, EventsOfOneReadAreHandledInTheirOrder) {
     expect_event(3, RemoteLoggerAction::Add);
 }
 
+TEST_F(PtsPollerTest, AfterMoreEventsThanTheKernelKeepsTheLoopGoesOn) {
+    auto const kept = std::stol(test::read_file("/proc/sys/fs/inotify/max_queued_events"));
+    auto const poller = poller_with(queueing());
+    for (long number = 0; number < kept + 10; ++number) {
+        // Two names by turns: the kernel makes one event of two equal ones.
+        std::string const name{number % 2 == 0 ? "1" : "2"};
+        open_terminal(name);
+        std::filesystem::remove(terminal(name));
+    }
+    RunningPoller const running{*poller};
+    for (long number = 0; number < kept; ++number) {
+        expect_event(number % 2 + 1, RemoteLoggerAction::Add);
+    }
+    open_terminal("3");
+    expect_event(3, RemoteLoggerAction::Add);
+    EXPECT_TRUE(events.empty()) << "what did not fit is lost";
+}
+
 TEST_F(PtsPollerTest, ACallbackErrorEndsTheLoopWithThatErrorAndDropsTheRest) {
     std::vector<std::int64_t> seen;
     auto const poller = poller_with([&](RemoteLoggerEvent const& event) -> Result<void> {
