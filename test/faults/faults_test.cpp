@@ -4,9 +4,13 @@
 #include <fstream>
 #include <functional>
 
+#include <fcntl.h>
+#include <linux/fs.h>
 #include <sqlite3.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <zmq.hpp>
 
 #include "integration/followed_board.hpp"
 #include "integration/terminal.hpp"
@@ -14,6 +18,8 @@
 #include "kit/ipc_ready.hpp"
 #include "kit/random.hpp"
 #include "kit/report.hpp"
+#include "xpon/ipc/file_events.hpp"
+#include "xpon/ipc/message.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
 #include "xpon/service/bus_events.hpp"
 
@@ -81,6 +87,19 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
         expect_mounted(mount(nullptr, zlog_folder, nullptr, MS_REMOUNT, nullptr), "writable");
     }
 
+    void make_folder_immutable() { make_immutable(zlog_folder, true); }
+    void make_folder_mutable() { make_immutable(zlog_folder, false); }
+    void make_file_immutable() { make_immutable(zlog_path(snmp), true); }
+    void make_file_mutable() { make_immutable(zlog_path(snmp), false); }
+
+    void slow_disk_down() { tamper_with("fdatasync", "delay_exit=100000"); }
+    void let_disk_fail() { tamper_with("fdatasync", "error=EIO"); }
+    void let_fork_fail() { tamper_with("clone,clone3,fork,vfork", "error=EAGAIN"); }
+    void leave_system_calls_alone() {
+        tracer->process.terminate();
+        tracer.reset();
+    }
+
     void put_folder_in_place() {
         taken_away = snmp.name;
         std::filesystem::remove(zlog_path(snmp));
@@ -99,6 +118,7 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     void remove_reload_program() { std::filesystem::rename(reload_program, reload_program_aside); }
     void let_reload_fail() { replace_reload_program("exit 1"); }
     void let_reload_be_killed() { replace_reload_program("kill -9 $$"); }
+    void let_reload_hang() { replace_reload_program("exec sleep infinity"); }
     void slow_reload_down() {
         replace_reload_program(fmt::format("sleep 0.3; exec {} \"$@\"", reload_program_aside));
     }
@@ -113,10 +133,25 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     void put_bash_back() { expect_mounted(umount("/usr/bin/bash"), "bash"); }
 
     void take_descriptors_away() {
+        if (sanitized) {
+            impossible = "a sanitizer needs descriptors for its own checks";
+            return;
+        }
         // Those that are open stay usable.
-        limit_descriptors(lowest_free_descriptor());
+        set_limit(RLIMIT_NOFILE, lowest_free_descriptor());
     }
-    void give_descriptors_back() { limit_descriptors(1024); }
+    void give_descriptors_back() { set_limit(RLIMIT_NOFILE, 1024); }
+
+    void take_memory_away() {
+        if (sanitized) {
+            impossible = "a sanitizer needs memory for its own checks";
+            return;
+        }
+        // Enough for what is small, not for the text of a large file. A limit of all memory (RLIMIT_AS) would
+        // leave the allocator the addresses that it has reserved for each thread.
+        set_limit(RLIMIT_DATA, static_cast<rlim_t>(kilobytes("VmData:") + 300) * 1024);
+    }
+    void give_memory_back() { set_limit(RLIMIT_DATA, RLIM_INFINITY); }
 
     void stop_syslog_ng() {
         syslog_ng->process.kill(SIGKILL);
@@ -144,6 +179,29 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
         }};
     }
     void end_flood() { flood = {}; }
+
+    void send_malformed_frames() {
+        flood = std::jthread{[](std::stop_token const& end) {
+            zmq::context_t context;
+            zmq::socket_t peer{context, zmq::socket_type::pub};
+            peer.set(zmq::sockopt::linger, 0);
+            peer.connect("ipc:///run/xpon/ipc/publish");
+            // For everybody: nothing else, half a header, a master change with a payload, a notification with
+            // half of one and with a long one, two frames in one message.
+            std::string const everybody{"\xFE\xFF\0\0", 4};
+            auto const master_change = header(service::master_change_event);
+            auto const notification = header(ipc::file_changed_event);
+            while (!end.stop_requested()) {
+                for (auto const& frame :
+                     {everybody, everybody + "\xD4", master_change + "x", notification + std::string(2, 'x'),
+                      notification + std::string(60000, 'x'), std::string{"\xFE"}, std::string{}}) {
+                    peer.send(zmq::buffer(frame), zmq::send_flags::dontwait);
+                }
+                peer.send(zmq::buffer(notification), zmq::send_flags::sndmore);
+                peer.send(zmq::buffer(notification), zmq::send_flags::dontwait);
+            }
+        }};
+    }
 
     void freeze_daemon() { daemon->process.kill(SIGSTOP); }
     void thaw_daemon() { daemon->process.kill(SIGCONT); }
@@ -188,12 +246,18 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     /// Changes a setting of every output under the fault and mends it: every output follows. So it does to a
     /// change afterwards.
     void undergo(Fault const& fault, std::string const& level) {
+        impossible.clear();
         (this->*fault.make)();
+        if (!impossible.empty()) {
+            return;
+        }
         TornFileReader reader{taken_away};
         auto const told = fault.told != nullptr ? log_lines_with(fault.told) : 0;
         set(a_change_of_every_output(level));
         if (fault.told != nullptr) {
-            EXPECT_TRUE(wait_until([&] { return log_lines_with(fault.told) > told || *fault.told == '\0'; }))
+            // A command that hangs is killed after 30 s.
+            EXPECT_TRUE(wait_until([&] { return log_lines_with(fault.told) > told || *fault.told == '\0'; },
+                                   std::chrono::seconds{60}))
                 << "not told: " << fault.told;
         } else {
             expect_in_step();
@@ -234,14 +298,45 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
         return number;
     }
 
-    void limit_descriptors(rlim_t soft) const {
+    void set_limit(__rlimit_resource resource, rlim_t soft) const {
         rlimit limit{};
-        ASSERT_EQ(prlimit(daemon->process.pid(), RLIMIT_NOFILE, nullptr, &limit), 0);
+        ASSERT_EQ(prlimit(daemon->process.pid(), resource, nullptr, &limit), 0);
         limit.rlim_cur = std::min(soft, limit.rlim_max);
-        ASSERT_EQ(prlimit(daemon->process.pid(), RLIMIT_NOFILE, &limit, nullptr), 0);
+        ASSERT_EQ(prlimit(daemon->process.pid(), resource, &limit, nullptr), 0);
+    }
+
+    void make_immutable(std::filesystem::path const& path, bool on) {
+        core::UniqueFd const opened{open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+        int flags = 0;
+        int result = ioctl(opened.get(), FS_IOC_GETFLAGS, &flags);
+        if (result == 0) {
+            flags = on ? flags | FS_IMMUTABLE_FL : flags & ~FS_IMMUTABLE_FL;
+            result = ioctl(opened.get(), FS_IOC_SETFLAGS, &flags);
+        }
+        if (result != 0 && on) {
+            impossible =
+                fmt::format("{} cannot be made immutable here: {}", path.string(), std::strerror(errno));
+            return;
+        }
+        EXPECT_EQ(result, 0) << path << ": " << std::strerror(errno);
+    }
+
+    /// From now on does to these system calls of the daemon and its children what is said, see strace(1).
+    void tamper_with(std::string const& calls, std::string const& how) {
+        auto const output = scratch / fmt::format("strace.{}.out", started + 1);
+        tracer = start({"strace", "--follow-forks", "--trace=" + calls, "--inject=" + calls + ":" + how,
+                        "--output=/dev/null", "--attach=" + std::to_string(daemon->process.pid())});
+        ASSERT_TRUE(wait_for_text(output, " attached")) << contents(output);
+    }
+
+    static std::string header(std::uint16_t event) {
+        auto const bytes = ipc::encode({ipc::everybody, event, 0}, {});
+        return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
     }
 
     long files_read = 0;
+    std::string impossible; // why the fault cannot be made here
+    std::unique_ptr<Program> tracer;
     std::string_view taken_away; // a file that the test itself makes unreadable
     std::jthread flood;
     std::jthread terminals;
@@ -251,12 +346,12 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
 
 TEST_P(Faults, CostNoChange) {
     auto const& fault = GetParam();
-    if (sanitized && fault.make == &Faults::take_descriptors_away) {
-        GTEST_SKIP() << "a sanitizer needs descriptors for its own checks";
-    }
     start_everything();
     wait_until_serving();
     undergo(fault, "debug");
+    if (!impossible.empty()) {
+        GTEST_SKIP() << impossible;
+    }
     EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
     EXPECT_EQ(daemon->process.terminate(), 0);
     if (!HasFailure()) {
@@ -273,6 +368,14 @@ constexpr std::array faults{
           "No space left on device", &Faults::use_up_inodes, &Faults::remove_fillers},
     Fault{"ReadOnlyDisk", "read-only file system", "it is mounted anew",
           "Read-only file system", &Faults::make_disk_read_only, &Faults::make_disk_writable},
+    Fault{"ImmutableFolder", "folder immutable", "chattr +i",
+          "Operation not permitted", &Faults::make_folder_immutable, &Faults::make_folder_mutable},
+    Fault{"ImmutableFile", "file immutable", "chattr +i",
+          "Operation not permitted", &Faults::make_file_immutable, &Faults::make_file_mutable},
+    Fault{"SlowDisk", "slow disk", "strace makes each fdatasync take 0.1 s",
+          nullptr, &Faults::slow_disk_down, &Faults::leave_system_calls_alone},
+    Fault{"FailingDisk", "failing disk", "strace makes each fdatasync fail",
+          "Input/output error", &Faults::let_disk_fail, &Faults::leave_system_calls_alone},
     Fault{"FolderInPlace", "a folder in the place of a file", "the file is replaced",
           "Is a directory", &Faults::put_folder_in_place, &Faults::remove_folder},
     Fault{"LinkInPlace", "a symbolic link in the place of a file", "the file is replaced",
@@ -293,12 +396,20 @@ constexpr std::array faults{
     Fault{"NoDescriptors", "no descriptors left", "RLIMIT_NOFILE is lowered to those in use",
           "Too many open files", &Faults::take_descriptors_away, &Faults::give_descriptors_back},
 
+    Fault{"NoProcesses", "no process can be started", "strace makes each fork fail",
+          "Failed reload syslog", &Faults::let_fork_fail, &Faults::leave_system_calls_alone},
+    Fault{"NoMemory", "no memory left", "RLIMIT_DATA is lowered to 300 kB above what is in use",
+          "std::bad_alloc", &Faults::take_memory_away, &Faults::give_memory_back},
+
     Fault{"FrozenBroker", "message broker frozen", "SIGSTOP",
           nullptr, &Faults::freeze_broker, &Faults::thaw_broker},
     Fault{"NoBroker", "message broker killed", "SIGKILL; started again later",
           nullptr, &Faults::kill_broker, &Faults::start_broker_again},
     Fault{"FloodedBus", "bus flooded", "a peer sends master changes and rubbish as fast as it can",
           nullptr, &Faults::flood_bus, &Faults::end_flood},
+
+    Fault{"MalformedFrames", "malformed messages on the bus", "a peer sends them as fast as it can",
+          nullptr, &Faults::send_malformed_frames, &Faults::end_flood},
 
     Fault{"LockedDatabase", "database locked by a stuck writer", "a transaction is held for 1 s",
           nullptr, &Faults::hold_write_lock, &Faults::close_writer},
@@ -309,6 +420,12 @@ constexpr std::array faults{
           "", &Faults::open_and_close_terminals, &Faults::leave_terminals_alone},
     Fault{"FrozenDaemon", "the daemon itself frozen", "SIGSTOP, SIGCONT",
           "", &Faults::freeze_daemon, &Faults::thaw_daemon},
+};
+
+/// A soak has no time for these.
+constexpr std::array slow_faults{
+    Fault{"HangingReload", "syslog-ng-ctl hanging", "a script that never ends in its place; killed after 30 s",
+          "Failed reload syslog", &Faults::let_reload_hang, &Faults::put_reload_program_back},
 };
 // clang-format on
 
@@ -323,6 +440,27 @@ TEST_F(Faults, ADatabaseThatIsAwayForAMomentCostsNoChange) {
     std::filesystem::rename(database_file() + ".away", database_file());
     expect_in_step();
     report("database file moved away\trenamed, and back\tthe database was removed or replaced");
+}
+
+TEST_F(Faults, ABrokerThatIsNotThereAtTheStartHoldsUpNothingAndIsFoundLater) {
+    start_journald();
+    start_syslog_ng();
+    start_daemon();
+    wait_until_serving();
+    set(a_change_of_every_output("debug"));
+    expect_in_step();
+    start_broker();
+    auto const module = ipc::make_zmq_ipc(ipc::any_address, "MODULE");
+    ASSERT_TRUE(wait_connected(*module));
+    // The daemon's own connection comes when it comes; what it sends before goes nowhere.
+    EXPECT_TRUE(wait_until([&] {
+        wait_until_serving(); // by a change
+        return wait_event(*module, ipc::file_changed_event, std::chrono::milliseconds{500});
+    }));
+    EXPECT_EQ(daemon->process.terminate(), 0);
+    if (!HasFailure()) {
+        report("no message broker at the start\tit is started later\tnothing: it holds up nothing");
+    }
 }
 
 /// For XPON_SOAK_SECONDS one board lives through random faults, restarts by SIGHUP and changes of every kind.
@@ -340,14 +478,16 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
     int hang_ups = 0;
     while (Clock::now() < end && !HasFailure()) {
         auto const& fault = faults.at(below(random, faults.size()));
-        // Without /dev/pts no terminal can be opened any more, and a sanitizer needs descriptors.
-        if (fault.make == &Faults::unmount_terminals ||
-            (sanitized && fault.make == &Faults::take_descriptors_away)) {
+        // Without /dev/pts no terminal can be opened any more.
+        if (fault.make == &Faults::unmount_terminals) {
             continue;
         }
         SCOPED_TRACE(fmt::format(
             "{} s: {}", std::chrono::round<std::chrono::seconds>(Clock::now() - begin).count(), fault.name));
         undergo(fault, below(random, 2) == 0 ? "debug" : "error");
+        if (!impossible.empty()) {
+            continue;
+        }
         ++undergone;
         // A terminal's event that comes late, during the next fault, would end the following of terminals for
         // good.
@@ -391,6 +531,7 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
 }
 
 INSTANTIATE_TEST_SUITE_P(, Faults, testing::ValuesIn(faults), shown);
+INSTANTIATE_TEST_SUITE_P(Slow, Faults, testing::ValuesIn(slow_faults), shown);
 
 } // namespace
 } // namespace xpon::test

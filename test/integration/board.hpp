@@ -194,16 +194,19 @@ class Board : public testing::Test {
         return contents(proc() / fmt::format("task/{}/children", daemon->process.pid()));
     }
 
-    /// Memory that the daemon shares with nobody.
-    long own_kilobytes() const {
+    /// A figure of the daemon's memory, such as "VmSize:".
+    long kilobytes(std::string_view figure) const {
         std::istringstream status{contents(proc() / "status")};
         for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("RssAnon:")) {
-                return std::stol(line.substr(8));
+            if (line.starts_with(figure)) {
+                return std::stol(line.substr(figure.size()));
             }
         }
         return 0;
     }
+
+    /// Memory that the daemon shares with nobody.
+    long own_kilobytes() const { return kilobytes("RssAnon:"); }
 
     ScratchFolder scratch;
     int started = 0;

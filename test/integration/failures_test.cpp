@@ -1,6 +1,5 @@
 #include "integration/board.hpp"
-
-#include <sqlite3.h>
+#include "integration/raw_database.hpp"
 
 namespace xpon::test {
 namespace {
@@ -13,25 +12,6 @@ using testing::StartsWith;
 constexpr char const* starting = "STATUS=Startup LOG Configurator...";
 constexpr char const* ready = "READY=1\nSTATUS=Processing requests...\n";
 constexpr char const* stopping = "STATUS=Shutdown LOG Configurator...\nSTOPPING=1\n";
-
-/// A connection of the test's own, past everything that the configuration library checks.
-class RawDatabase {
-  public:
-    explicit RawDatabase(std::string const& path) {
-        EXPECT_EQ(sqlite3_open(path.c_str(), &connection), SQLITE_OK);
-    }
-    ~RawDatabase() { sqlite3_close(connection); }
-    RawDatabase(RawDatabase const&) = delete;
-    RawDatabase& operator=(RawDatabase const&) = delete;
-
-    void execute(char const* sql) {
-        EXPECT_EQ(sqlite3_exec(connection, sql, nullptr, nullptr, nullptr), SQLITE_OK)
-            << sql << ": " << sqlite3_errmsg(connection);
-    }
-
-  private:
-    sqlite3* connection = nullptr;
-};
 
 class Failures : public Board {
   protected:

@@ -4,6 +4,7 @@
 #include <deque>
 #include <thread>
 
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include "integration/terminal.hpp"
@@ -172,6 +173,24 @@ TEST_F(Terminals, OneThatOnlySyslogNgHoldsGoes) {
     terminal.close_slave();
     EXPECT_TRUE(wait_for_no_output(terminal.number()));
     EXPECT_TRUE(std::filesystem::exists(terminal.path()));
+}
+
+TEST_F(Terminals, OneThatOnlySyslogNgHoldsStaysWhileNobodyCanTell) {
+    start_everything();
+    for (auto const* const tool : {"/usr/bin/fuser", "/usr/bin/pgrep"}) {
+        Terminal terminal;
+        ASSERT_TRUE(wait_for_output(terminal.number()));
+        ASSERT_TRUE(wait_until_shown(terminal));
+        ASSERT_EQ(mount("/dev/null", tool, nullptr, MS_BIND, nullptr), 0) << tool;
+        terminal.close_slave();
+        wait_for_earlier_events();
+        EXPECT_TRUE(has_output(terminal.number())) << tool;
+        EXPECT_TRUE(wait_until_shown(terminal)) << tool;
+        ASSERT_EQ(umount(tool), 0) << tool;
+        // syslog-ng lets go of it, and takes it again, whenever it reloads.
+        wait_for_earlier_events();
+        EXPECT_TRUE(wait_for_no_output(terminal.number())) << tool;
+    }
 }
 
 TEST_F(Terminals, OneOpenBeforeTheDaemonGetsNoOutputUntilItIsOpenedAgain) {
