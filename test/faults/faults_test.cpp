@@ -181,6 +181,8 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     void end_flood() { flood = {}; }
 
     void send_malformed_frames() {
+        auto const listener = ipc::make_zmq_ipc(ipc::any_address, "LISTENER");
+        ASSERT_TRUE(wait_connected(*listener));
         flood = std::jthread{[](std::stop_token const& end) {
             zmq::context_t context;
             zmq::socket_t peer{context, zmq::socket_type::pub};
@@ -201,6 +203,7 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
                 peer.send(zmq::buffer(notification), zmq::send_flags::dontwait);
             }
         }};
+        ASSERT_TRUE(wait_event(*listener, ipc::file_changed_event)) << "none comes through";
     }
 
     void freeze_daemon() { daemon->process.kill(SIGSTOP); }
