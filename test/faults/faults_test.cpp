@@ -96,8 +96,9 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     void let_disk_fail() { tamper_with("fdatasync", "error=EIO"); }
     void let_fork_fail() { tamper_with("clone,clone3,fork,vfork", "error=EAGAIN"); }
     void leave_system_calls_alone() {
-        tracer->process.terminate();
-        tracer.reset();
+        // At SIGTERM it may wait for the next system call first. Without it the daemon goes on.
+        tracer->process.kill(SIGKILL);
+        tracer->process.wait();
     }
 
     void put_folder_in_place() {
