@@ -70,11 +70,19 @@ class UdpReceiver {
 struct Program {
     Program(Command command, std::filesystem::path const& socket)
       : notifications{socket}
+      , output{command.output}
       , process{with(std::move(command), notifications)} {}
 
-    bool wait_ready() { return notifications.wait_for("READY=1"); }
+    /// Whether it said so in time; if not, what it wrote instead.
+    testing::AssertionResult wait_ready() {
+        if (notifications.wait_for("READY=1")) {
+            return testing::AssertionSuccess();
+        }
+        return testing::AssertionFailure() << "not ready, it wrote: " << read_file(output);
+    }
 
     NotifySocket notifications;
+    std::filesystem::path output;
     ChildProcess process;
 
   private:
