@@ -115,8 +115,8 @@ TEST_F(Confirm, TheProcessInTheBackgroundWaitsForALateChange) {
 }
 
 TEST_F(Confirm, WhatOthersHaveChangedMeanwhileStays) {
-    EXPECT_EQ(
-        logctl({"commit-confirm", "10", "syslog.rsh.level=debug", "syslog.kernel.level=debug"}).status, 0);
+    EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug", "syslog.kernel.level=debug"}).status,
+              0);
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=critical", "module.snmp.TRAP=error"}), silence);
     logctl.sql("UPDATE trial SET until = 1");
     EXPECT_EQ(logctl({"commit-confirm", "--recover"}), silence);
