@@ -114,9 +114,15 @@ core::Result<std::vector<Change>> undo_trial(std::int64_t number, std::filesyste
     OUTCOME_TRY(entries, history(folder, number - 1));
     Transaction back;
     for (auto const& entry : entries) {
-        if (entry.number == number) {
-            OUTCOME_TRY(back.put_back(entry.path, entry.new_value, entry.old_value));
+        auto const* const setting = find_setting(entry.path);
+        if (entry.number != number || setting == nullptr) {
+            continue;
         }
+        // What was stored by other means need not be allowed, and is not put back then.
+        auto const before = parse(*setting, entry.old_value).has_value()
+                                ? entry.old_value
+                                : to_text(setting->kind, setting->default_value);
+        OUTCOME_TRY(back.put_back(entry.path, entry.new_value, before));
     }
     return back.commit(
         folder, author,

@@ -69,7 +69,7 @@ module.snmp.TRAP: notice -> error
 )"));
     EXPECT_THAT(outcome.err,
                 testing::MatchesRegex(
-                    "logctl: undone in (10 min 0|9 min 59) s unless you confirm it: logctl confirm\n"));
+                    "logctl: undone in (10|9) min [0-9]+ s unless you confirm it: logctl confirm\n"));
     EXPECT_EQ(logctl({"confirm"}), silence);
     EXPECT_EQ(stored(), "module.snmp.TRAP=error syslog.rsh.level=debug ");
     EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
@@ -88,12 +88,41 @@ TEST_F(Confirm, AChangeThatIsMadeAfterItsTimeIsUndoneAtOnce) {
     EXPECT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
     auto running = logctl.start({"commit-confirm", "0.01", "syslog.rsh.level=debug"});
     EXPECT_TRUE(test::wait_until([&] { return !guards().empty(); })); // set before the change is made
+    running.kill(SIGSTOP);                                            // else it would give up after 5 s
     auto const end = end_of(guards());
     EXPECT_TRUE(test::wait_until([&] { return end.over(); }));
     sqlite3_close(other);
+    running.kill(SIGCONT);
     EXPECT_EQ(running.finish(),
               (Outcome{1, "", "logctl: the time was over before the change was made, so it is undone\n"}));
     EXPECT_EQ(stored(), "syslog.rsh.level=info ");
+}
+
+TEST_F(Confirm, WhatCannotBeUndoneInTimeIsUndoneOnceItCan) {
+    auto const long_ago = cfgdb::BootInstant::in(-1);
+    cfgdb::Transaction transaction;
+    ASSERT_TRUE(transaction.set("syslog.rsh.level", "debug").has_value());
+    ASSERT_TRUE(cfgdb::commit_trial(transaction, long_ago, logctl.database).has_value());
+    sqlite3* other = nullptr;
+    sqlite3_open(logctl.file.c_str(), &other);
+    EXPECT_EQ(sqlite3_exec(other, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    auto guard = logctl.start({"commit-confirm", "--guard", std::to_string(long_ago.seconds)});
+    auto const given_up = cfgdb::BootInstant::in(7); // for the first time, after 5 s
+    EXPECT_TRUE(test::wait_until([&] { return given_up.over(); }));
+    EXPECT_EQ(stored(), "syslog.rsh.level=debug ");
+    sqlite3_close(other);
+    EXPECT_EQ(guard.finish(), silence);
+    EXPECT_EQ(stored(), "syslog.rsh.level=info ");
+}
+
+TEST_F(Confirm, AValueThatWasNotAllowedIsNotPutBack) {
+    logctl.sql("UPDATE setting SET value = 9");
+    EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug", "module.snmp.TRAP=error"}).status, 0);
+    logctl.sql("UPDATE trial SET until = 1");
+    EXPECT_THAT(logctl({"commit-confirm", "1", "syslog.rsh.level=error"}).err,
+                HasSubstr("(it is undone as soon as possible, its time is over)"));
+    EXPECT_EQ(logctl({"commit-confirm", "--recover"}), silence);
+    EXPECT_EQ(stored(), ""); // all at the default
 }
 
 TEST_F(Confirm, TheProcessInTheBackgroundWaitsForALateChange) {

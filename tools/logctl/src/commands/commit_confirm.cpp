@@ -97,7 +97,9 @@ class Alarm {
                                       "--collect",
                                       "--unit=" + unit_of(end),
                                       fmt::format("--on-active={}", seconds),
-                                      "--timer-property=AccuracySec=1s"};
+                                      "--timer-property=AccuracySec=1s",
+                                      "--property=Restart=on-failure", // until it could be undone
+                                      "--property=RestartSec=10"};
         argv.insert(argv.end(), command.begin(), command.end());
         argv.emplace_back("--recover");
         auto const started = run_program(argv, {}, std::chrono::seconds{10});
@@ -144,16 +146,21 @@ class Alarm {
     core::UniqueFd alive; // closed when this program has committed, or died: so the other process knows
 };
 
-std::string time_left(BootInstant const& end) {
+std::string undone_in(BootInstant const& end) {
     auto const left = std::max<std::int64_t>(end.seconds - BootInstant::in(0).seconds, 0);
-    return fmt::format("{} min {} s", left / 60, left % 60);
+    return end.over() ? "undone as soon as possible, its time is over"
+                      : fmt::format("undone in {} min {} s", left / 60, left % 60);
+}
+
+bool has_database(Context const& context) {
+    std::error_code unknown;
+    return std::filesystem::exists(context.database / "running.db", unknown);
 }
 
 /// At the end of the time, after a reboot, and wherever the timer was lost. A database that is not there has
 /// nothing to recover.
 core::Result<int> recover(Context const& context) {
-    std::error_code unknown;
-    if (!std::filesystem::exists(context.database / "running.db", unknown)) {
+    if (!has_database(context)) {
         return 0;
     }
     OUTCOME_TRY(trial, cfgdb::pending_trial(context.database));
@@ -191,7 +198,7 @@ core::Result<int> commit(Context const& context, Options const& options) {
         return fail(Error::Already,
                     "{}; confirm it with: logctl confirm, or undo it with: logctl rollback {}{}",
                     text_of(committed.error()), trial ? trial->number - 1 : 0,
-                    trial ? fmt::format(" (it is undone in {})", time_left(trial->end)) : "");
+                    trial ? fmt::format(" (it is {})", undone_in(trial->end)) : "");
     }
     OUTCOME_TRY(changes, committed);
     if (!changes.empty() && end.over()) { // whatever was to undo it may have come before
@@ -200,8 +207,30 @@ core::Result<int> commit(Context const& context, Options const& options) {
     }
     tell_changes(changes, options.verbose);
     tell(changes.empty() ? "nothing is changed, so there is nothing to confirm"
-                         : fmt::format("undone in {} unless you confirm it: logctl confirm", time_left(end)));
+                         : fmt::format("{} unless you confirm it: logctl confirm", undone_in(end)));
     return 0;
+}
+
+/// Whether there surely is no trial that ends at that second of this boot.
+bool nothing_waits(Context const& context, std::int64_t until) {
+    auto const trial = cfgdb::pending_trial(context.database);
+    return !has_database(context) ||
+           (trial.has_value() && (!trial.value() || trial.value()->end.seconds != until));
+}
+
+/// A database that is locked or a disk that is full need not be so for ever: tries again after 1, 2, 4 ... 60
+/// s.
+int recover_at_last(Context const& context) {
+    constexpr unsigned longest = 60;
+    for (unsigned wait = 1;; wait = std::min(2 * wait, longest)) {
+        auto const recovered = recover(context);
+        if (recovered.has_value()) {
+            return recovered.value();
+        }
+        syslog(LOG_LOCAL0 | LOG_ERR, "logctl: not confirmed, but it cannot be undone: %s",
+               text_of(recovered.error()).c_str());
+        sleep(wait);
+    }
 }
 
 /// Sleeps until that second of this boot, or until there is no trial that ends then; while standard input is
@@ -211,8 +240,10 @@ core::Result<int> guard(Context const& context, std::int64_t until) {
     itimerspec const end{{}, {until, 0}};
     timerfd_settime(timer.get(), TFD_TIMER_ABSTIME, &end, nullptr);
     pollfd wanted[] = {{timer.get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}, {-1, POLLIN, 0}};
-    std::unique_ptr<cfgdb::ChangeFeed> feed;
-    for (bool over = false; !over || !feed;) {
+    std::unique_ptr<cfgdb::ChangeFeed> feed; // without it the end of the time is waited for
+    bool over = false;
+    bool decided = false;
+    while (!over || !decided) {
         if (poll(wanted, std::size(wanted), -1) < 0 && errno != EINTR) {
             return fail(Error::CommonError, "cannot wait ({})", std::generic_category().message(errno));
         }
@@ -220,21 +251,22 @@ core::Result<int> guard(Context const& context, std::int64_t until) {
             over = true;
             wanted[0].fd = -1;
         }
-        if (wanted[1].revents != 0) { // it is decided; before, there may not even have been a database
-            OUTCOME_TRY(opened, cfgdb::ChangeFeed::open(context.database));
-            feed = std::move(opened);
+        if (wanted[1].revents != 0) { // before, there may not even have been a database
+            decided = true;
             wanted[1].fd = -1;
-            wanted[2].fd = feed->fd();
+            if (auto opened = cfgdb::ChangeFeed::open(context.database); opened.has_value()) {
+                feed = std::move(opened).value();
+                wanted[2].fd = feed->fd();
+            }
         }
         if (feed) {
             std::ignore = feed->next(); // only the waking counts
-            OUTCOME_TRY(trial, cfgdb::pending_trial(context.database));
-            if (!trial || trial->end.seconds != until) {
-                return 0;
-            }
+        }
+        if (decided && nothing_waits(context, until)) {
+            return 0;
         }
     }
-    return recover(context);
+    return recover_at_last(context);
 }
 
 core::Result<int> commit_confirm(Context const& context, Options const& options) {
