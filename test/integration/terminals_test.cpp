@@ -7,6 +7,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include "integration/raw_database.hpp"
 #include "integration/terminal.hpp"
 #include "kit/sanitized.hpp"
 
@@ -207,6 +208,24 @@ TEST_F(Terminals, OneOpenBeforeTheDaemonGetsNoOutputUntilItIsOpenedAgain) {
     Terminal again;
     EXPECT_EQ(again.number(), number);
     EXPECT_TRUE(wait_for_output(number));
+}
+
+TEST_F(Terminals, AFailedEventEndsTheirFollowingAndNothingElse) {
+    start_everything();
+    RawDatabase raw{std::string{database} + "/running.db"};
+    raw.execute("INSERT INTO setting(path, value) VALUES('syslog.rsh.level', 9)"); // no change is announced
+    Terminal const failed;
+    EXPECT_TRUE(wait_for_text(log_file, "syslog.rsh.level: 9 is stored"));
+    raw.execute("DELETE FROM setting");
+    Terminal const later;
+    auto const before = read_file(syslog_ng_conf);
+    set({{"syslog.console.level", "debug"}});
+    EXPECT_TRUE(wait_until([&] { return read_file(syslog_ng_conf) != before; })) << "no change is followed";
+    EXPECT_FALSE(has_output(failed.number()));
+    EXPECT_FALSE(has_output(later.number()));
+    daemon->process.kill(SIGHUP);
+    ASSERT_TRUE(daemon->wait_ready());
+    wait_until_serving();
 }
 
 TEST_F(Terminals, ARestartForgetsTheOpenOnes) {

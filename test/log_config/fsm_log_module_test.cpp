@@ -73,9 +73,10 @@ TEST_F(FsmLogModuleTest, EachWordIsTheLevelOfItsCategory) {
         FsmLogModule const module{with_word(word, 1), generator};
         auto expected = all_off;
         auto const line = std::string{category} + ".=FATAL >syslog, LOG_LOCAL0; for_fatal\n";
-        auto const at = word == 0 ? 0 : expected.find("\n" + line) + 1;
-        ASSERT_NE(at, std::string::npos);
-        expected.insert(at + line.size(), std::string{category} + ".=ERROR >syslog, LOG_LOCAL0;\n");
+        auto const before = word == 0 ? 0 : expected.find("\n" + line);
+        ASSERT_NE(before, std::string::npos);
+        expected.insert((word == 0 ? 0 : before + 1) + line.size(),
+                        std::string{category} + ".=ERROR >syslog, LOG_LOCAL0;\n");
         EXPECT_EQ(module.get_config(), expected) << word;
     }
 }

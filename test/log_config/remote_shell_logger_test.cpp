@@ -89,7 +89,7 @@ TEST_F(RemoteShellLoggerTest, AnErrorOfTheLoopEndsTheThreadSilently) {
     EXPECT_THAT(logger->texts(), testing::ElementsAre("Poller start", "Add remote shell 3"));
 }
 
-TEST_F(RemoteShellLoggerTest, AStopThatComesBeforeTheLoopIsNotSeenAndTheDestructorWaitsForItsEnd) {
+TEST_F(RemoteShellLoggerTest, AStopThatComesBeforeTheLoopIsNotSeen) {
     // The logger holds the thread at its very beginning, before the loop; what then ends the loop is an
     // error.
     class HoldingLogger : public FakeLogger {

@@ -15,7 +15,8 @@ RemoteShellLogger::RemoteShellLogger(std::filesystem::path const& dir,
   , logger{logger} {
     // A signal would interrupt the poller's poll, and that ends it for good.
     core::BlockedSignals const all;
-    // The loop's error has been logged by the callback that made it; nobody is left to handle it.
+    // Nobody is left to handle the loop's error: that of a callback has been logged by it, the others are the
+    // kernel's.
     thread = std::thread{[this] { std::ignore = poller.polling(); }};
 }
 

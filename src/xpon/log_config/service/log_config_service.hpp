@@ -18,8 +18,8 @@
 namespace xpon::log_config {
 
 /// Turns the launcher's events into updates of the outputs. `run` executes on the launcher's thread, the
-/// events on its event thread, `update_pts` on the polling thread of the remote shell logger; they meet at
-/// the syslog configurator, and nothing else is shared.
+/// events on its event thread, `update_pts` on the polling thread of the remote shell logger. These two meet
+/// in an update of syslog-ng, one at a time from the reading of the settings on; nothing else is shared.
 class LogConfigService : public service::ServiceBase {
   public:
     /// Reads and writes nothing yet.
