@@ -150,10 +150,8 @@ class Layout {
             record.settings = {first, last};
             first = last;
         }
-        std::vector<Record*> sorted;
-        for (auto& record : records) {
-            sorted.push_back(&record);
-        }
+        std::vector<Record*> sorted(records.size());
+        std::ranges::transform(records, sorted.begin(), [](auto& record) { return &record; });
         std::ranges::sort(sorted, {}, [](auto const* record) { return record->prefix; });
         by_path.reserve(settings.size());
         for (auto* const record : sorted) {

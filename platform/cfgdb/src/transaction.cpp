@@ -78,8 +78,10 @@ core::Result<void> check_receivers(Wanted const& wanted, StoredValues const& sto
         auto const row = stored.find(&setting);
         if (wish != wanted.end()) {
             put(setting, wish->second, filled);
-        } else if (row != stored.end() && row->second.value) {
-            put(setting, *row->second.value, filled);
+        } else if (row != stored.end()) {
+            if (auto const& kept = row->second.value) {
+                put(setting, *kept, filled);
+            }
         }
     }
     if (auto const wrong = contradiction(remote, filled)) {
