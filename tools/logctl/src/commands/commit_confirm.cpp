@@ -213,9 +213,12 @@ core::Result<int> commit(Context const& context, Options const& options) {
 
 /// Whether there surely is no trial that ends at that second of this boot.
 bool nothing_waits(Context const& context, std::int64_t until) {
-    auto const trial = cfgdb::pending_trial(context.database);
-    return !has_database(context) ||
-           (trial.has_value() && (!trial.value() || trial.value()->end.seconds != until));
+    auto const looked = cfgdb::pending_trial(context.database);
+    if (looked.has_error()) {
+        return !has_database(context);
+    }
+    auto const& trial = looked.value();
+    return !trial || trial->end.seconds != until;
 }
 
 /// A database that is locked or a disk that is full need not be so for ever: tries again after 1, 2, 4 ... 60
