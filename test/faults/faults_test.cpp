@@ -506,27 +506,29 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
         memory.push_back(own_kilobytes());
     }
     ASSERT_GE(memory.size(), 1U);
-    // The least of a quarter of the time: what a flood of messages has filled stays in the allocator's heaps
-    // for a while, but what is lost for ever shows in the least, too.
-    auto const least_memory = [&](std::size_t quarter) {
+    // The most of a quarter of the time: a new event thread may get a heap of its own from the allocator.
+    auto const most_memory = [&](std::size_t quarter) {
         auto const from = memory.size() * quarter / 4;
         auto const to = std::max(memory.size() * (quarter + 1) / 4, from + 1);
-        return *std::min_element(std::next(memory.begin(), static_cast<std::ptrdiff_t>(from)),
-                                 std::next(memory.begin(), static_cast<std::ptrdiff_t>(to)));
+        long most = 0;
+        for (auto index = from; index < to; ++index) {
+            most = std::max(most, memory.at(index));
+        }
+        return most;
     };
     // A command that runs just then, or the bus being reached again, takes some for a moment.
     EXPECT_TRUE(wait_until([&] { return descriptors() <= descriptors_before; }));
     EXPECT_TRUE(wait_until([&] { return threads() <= threads_before; }));
     auto const figures = fmt::format("{} faults and {} SIGHUPs in {} s; {} files read, none torn; own memory "
-                                     "at least {} kB in the second quarter, {} kB in "
+                                     "at most {} kB in the second quarter, {} kB in "
                                      "the last; descriptors {} and {}, threads {} and {}",
                                      undergone, hang_ups,
                                      std::chrono::round<std::chrono::seconds>(Clock::now() - begin).count(),
-                                     files_read, least_memory(1), least_memory(3), descriptors_before,
+                                     files_read, most_memory(1), most_memory(3), descriptors_before,
                                      descriptors(), threads_before, threads());
     fmt::print("{}\n", figures);
     if (!sanitized && memory.size() >= 100) {
-        EXPECT_LT(least_memory(3), least_memory(1) + 1024);
+        EXPECT_LT(most_memory(3), most_memory(1) + 2048);
     }
     EXPECT_EQ(daemon->process.terminate(), 0);
     if (!HasFailure()) {

@@ -132,7 +132,7 @@ TEST_F(Stops, AtAnyInstantEndWithStatus0AndLeaveWholeFiles) {
     wait_until_serving();
     EXPECT_EQ(daemon->process.terminate(), 0);
     TornFileReader reader;
-    int const stops = rounds(10);
+    int const stops = rounds(30);
     for (int round = 0; round < stops && !HasFailure(); ++round) {
         set(a_change_of_every_output(round % 2 == 0 ? "debug" : "error"));
         launch_daemon();

@@ -58,7 +58,7 @@ TEST_F(BrokerTest, EndsAlsoWhileItIsConnectedAndAReceiverDoesNotRead) {
     }
     auto const begin = std::chrono::steady_clock::now();
     EXPECT_EQ(broker->terminate(), 0);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, test::default_deadline);
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds{5});
 }
 
 TEST_F(BrokerTest, SighupChangesNothing) {

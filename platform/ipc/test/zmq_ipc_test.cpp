@@ -213,7 +213,7 @@ TEST_F(ZmqIpcTest, AFrozenBrokerMakesSendFailInsteadOfWaitAndEverythingGoesOnAft
     }
     EXPECT_THAT(
         sent, IsError(Error::Overflow, "TEST: event 7 not sent, 1000 messages wait for the message broker"));
-    EXPECT_LT(longest, test::default_deadline);
+    EXPECT_LT(longest, std::chrono::seconds{2});
 
     broker->kill(SIGCONT);
     EXPECT_TRUE(test::wait_until([&] { return sender->send(to(receiver->address()), {}).has_value(); }));
@@ -252,7 +252,7 @@ TEST_F(ZmqIpcTest, TheEndDoesNotWaitForMessagesThatNobodyTakes) {
     }
     auto const begin = steady_clock::now();
     endpoint.reset();
-    EXPECT_LT(steady_clock::now() - begin, test::default_deadline);
+    EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds{2});
 }
 
 TEST_F(ZmqIpcTest, WhatWasSentJustBeforeTheEndStillArrives) {
