@@ -15,6 +15,9 @@ namespace xpon::ipc {
 inline constexpr int linger_time = 100;
 /// How many messages wait for one peer at most.
 inline constexpr int queue_length = 1000;
+/// How many messages wait in an endpoint until they are taken: few, since each can be as long as a frame may
+/// be, and more can wait in the broker.
+inline constexpr int receive_queue_length = 16;
 
 inline std::string zmq_endpoint(std::filesystem::path const& socket) {
     return "ipc://" + socket.string();

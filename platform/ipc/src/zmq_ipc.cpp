@@ -50,7 +50,7 @@ zmq::socket_t connected_socket(zmq::context_t& context, zmq::socket_type type,
     zmq::socket_t socket{context, type};
     socket.set(zmq::sockopt::linger, linger_time);
     socket.set(zmq::sockopt::sndhwm, queue_length);
-    socket.set(zmq::sockopt::rcvhwm, queue_length);
+    socket.set(zmq::sockopt::rcvhwm, receive_queue_length);
     socket.set(zmq::sockopt::maxmsgsize, std::int64_t{max_frame_size});
     socket.set(zmq::sockopt::reconnect_ivl, static_cast<int>(first_reconnect_interval.count()));
     socket.set(zmq::sockopt::reconnect_ivl_max, static_cast<int>(longest_reconnect_interval.count()));

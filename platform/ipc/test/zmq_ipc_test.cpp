@@ -6,6 +6,7 @@
 #include <sstream>
 #include <thread>
 
+#include <malloc.h>
 #include <zmq.hpp>
 
 #include "core/blocked_signals.hpp"
@@ -108,6 +109,28 @@ TEST_F(ZmqIpcTest, TheLargestPayloadGoesThroughALargerOneIsRefused) {
     payload.pop_back();
     EXPECT_THAT(sender->send(to(receiver->address()), payload), IsOk());
     EXPECT_EQ(next_message(*receiver), (Message{to(receiver->address()), payload}));
+}
+
+TEST_F(ZmqIpcTest, WhatWaitsInAnEndpointTakesLittleMemoryAndIsNotLost) {
+    start_broker();
+    auto const sender = new_connected_endpoint();
+    auto const reader = new_connected_endpoint();
+    auto const idler = new_connected_endpoint();
+    std::vector<std::byte> const payload(60'000);
+    constexpr std::uint16_t first = 100;
+    constexpr std::uint16_t last = 599;
+    auto const in_use = [] { return mallinfo2().uordblks; };
+    auto const before = in_use();
+    for (std::uint16_t event = first; event <= last; ++event) {
+        ASSERT_THAT(sender->send(to(everybody, event), payload), IsOk());
+        // Both readers have a share of what the broker sends.
+        ASSERT_TRUE(test::wait_event(*reader, event));
+        ASSERT_TRUE(test::wait_event(*sender, event));
+    }
+    EXPECT_LT(in_use(), before + 4'000'000) << "of 30 million bytes";
+    for (std::uint16_t event = first; event <= last; ++event) {
+        ASSERT_EQ(next_message(*idler), (Message{to(everybody, event), payload}));
+    }
 }
 
 TEST_F(ZmqIpcTest, WithoutABrokerSendingSucceedsAndNothingIsKept) {
