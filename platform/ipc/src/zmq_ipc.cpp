@@ -108,7 +108,9 @@ class ZmqIpc final : public IIpc {
         std::lock_guard const lock{mutex};
         try {
             notice_connection();
-            if (!send_frame(publisher, frame)) {
+            bool const sent = send_frame(publisher, frame);
+            notice_connection();
+            if (!sent) {
                 return fail(Error::Overflow, "{}: event {} not sent, {} messages wait for the message broker",
                             name, header.event, queue_length);
             }
@@ -140,17 +142,22 @@ class ZmqIpc final : public IIpc {
     Address address() const override { return own; }
 
   private:
-    /// Takes what the publisher was subscribed to since the last call. With the lock held. Throws
-    /// zmq::error_t.
+    /// Takes what the publisher was subscribed to since the last call. With the lock held, also after each
+    /// sending: that takes away the announcement of what has arrived meanwhile. Throws zmq::error_t.
     void notice_connection() {
-        while (auto const notice = next_frame(publisher)) {
-            hello_due |= std::ranges::equal(bytes_of(*notice), own_subscription);
-        }
-        if (hello_due) {
+        do {
+            while (auto const notice = next_frame(publisher)) {
+                hello_due |= std::ranges::equal(bytes_of(*notice), own_subscription);
+            }
             // The full queue of the connection before may still be in the way; then the next call tries
             // again.
-            hello_due = !send_frame(publisher, encode({own, connected_event, 0}, {}));
-        }
+        } while (hello_due && say_hello());
+    }
+
+    bool say_hello() {
+        bool const sent = send_frame(publisher, encode({own, connected_event, 0}, {}));
+        hello_due = !sent;
+        return sent;
     }
 
     /// A subscription as ZeroMQ passes it on: 1 (a withdrawal: 0), then the prefix.
