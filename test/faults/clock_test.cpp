@@ -74,7 +74,7 @@ TEST_F(Clock, JumpsCostNoChangeAndNoTime) {
         wait_until_serving();
     }
     EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     EXPECT_EQ(broker->process.terminate(), 0);
     if (!HasFailure()) {
         report("the clock jumps\t5 years ahead, 20 back, to the right time, while a failed change waits for "

@@ -130,7 +130,7 @@ TEST_P(DamagedDatabase, LeavesTheOutputsAsTheyAreAndIsFollowedOnceItIsMended) {
     reader.stop();
     EXPECT_THAT(reader.torn, testing::IsEmpty());
     EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report(fmt::format("{}\t{}\t{}", damage.what, damage.how, damage.told));
     }
@@ -178,7 +178,7 @@ TEST_F(DatabaseFaults, AFullDiskRefusesTheChangeAndLeavesTheDaemonInStep) {
     EXPECT_EQ(outputs(), before) << "nothing of the refused change was stored";
     set({{"module.fsm_pon.*", "debug"}});
     expect_in_step();
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report("disk full under the database\ta small file system is filled; the change is refused and made "
                "again\tnothing: it holds up nothing");
@@ -194,7 +194,7 @@ TEST_F(DatabaseFaults, AJournalPrunedPastTheDaemonCostsNoChange) {
     set({{"module.snmp.TRAP", "notice"}});
     daemon->process.kill(SIGCONT);
     expect_in_step();
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report(
             "journal pruned past the daemon\tits rows are removed while the daemon stands still\tnothing: it "
@@ -241,7 +241,7 @@ TEST_F(DatabaseFaults, AHundredThousandEntriesOfHistoryCostTheDaemonNothingAndLo
     EXPECT_EQ(undone.output, "module.switch.SELF: error -> notice\n");
     expect_in_step();
     EXPECT_EQ(RawDatabase{database_file}.number("SELECT count(*) > 100000 FROM history"), 1);
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
 }
 
 } // namespace

@@ -357,7 +357,7 @@ TEST_P(Faults, CostNoChange) {
         GTEST_SKIP() << impossible;
     }
     EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report(fmt::format("{}\t{}\t{}", fault.what, fault.how,
                            fault.told != nullptr ? fault.told : "nothing: it holds up nothing"));
@@ -461,7 +461,7 @@ TEST_F(Faults, ABrokerThatIsNotThereAtTheStartHoldsUpNothingAndIsFoundLater) {
         wait_until_serving(); // by a change
         return wait_event(*module, ipc::file_changed_event, std::chrono::milliseconds{500});
     }));
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report("no message broker at the start\tit is started later\tnothing: it holds up nothing");
     }
@@ -498,7 +498,7 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
         // A terminal's event that comes late, during the next fault, would end the following of terminals for
         // good.
         if (fault.make == &Faults::open_and_close_terminals || below(random, 4) == 0) {
-            daemon->process.kill(SIGHUP);
+            signal_daemon(SIGHUP);
             ASSERT_TRUE(daemon->wait_ready());
             wait_until_serving();
             ++hang_ups;
@@ -530,7 +530,7 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
     if (!sanitized && memory.size() >= 100) {
         EXPECT_LT(most_memory(3), most_memory(1) + 2048);
     }
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report("soak\trandom faults and restarts one after the other\t" + figures);
     }

@@ -77,12 +77,12 @@ TEST_F(Privileges, TheDaemonWritesNowhereElse) {
     ASSERT_TRUE(daemon->wait_ready()) << contents(scratch / "unshare.4.out");
     set(a_change_of_every_output("debug"));
     expect_in_step();
-    daemon->process.kill(SIGHUP);
+    signal_daemon(SIGHUP);
     ASSERT_TRUE(daemon->wait_ready());
     wait_until_serving();
     expect_in_step();
     EXPECT_TRUE(wait_until_logged(log_file));
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
 }
 
 } // namespace

@@ -31,7 +31,7 @@ class Stops : public FollowedBoard {
   public:
     void launch() { launch_daemon(); }
     void change() { set(a_change_of_every_output("debug")); }
-    void hang_up() { daemon->process.kill(SIGHUP); }
+    void hang_up() { signal_daemon(SIGHUP); }
     void open_terminal() { terminal.emplace(); }
 
   protected:
@@ -90,7 +90,7 @@ TEST_P(StopsDuring, APhaseEndWithStatus0AndLeaveWholeFiles) {
     hold_reloads();
     (this->*phase.enter)();
     wait_until_held();
-    daemon->process.kill(SIGTERM);
+    signal_daemon(SIGTERM);
     release();
     EXPECT_EQ(daemon->process.wait(), 0);
     EXPECT_THAT(temporaries(), testing::IsEmpty());
@@ -105,7 +105,7 @@ TEST_P(StopsDuring, APhaseEndWithStatus0AndLeaveWholeFiles) {
     start_daemon();
     wait_until_serving();
     expect_in_step();
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(, StopsDuring,
@@ -121,7 +121,7 @@ TEST_F(Stops, DuringAReloadThatHangsWaitForItsLimit) {
     hold_reloads();
     change();
     wait_until_held();
-    daemon->process.kill(SIGTERM);
+    signal_daemon(SIGTERM);
     EXPECT_EQ(daemon->process.wait(std::chrono::seconds{60}), 0) << "a command is killed after 30 s";
     EXPECT_THAT(temporaries(), testing::IsEmpty());
 }
@@ -130,7 +130,7 @@ TEST_F(Stops, AtAnyInstantEndWithStatus0AndLeaveWholeFiles) {
     auto random = seeded();
     start_daemon();
     wait_until_serving();
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     TornFileReader reader;
     int const stops = rounds(30);
     for (int round = 0; round < stops && !HasFailure(); ++round) {
@@ -151,7 +151,7 @@ TEST_F(Stops, AtAnyInstantEndWithStatus0AndLeaveWholeFiles) {
         // A reload that is under way, which may take 30 s, is waited for.
         EXPECT_TRUE(wait_until(
             [&] {
-                daemon->process.kill(SIGTERM);
+                signal_daemon(SIGTERM);
                 status = daemon->process.wait(std::chrono::milliseconds{200});
                 return status.has_value();
             },
@@ -167,7 +167,7 @@ TEST_F(Stops, AtAnyInstantEndWithStatus0AndLeaveWholeFiles) {
     reader.stop();
     EXPECT_THAT(reader.torn, testing::IsEmpty()) << "of " << reader.files_read << " files read";
     EXPECT_THAT(temporaries(), testing::IsEmpty());
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report(fmt::format(
             "SIGTERM\t{} times at random instants of start, restart and change\tstatus 0; {} files "

@@ -138,6 +138,20 @@ class Board : public testing::Test {
         ASSERT_TRUE(daemon->wait_ready());
     }
 
+    /// Sends the daemon a signal that stops or restarts it, once every thread that it has begun has run: the
+    /// one that watches terminals does not see a stop that comes before, and the daemon then waits for it for
+    /// ever.
+    void signal_daemon(int signal) const {
+        EXPECT_TRUE(wait_until([&] { return every_thread_has_waited(); }));
+        daemon->process.kill(signal);
+    }
+
+    /// Ends the daemon as the service manager would: its exit status, nothing at the deadline.
+    std::optional<int> stop_daemon() const {
+        signal_daemon(SIGTERM);
+        return daemon->process.wait();
+    }
+
     /// Every program, the daemon configured and syslog-ng running what it wrote.
     void start_everything() {
         start_journald();
@@ -215,6 +229,24 @@ class Board : public testing::Test {
 
     /// Memory that the daemon shares with nobody.
     long own_kilobytes() const { return kilobytes("RssAnon:"); }
+
+    /// Whether each of the daemon's threads but the first has waited for something, as all of them do in
+    /// their loops. True for a daemon that has ended.
+    bool every_thread_has_waited() const {
+        std::error_code ended;
+        auto const first = std::to_string(daemon->process.pid());
+        for (std::filesystem::directory_iterator task{proc() / "task", ended}, end; task != end;
+             task.increment(ended)) {
+            std::ifstream status{task->path() / "status"};
+            std::string text; // stays empty if the thread ends meanwhile
+            std::getline(status, text, '\0');
+            if (task->path().filename() != first &&
+                text.find("\nvoluntary_ctxt_switches:\t0\n") != std::string::npos) {
+                return false;
+            }
+        }
+        return true;
+    }
 
     ScratchFolder scratch;
     int started = 0;

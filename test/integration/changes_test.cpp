@@ -85,7 +85,7 @@ TEST_F(Changes, ASessionManagersChangeCostsNoOtherModuleItsOwn) {
     set(settings);
     expect_in_step();
     EXPECT_EQ(read_file(zlog_path(session_manager)), before) << "it is rewritten at the next start";
-    daemon->process.kill(SIGHUP);
+    signal_daemon(SIGHUP);
     ASSERT_TRUE(daemon->wait_ready());
     Wanted const wanted{database};
     EXPECT_EQ(read_file(zlog_path(session_manager)), wanted.zlog_file(session_manager));

@@ -123,7 +123,7 @@ TEST_F(Failures, AFailureInALateZlogFileAfterARestartEndsTheDaemon) {
     ASSERT_TRUE(wait_until_logged(log_file));
     std::filesystem::remove(std::string{zlog_folder} + "SWITCH.conf");
     std::filesystem::create_directory(std::string{zlog_folder} + "SWITCH.conf");
-    daemon->process.kill(SIGHUP);
+    signal_daemon(SIGHUP);
     EXPECT_EQ(daemon->process.wait(), 1);
     EXPECT_THAT(notified(),
                 ElementsAre(starting, ready, stopping, starting, "STATUS=Failed generate zlog config files"));

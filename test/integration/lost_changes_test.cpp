@@ -93,7 +93,7 @@ class NoChangeIsLost : public FollowedBoard {
     };
 
     void restart_daemon() {
-        EXPECT_EQ(daemon->process.terminate(), 0);
+        EXPECT_EQ(stop_daemon(), 0);
         start_daemon();
     }
 
@@ -108,7 +108,7 @@ class NoChangeIsLost : public FollowedBoard {
     }
 
     void hang_up() {
-        daemon->process.kill(SIGHUP);
+        signal_daemon(SIGHUP);
         EXPECT_TRUE(daemon->wait_ready());
     }
 

@@ -79,7 +79,7 @@ TEST_F(MainJob, StartsWithoutABroker) {
     start_syslog_ng();
     start_daemon();
     EXPECT_TRUE(wait_until_logged(log_file));
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
 }
 
 TEST_F(MainJob, ABrokenLogConfigurationFileDoesNotKeepTheDaemonDown) {
@@ -125,7 +125,7 @@ TEST_F(MainJob, TwoReceiversAlikeFailTheReload) {
 
 TEST_F(MainJob, TheNotificationsOfAnUndisturbedLife) {
     start_everything();
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     EXPECT_THAT(notified(),
                 ElementsAre("STATUS=Startup LOG Configurator...", "READY=1\nSTATUS=Processing requests...\n",
                             "STATUS=Shutdown LOG Configurator...\nSTOPPING=1\n"));
@@ -134,7 +134,7 @@ TEST_F(MainJob, TheNotificationsOfAnUndisturbedLife) {
 TEST_F(MainJob, TheDaemonLogsItsRoutineAndItsFailuresUnderItsName) {
     set({{"syslog.file.level", "debug"}});
     start_everything();
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
     start_daemon(); // syslog-ng lets debug lines through by now
     EXPECT_TRUE(wait_for_text(log_file, "LOG-CFG        - Successfully generate "
                                         "\"/etc/zlog_modules_config/NETSERVE.conf\" "));

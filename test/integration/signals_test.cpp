@@ -22,8 +22,6 @@ class Signals : public Board {
         start_syslog_ng();
         start_broker();
     }
-
-    void send(int signal) const { daemon->process.kill(signal); }
 };
 
 TEST_F(Signals, BeforeReadyAreIgnored) {
@@ -32,16 +30,16 @@ TEST_F(Signals, BeforeReadyAreIgnored) {
     ASSERT_EQ(mkfifo(held_up_by.c_str(), 0644), 0);
     launch_daemon();
     ASSERT_TRUE(daemon->notifications.wait_for(starting));
-    send(SIGTERM);
-    send(SIGINT);
-    send(SIGHUP);
+    signal_daemon(SIGTERM);
+    signal_daemon(SIGINT);
+    signal_daemon(SIGHUP);
     core::UniqueFd go_on{open(held_up_by.c_str(), O_WRONLY | O_CLOEXEC)};
     ASSERT_TRUE(go_on);
     go_on.reset();
     ASSERT_TRUE(daemon->wait_ready());
     EXPECT_TRUE(wait_until_logged(log_file));
     EXPECT_THAT(notified(), ElementsAre(starting, ready));
-    send(SIGINT);
+    signal_daemon(SIGINT);
     EXPECT_EQ(daemon->process.wait(), 0);
 }
 
@@ -53,7 +51,7 @@ TEST_F(Signals, SighupRebuildsEverythingFromTheDatabase) {
     for (auto const& file : log_config::zlog_files) {
         std::filesystem::remove(zlog_folder + std::string{file.name});
     }
-    send(SIGHUP);
+    signal_daemon(SIGHUP);
     ASSERT_TRUE(daemon->wait_ready());
     EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping, starting, ready));
     EXPECT_TRUE(wait_until([&] { return contents(syslog_ng_conf) == text; }));
@@ -67,10 +65,10 @@ TEST_F(Signals, SighupRebuildsEverythingFromTheDatabase) {
 TEST_F(Signals, SighupFollowedBySigtermInTheSameCycleEndsWith0) {
     start_daemon();
     ASSERT_TRUE(wait_until_logged(log_file));
-    send(SIGSTOP); // so that both are pending before either is handled
-    send(SIGHUP);
-    send(SIGTERM);
-    send(SIGCONT);
+    signal_daemon(SIGSTOP); // so that both are pending before either is handled
+    signal_daemon(SIGHUP);
+    signal_daemon(SIGTERM);
+    signal_daemon(SIGCONT);
     EXPECT_EQ(daemon->process.wait(), 0);
     EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping));
 }
@@ -82,7 +80,7 @@ TEST_F(Signals, TwoHundredRestartsLeaveNothingBehind) {
     auto const descriptors_before = descriptors();
     auto const threads_before = threads();
     for (int round = 0; round < 200; ++round) {
-        send(SIGHUP);
+        signal_daemon(SIGHUP);
         ASSERT_TRUE(daemon->wait_ready()) << round;
     }
     EXPECT_TRUE(wait_until([&] {
@@ -91,7 +89,7 @@ TEST_F(Signals, TwoHundredRestartsLeaveNothingBehind) {
         << " descriptors for " << descriptors_before << ", " << threads() << " threads for "
         << threads_before;
     EXPECT_TRUE(wait_until([&] { return children().empty(); }));
-    send(SIGTERM);
+    signal_daemon(SIGTERM);
     EXPECT_EQ(daemon->process.wait(), 0);
 }
 
@@ -102,7 +100,7 @@ TEST_F(Signals, AStormOfSighupsLeavesTheDaemonServing) {
     auto const descriptors_before = descriptors();
     auto const threads_before = threads();
     for (int count = 0; count < 10000; ++count) {
-        send(SIGHUP);
+        signal_daemon(SIGHUP);
     }
     // Restarts that the storm asked for may still be under way; each ends with as many READY=1 as starts.
     EXPECT_TRUE(wait_until([&] {
@@ -112,7 +110,7 @@ TEST_F(Signals, AStormOfSighupsLeavesTheDaemonServing) {
         << " descriptors for " << descriptors_before << ", " << threads() << " threads for "
         << threads_before;
     EXPECT_TRUE(wait_until_logged(log_file));
-    send(SIGTERM);
+    signal_daemon(SIGTERM);
     EXPECT_EQ(daemon->process.wait(), 0);
 }
 

@@ -223,7 +223,7 @@ TEST_F(Terminals, AFailedEventEndsTheirFollowingAndNothingElse) {
     EXPECT_TRUE(wait_until([&] { return read_file(syslog_ng_conf) != before; })) << "no change is followed";
     EXPECT_FALSE(has_output(failed.number()));
     EXPECT_FALSE(has_output(later.number()));
-    daemon->process.kill(SIGHUP);
+    signal_daemon(SIGHUP);
     ASSERT_TRUE(daemon->wait_ready());
     wait_until_serving();
 }
@@ -232,7 +232,7 @@ TEST_F(Terminals, ARestartForgetsTheOpenOnes) {
     start_everything();
     Terminal terminal;
     ASSERT_TRUE(wait_for_output(terminal.number()));
-    daemon->process.kill(SIGHUP);
+    signal_daemon(SIGHUP);
     ASSERT_TRUE(daemon->wait_ready());
     EXPECT_TRUE(wait_for_no_output(terminal.number()));
 }
@@ -326,7 +326,7 @@ TEST_F(Terminals, FiveHundredLeaveNothingBehind) {
     if (!sanitized) {
         EXPECT_LT(own_kilobytes(), memory_before + 300) << "kilobytes";
     }
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
 }
 
 TEST_F(Terminals, FortyWithRealSyslogNgLeaveNothingBehind) {
@@ -387,7 +387,7 @@ TEST_F(Terminals, ChangesAndTerminalEventsTogetherKeepTheFileWhole) {
     set({{"syslog.rsh.level", "notice"}, {"syslog.kernel.level", "critical"}});
     EXPECT_TRUE(wait_until([] { return contents(syslog_ng_conf) == golden("syslog_ng/defaults.conf"); }));
     EXPECT_TRUE(wait_until([] { return contents(printk) == "2\n"; }));
-    EXPECT_EQ(daemon->process.terminate(), 0);
+    EXPECT_EQ(stop_daemon(), 0);
 }
 
 TEST_F(Terminals, OneThatNobodyReadsStallsEveryOutputUntilItLeaves) {
