@@ -116,17 +116,14 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     }
     void check_what_the_link_named() { EXPECT_EQ(read_file(scratch / "elsewhere"), "not to be written\n"); }
 
-    void remove_reload_program() { std::filesystem::rename(reload_program, reload_program_aside); }
+    void remove_reload_program() { take_reload_program_away(); }
     void let_reload_fail() { replace_reload_program("exit 1"); }
     void let_reload_be_killed() { replace_reload_program("kill -9 $$"); }
     void let_reload_hang() { replace_reload_program("exec sleep infinity"); }
     void slow_reload_down() {
         replace_reload_program(fmt::format("sleep 0.3; exec {} \"$@\"", reload_program_aside));
     }
-    void put_reload_program_back() {
-        std::filesystem::remove(reload_program);
-        FollowedBoard::put_reload_program_back();
-    }
+    void put_reload_program_back() { FollowedBoard::put_reload_program_back(); }
 
     void take_bash_away() {
         expect_mounted(mount("/dev/null", "/usr/bin/bash", nullptr, MS_BIND, nullptr), "bash");

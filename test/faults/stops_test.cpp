@@ -100,7 +100,6 @@ TEST_P(StopsDuring, APhaseEndWithStatus0AndLeaveWholeFiles) {
     }
     terminal.reset();
 
-    std::filesystem::remove(reload_program);
     put_reload_program_back();
     start_daemon();
     wait_until_serving();

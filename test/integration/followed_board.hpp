@@ -73,9 +73,16 @@ class FollowedBoard : public Board {
     static constexpr char const* reload_program = "/usr/sbin/syslog-ng-ctl";
     static constexpr char const* reload_program_aside = "/usr/sbin/syslog-ng-ctl.aside";
 
+    /// Leaves syslog-ng-ctl at `reload_program_aside` only. An ordinary user cannot rename what is root's
+    /// outside.
+    static void take_reload_program_away() {
+        std::filesystem::copy_file(reload_program, reload_program_aside);
+        std::filesystem::remove(reload_program);
+    }
+
     /// Puts a shell script in the place of syslog-ng-ctl, which lies at `reload_program_aside` meanwhile.
     static void replace_reload_program(std::string const& script) {
-        std::filesystem::rename(reload_program, reload_program_aside);
+        take_reload_program_away();
         write_file(reload_program, "#!/bin/sh\n" + script + "\n");
         std::filesystem::permissions(reload_program, std::filesystem::perms{0755});
     }
