@@ -55,8 +55,12 @@ void write_rules(char* end, std::string_view category, std::size_t count,
 std::string ZlogConfigGenerator::generate(std::string_view category, unsigned short level) {
     auto constexpr levels = ZLOG_LEVEL_TO_STRING_TABLE.size();
     auto const count = std::min<std::size_t>(level + 1U, levels);
-    std::string text(count * category.size() + sizes_before.at(count), '\0');
-    write_rules(text.data(), category, count, std::make_index_sequence<levels>{});
+    auto const size = count * category.size() + sizes_before.at(count);
+    std::string text;
+    text.resize_and_overwrite(size, [&](char* begin, std::size_t /*room*/) {
+        write_rules(begin, category, count, std::make_index_sequence<levels>{});
+        return size;
+    });
     return text;
 }
 
