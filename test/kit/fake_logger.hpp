@@ -40,6 +40,14 @@ class FakeLogger : public core::ILogger {
         return all;
     }
 
+    std::vector<core::LogLevel> levels() const {
+        std::vector<core::LogLevel> all;
+        for (auto const& line : lines()) {
+            all.push_back(line.level);
+        }
+        return all;
+    }
+
   private:
     core::LogLevel lowest;
     mutable std::mutex mutex;

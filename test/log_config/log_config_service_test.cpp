@@ -674,6 +674,19 @@ TEST_F(LogConfigServiceTest, AFailingSyslogUpdateKeepsKernelAndFilesUntouched) {
     EXPECT_THAT(outputs->trace, ElementsAre("syslog"));
 }
 
+TEST_F(LogConfigServiceTest, AnExceptionBeforeAnOutputIsReachedKeepsTheLaterOnesUntouched) {
+    spy.make_throw(accessor("syslog_kernel"), "broken");
+    spy.make_throw("init_SyslogNetworkDest", "broken");
+    auto const reported =
+        ElementsAre("An std::exception was thrown: broken ", "Error: Exception", "Error: Exception");
+    EXPECT_THAT(change(*make_service(), {55, 58}), IsError(Error::Exception, ""));
+    EXPECT_THAT(logger->texts(), reported);
+    logger = std::make_shared<FakeLogger>();
+    EXPECT_THAT(change(*make_service(ServiceMode::Standby), {52, 55, 58}), IsError(Error::Exception, ""));
+    EXPECT_THAT(logger->texts(), reported);
+    EXPECT_THAT(outputs->trace, IsEmpty());
+}
+
 TEST_F(LogConfigServiceTest, AFailingFileKeepsTheLaterFilesUntouched) {
     let_fail("file 1", Error::CommonError, "Failed update_config for module 9");
     EXPECT_THAT(change(*make_service(), {71}), IsError(Error::CommonError, ""));

@@ -63,6 +63,7 @@ namespace {
 
 using core::Error;
 using core::fail;
+using core::LogLevel;
 using core::UniqueFd;
 using test::EventQueue;
 using test::FakeLogger;
@@ -70,6 +71,7 @@ using test::FakeSystemWrapper;
 using test::IsError;
 using test::IsOk;
 using test::wait_until;
+using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
@@ -173,7 +175,7 @@ TEST_F(PtsPollerTest, ANewTerminalIsReportedWithItsBareName) {
     open_terminal("5");
     expect_event(5, RemoteLoggerAction::Add);
     EXPECT_THAT(logger->texts(), ElementsAre("Poller start", "Add remote shell 5"));
-    EXPECT_EQ(logger->lines().at(1).level, core::LogLevel::Debug);
+    EXPECT_EQ(logger->lines().at(1).level, LogLevel::Debug);
     EXPECT_THAT(system->commands(), IsEmpty());
 }
 
@@ -247,7 +249,7 @@ TEST_F(PtsPollerTest, ACheckThatCannotRunIsLoggedAndReportsNothing) {
     EXPECT_THAT(logger->texts(),
                 ElementsAre("Poller start", "Add remote shell 5",
                             "Failed remote shell check need close " + terminal("5"), "Add remote shell 6"));
-    EXPECT_EQ(logger->lines().at(2).level, core::LogLevel::Error);
+    EXPECT_EQ(logger->lines().at(2).level, LogLevel::Error);
 }
 
 TEST_F(PtsPollerTest, ASyncThatCannotRunIsLoggedAndTheCloseIsHandledAllTheSame) {
@@ -261,6 +263,8 @@ TEST_F(PtsPollerTest, ASyncThatCannotRunIsLoggedAndTheCloseIsHandledAllTheSame) 
     EXPECT_THAT(logger->texts(), ElementsAre("Poller start", "Add remote shell 5",
                                              "Failed sync for directory " + folder.path().string(),
                                              "Remove remote shell " + terminal("5")));
+    EXPECT_THAT(logger->levels(),
+                ElementsAre(LogLevel::Debug, LogLevel::Debug, LogLevel::Error, LogLevel::Debug));
 }
 
 TEST_F(PtsPollerTest, TheStatusOfSyncIsNotLookedAt) {
@@ -400,11 +404,12 @@ TEST_F(PtsPollerTest, AStopFromInsideTheLoopEndsItWithAWordWhenNoWakeUpComes) {
     open_terminal("5");
     EXPECT_THAT(poller->polling(), IsOk());
     EXPECT_THAT(logger->texts(), ElementsAre("Poller start", "Add remote shell 5", "Poller stop"));
+    EXPECT_THAT(logger->levels(), Each(LogLevel::Debug));
     EXPECT_FALSE(poller->get_polling_flag());
 }
 
 TEST_F(PtsPollerTest, NothingIsWrittenForALevelThatIsOff) {
-    logger = std::make_shared<FakeLogger>(core::LogLevel::Fatal);
+    logger = std::make_shared<FakeLogger>(LogLevel::Fatal);
     system->answer = [](auto const&) -> Result<int> { return fail(Error::CommonError, "no shell"); };
     auto const poller = poller_with(queueing());
     RunningPoller const running{*poller};

@@ -90,8 +90,7 @@ TEST_F(RemoteShellLoggerTest, AnErrorOfTheLoopEndsTheThreadSilently) {
 }
 
 TEST_F(RemoteShellLoggerTest, AStopThatComesBeforeTheLoopIsNotSeen) {
-    // The logger holds the thread at its very beginning, before the loop; what then ends the loop is an
-    // error.
+    // The logger tells when the loop begins; what then ends it is an error.
     class HoldingLogger : public FakeLogger {
       public:
         bool is_enabled(core::LogLevel level) const override {
