@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <system_error>
 
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -18,20 +17,16 @@ EventFlag::EventFlag()
 }
 
 core::Result<void> EventFlag::raise() const {
+    up = true;
     int const errno_before = errno;
     std::uint64_t const one = 1;
     // EAGAIN: the counter is full, so the flag is raised already.
-    bool const raised = ::write(fd(), &one, sizeof one) == sizeof one || errno == EAGAIN;
+    bool const written = ::write(fd(), &one, sizeof one) == sizeof one || errno == EAGAIN;
     errno = errno_before;
-    if (!raised) {
+    if (!written) {
         return core::ErrorPayload{core::Error::CommonError}; // no text: making one would allocate
     }
     return core::success();
-}
-
-bool EventFlag::raised() const {
-    pollfd watched{fd(), POLLIN, 0};
-    return ::poll(&watched, 1, 0) > 0;
 }
 
 } // namespace xpon::service

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 #include "core/result.hpp"
 #include "core/unique_fd.hpp"
 
@@ -14,13 +16,16 @@ class EventFlag {
     /// Any number of times, from any thread. Async-signal-safe, allocates nothing, leaves `errno` alone.
     core::Result<void> raise() const;
 
-    bool raised() const;
+    /// What came before the raising is visible to whoever finds it raised.
+    bool raised() const { return up; }
 
     /// Readable once the flag is raised.
     int fd() const { return descriptor.get(); }
 
   private:
-    core::UniqueFd descriptor;
+    core::UniqueFd descriptor;            // wakes; it hands nothing over in the language's eyes
+    mutable std::atomic<bool> up = false; // set by any thread or signal handler, before the descriptor
+    static_assert(decltype(up)::is_always_lock_free);
 };
 
 } // namespace xpon::service

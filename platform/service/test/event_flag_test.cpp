@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <limits>
+#include <thread>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -9,6 +10,7 @@
 #include <unistd.h>
 
 #include "kit/matchers.hpp"
+#include "kit/wait_readable.hpp"
 
 namespace xpon::service {
 namespace {
@@ -24,6 +26,19 @@ TEST(EventFlag, IsRaisedOnceAndForAll) {
     EXPECT_TRUE(flag.raised());
     EXPECT_THAT(flag.raise(), IsOk());
     EXPECT_TRUE(flag.raised());
+}
+
+TEST(EventFlag, HandsOverWhatCameBeforeIt) {
+    EventFlag const flag;
+    int handed_over = 0; // watched by the thread sanitizer
+    std::thread receiver{[&] {
+        EXPECT_TRUE(test::wait_readable(flag.fd(), test::default_deadline));
+        EXPECT_TRUE(flag.raised());
+        EXPECT_EQ(handed_over, 1);
+    }};
+    handed_over = 1;
+    EXPECT_THAT(flag.raise(), IsOk());
+    receiver.join();
 }
 
 TEST(EventFlag, LeavesErrnoAloneAlsoWhenItIsFull) {
