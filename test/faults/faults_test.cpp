@@ -382,7 +382,7 @@ constexpr std::array faults{
     Fault{"LinkInPlace", "a symbolic link in the place of a file", "the file is replaced",
           nullptr, &Faults::put_link_in_place, &Faults::check_what_the_link_named},
 
-    Fault{"NoReloadProgram", "syslog-ng-ctl missing", "it is renamed",
+    Fault{"NoReloadProgram", "syslog-ng-ctl missing", "it is moved aside",
           "Failed reload syslog", &Faults::remove_reload_program, &Faults::put_reload_program_back},
     Fault{"FailingReload", "syslog-ng-ctl failing", "a script that exits 1 in its place",
           "Failed reload syslog", &Faults::let_reload_fail, &Faults::put_reload_program_back},

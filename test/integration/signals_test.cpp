@@ -65,10 +65,10 @@ TEST_F(Signals, SighupRebuildsEverythingFromTheDatabase) {
 TEST_F(Signals, SighupFollowedBySigtermInTheSameCycleEndsWith0) {
     start_daemon();
     ASSERT_TRUE(wait_until_logged(log_file));
-    signal_daemon(SIGSTOP); // so that both are pending before either is handled
+    daemon->process.kill(SIGSTOP); // so that both are pending before either is handled
     signal_daemon(SIGHUP);
     signal_daemon(SIGTERM);
-    signal_daemon(SIGCONT);
+    daemon->process.kill(SIGCONT);
     EXPECT_EQ(daemon->process.wait(), 0);
     EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping));
 }

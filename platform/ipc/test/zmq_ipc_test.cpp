@@ -123,7 +123,7 @@ TEST_F(ZmqIpcTest, WhatWaitsInAnEndpointTakesLittleMemoryAndIsNotLost) {
     auto const before = in_use();
     for (std::uint16_t event = first; event <= last; ++event) {
         ASSERT_THAT(sender->send(to(everybody, event), payload), IsOk());
-        // Both readers have a share of what the broker sends.
+        // What two others have taken, the broker has sent to the third as well, as far as that takes it.
         ASSERT_TRUE(test::wait_event(*reader, event));
         ASSERT_TRUE(test::wait_event(*sender, event));
     }
