@@ -2,12 +2,10 @@
 #include <array>
 #include <fstream>
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
 #include "integration/followed_board.hpp"
 #include "integration/terminal.hpp"
 #include "integration/torn_file_reader.hpp"
+#include "kit/fifo.hpp"
 #include "kit/random.hpp"
 #include "kit/report.hpp"
 
@@ -41,22 +39,10 @@ class Stops : public FollowedBoard {
         start_broker();
     }
 
-    /// From now on a reload says that it has begun, and waits for `release`.
+    /// From now on a reload says at `begun` that it has begun, and waits at `go_on`.
     void hold_reloads() {
-        for (auto const& fifo : {begun, go_on}) {
-            ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-        }
-        replace_reload_program(fmt::format(": >{}; : <{}; exec {} \"$@\"", begun.string(), go_on.string(),
-                                           reload_program_aside));
-    }
-    void wait_until_held() const {
-        // Waits for whoever writes into it.
-        core::UniqueFd const held{open(begun.c_str(), O_RDONLY | O_CLOEXEC)};
-        ASSERT_TRUE(held);
-    }
-    void release() const {
-        core::UniqueFd const released{open(go_on.c_str(), O_WRONLY | O_CLOEXEC)};
-        ASSERT_TRUE(released);
+        replace_reload_program(
+            fmt::format(": >{}; : <{}; exec {} \"$@\"", begun.path(), go_on.path(), reload_program_aside));
     }
 
     static std::vector<std::string> temporaries() {
@@ -73,8 +59,8 @@ class Stops : public FollowedBoard {
     }
 
     std::optional<Terminal> terminal;
-    std::filesystem::path begun = scratch / "begun";
-    std::filesystem::path go_on = scratch / "go-on";
+    Fifo begun{scratch / "begun"};
+    Fifo go_on{scratch / "go-on"};
 };
 
 class StopsDuring : public Stops, public testing::WithParamInterface<Phase> {};
@@ -89,9 +75,9 @@ TEST_P(StopsDuring, APhaseEndWithStatus0AndLeaveWholeFiles) {
     }
     hold_reloads();
     (this->*phase.enter)();
-    wait_until_held();
+    ASSERT_TRUE(begun.wait_for_writer());
     signal_daemon(SIGTERM);
-    release();
+    ASSERT_TRUE(go_on.feed(""));
     EXPECT_EQ(daemon->process.wait(), 0);
     EXPECT_THAT(temporaries(), testing::IsEmpty());
     if (reader) {
@@ -119,7 +105,7 @@ TEST_F(Stops, DuringAReloadThatHangsWaitForItsLimit) {
     wait_until_serving();
     hold_reloads();
     change();
-    wait_until_held();
+    ASSERT_TRUE(begun.wait_for_writer());
     signal_daemon(SIGTERM);
     EXPECT_EQ(daemon->process.wait(std::chrono::seconds{60}), 0) << "a command is killed after 30 s";
     EXPECT_THAT(temporaries(), testing::IsEmpty());

@@ -1,8 +1,6 @@
 #include "integration/board.hpp"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
+#include "kit/fifo.hpp"
 #include "xpon/log_config/zlog_files/config_files.hpp"
 
 namespace xpon::test {
@@ -26,16 +24,13 @@ class Signals : public Board {
 
 TEST_F(Signals, BeforeReadyAreIgnored) {
     // The logging context opens this file and waits until somebody writes into it.
-    auto const held_up_by = std::string{zlog_folder} + "LOG-CONFIG.conf";
-    ASSERT_EQ(mkfifo(held_up_by.c_str(), 0644), 0);
+    Fifo const hold_up{std::string{zlog_folder} + "LOG-CONFIG.conf"};
     launch_daemon();
     ASSERT_TRUE(daemon->notifications.wait_for(starting));
     signal_daemon(SIGTERM);
     signal_daemon(SIGINT);
     signal_daemon(SIGHUP);
-    core::UniqueFd go_on{open(held_up_by.c_str(), O_WRONLY | O_CLOEXEC)};
-    ASSERT_TRUE(go_on);
-    go_on.reset();
+    ASSERT_TRUE(hold_up.feed(""));
     ASSERT_TRUE(daemon->wait_ready());
     EXPECT_TRUE(wait_until_logged(log_file));
     EXPECT_THAT(notified(), ElementsAre(starting, ready));

@@ -5,10 +5,10 @@
 #include <thread>
 
 #include <sys/mount.h>
-#include <sys/stat.h>
 
 #include "integration/raw_database.hpp"
 #include "integration/terminal.hpp"
+#include "kit/fifo.hpp"
 #include "kit/sanitized.hpp"
 
 namespace xpon::test {
@@ -239,10 +239,9 @@ TEST_F(Terminals, ARestartForgetsTheOpenOnes) {
 
 TEST_F(Terminals, OneOfTheScriptProgramIsFollowed) {
     start_everything();
-    auto const go = scratch / "go";
-    ASSERT_EQ(mkfifo(go.c_str(), 0600), 0);
-    ChildProcess login{{.argv = {"script", "--quiet", "--flush", "--command", "cat " + go.string(),
-                                 scratch / "typescript"}}};
+    Fifo const go{scratch / "go"};
+    ChildProcess login{
+        {.argv = {"script", "--quiet", "--flush", "--command", "cat " + go.path(), scratch / "typescript"}}};
     auto const number = wait_for_a_terminal();
     ASSERT_TRUE(wait_for_output(number));
     EXPECT_TRUE(wait_until([&] {
@@ -251,7 +250,7 @@ TEST_F(Terminals, OneOfTheScriptProgramIsFollowed) {
         return wait_until([&] { return contents(scratch / "typescript").find(token) != std::string::npos; },
                           std::chrono::milliseconds{200});
     }));
-    write_file(go, "");
+    ASSERT_TRUE(go.feed(""));
     EXPECT_TRUE(login.wait());
     expect_gone(number);
 }
@@ -270,14 +269,13 @@ TEST_F(Terminals, ASecureShellLoginIsFollowed) {
                            key.string() +
                            ".pub\nStrictModes no\nPermitRootLogin yes\nUsePAM no\nPidFile none\n");
     ChildProcess const sshd{{.argv = {"/usr/sbin/sshd", "-D", "-f", config}}};
-    auto const go = scratch / "go";
-    ASSERT_EQ(mkfifo(go.c_str(), 0600), 0);
+    Fifo const go{scratch / "go"};
     auto const shown = scratch / "shown";
     std::optional<ChildProcess> login;
     ASSERT_TRUE(wait_until([&] {
         login.emplace(
             Command{.argv = {"ssh", "-tt", "-q", "-p", "2222", "-i", key, "-o", "StrictHostKeyChecking=no",
-                             "-o", "UserKnownHostsFile=/dev/null", "root@127.0.0.1", "cat " + go.string()},
+                             "-o", "UserKnownHostsFile=/dev/null", "root@127.0.0.1", "cat " + go.path()},
                     .environment = {},
                     .output = shown});
         return !login->wait(std::chrono::milliseconds{500}); // it stays once sshd listens
@@ -290,7 +288,7 @@ TEST_F(Terminals, ASecureShellLoginIsFollowed) {
         return wait_until([&] { return contents(shown).find(token) != std::string::npos; },
                           std::chrono::milliseconds{200});
     }));
-    write_file(go, "");
+    ASSERT_TRUE(go.feed(""));
     EXPECT_TRUE(login->wait());
     expect_gone(number);
 }

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "core/uninterrupted.hpp"
 
 namespace xpon::config_writer {
 
@@ -21,18 +22,9 @@ using core::Error;
 using core::ErrorPayload;
 using core::Result;
 using core::success;
+using core::uninterrupted;
 
 constexpr mode_t file_mode = 0644;
-
-/// Repeats a system call for as long as signals interrupt it.
-template <class Call>
-auto uninterrupted(Call call) {
-    auto result = call();
-    while (result < 0 && errno == EINTR) {
-        result = call();
-    }
-    return result;
-}
 
 /// The new file on its way to the target's name; what has not got there is removed.
 class Replacement {

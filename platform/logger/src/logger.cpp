@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "core/uninterrupted.hpp"
 #include "core/unique_fd.hpp"
 #include "rules_in_force.hpp"
 
@@ -24,15 +25,16 @@ using core::Error;
 using core::fail;
 using core::Result;
 using core::success;
+using core::uninterrupted;
 
 ZlogFile load_zlog_file(std::filesystem::path const& path) {
-    core::UniqueFd const file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
+    core::UniqueFd const file{uninterrupted([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC); })};
     std::string text;
     std::array<char, 4096> part{};
     ssize_t size = file ? 1 : -1;
     while (size > 0) {
         // NOLINTNEXTLINE(clang-analyzer-unix.BlockInCriticalSection): one reload after the other is wanted
-        size = ::read(file.get(), part.data(), part.size());
+        size = uninterrupted([&] { return ::read(file.get(), part.data(), part.size()); });
         text.append(part.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     }
     return size == 0 ? read_zlog_file(text) : unreadable_zlog_file(std::generic_category().message(errno));

@@ -3,13 +3,17 @@
 #include <array>
 #include <atomic>
 #include <bit>
+#include <csignal>
 #include <filesystem>
+#include <future>
 #include <thread>
 
 #include <gmock/gmock.h>
 
+#include "kit/fifo.hpp"
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
+#include "kit/wait_until.hpp"
 #include "zlog_texts.hpp"
 
 namespace xpon::logger {
@@ -180,6 +184,51 @@ TEST_F(LoggerTest, ALargeFileIsReadWhole) {
     auto const context = context_with(rules + zlog_rules("LAST", 0));
     EXPECT_EQ(levels_of(Logger{"ONT_15/255"}), "DINWEF");
     EXPECT_EQ(levels_of(Logger{"LAST"}), "-----F");
+}
+
+std::atomic<int> signals_handled{0};
+
+/// Sends a thread the signal, whose handler counts it, once it waits for something.
+testing::AssertionResult interrupt(pid_t thread, int signal) {
+    auto const stat = "/proc/self/task/" + std::to_string(thread) + "/stat";
+    if (!test::wait_until([&] { return test::read_file(stat).find(") S ") != std::string::npos; })) {
+        return testing::AssertionFailure() << "it does not wait";
+    }
+    int const before = signals_handled;
+    if (tgkill(getpid(), thread, signal) != 0 ||
+        !test::wait_until([before] { return signals_handled > before; })) {
+        return testing::AssertionFailure() << "the signal is not handled";
+    }
+    return testing::AssertionSuccess();
+}
+
+TEST_F(LoggerTest, ASignalWhileAFileIsReadCostsNoRule) {
+    struct sigaction counting{}; // does not ask that the interrupted calls go on
+    struct sigaction before{};
+    counting.sa_handler = [](int) { ++signals_handled; };
+    ASSERT_EQ(sigaction(SIGUSR1, &counting, &before), 0);
+
+    test::Fifo const file{path};
+    std::promise<pid_t> reader;
+    auto context = std::async(std::launch::async, [&] {
+        reader.set_value(gettid());
+        return Logger::create_context(path, "TEST", 0);
+    });
+    auto const thread = reader.get_future().get();
+    EXPECT_TRUE(interrupt(thread, SIGUSR1)) << "while it opens the file";
+    {
+        auto const writing = file.wait_for_reader();
+        EXPECT_TRUE(writing);
+        EXPECT_TRUE(interrupt(thread, SIGUSR1)) << "while it reads";
+        auto const text = zlog_header + zlog_rules("DNA", 1);
+        EXPECT_EQ(write(writing.get(), text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    }
+    auto const in_force = context.get();
+    EXPECT_THAT(in_force, IsOk());
+    EXPECT_EQ(levels_of(Logger{"DNA"}), "----EF");
+    EXPECT_EQ(levels_of(Logger{"SNMP"}), "------") << "the file is whole";
+
+    sigaction(SIGUSR1, &before, nullptr);
 }
 
 TEST_F(LoggerTest, LevelsAreAskedWhileRulesChange) {

@@ -18,6 +18,7 @@ extern "C" {
 }
 
 #include "core/failure.hpp"
+#include "core/uninterrupted.hpp"
 #include "core/unique_fd.hpp"
 
 namespace xpon::system_wrapper {
@@ -126,10 +127,8 @@ bool ends_within(pid_t pid, milliseconds limit) {
 /// The exit status, or -1 with errno where it cannot be had.
 int reap(pid_t pid) {
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) {
-            return -1;
-        }
+    if (core::uninterrupted([&] { return ::waitpid(pid, &status, 0); }) < 0) {
+        return -1;
     }
     return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
 }

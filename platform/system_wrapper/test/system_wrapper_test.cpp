@@ -20,6 +20,7 @@
 
 #include "core/blocked_signals.hpp"
 #include "core/unique_fd.hpp"
+#include "kit/fifo.hpp"
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_until.hpp"
@@ -276,10 +277,10 @@ TEST(SystemWrapper, OutputGoesWhereTheCallerSendsIts) {
 TEST(SystemWrapper, ACommandThatLeavesProcessesBehindEndsWhenItEndsItself) {
     CommandPipe const pipe;
     ScratchFolder const folder;
-    auto const gate = (folder / "gate").string();
-    ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
-    EXPECT_THAT(run("(read -r word < " + gate + "; echo $word > " + pipe.path() + ") & exit 6"), IsOkAnd(6));
-    test::write_file(gate, "later\n");
+    test::Fifo const gate{folder / "gate"};
+    EXPECT_THAT(run("(read -r word < " + gate.path() + "; echo $word > " + pipe.path() + ") & exit 6"),
+                IsOkAnd(6));
+    EXPECT_TRUE(gate.feed("later\n"));
     EXPECT_EQ(pipe.read_to_end(), "later\n");
 }
 
@@ -389,16 +390,15 @@ class SignalStorm {
 
 TEST(SystemWrapper, ACommandSurvivesAStormOfSignalsAtItsCaller) {
     ScratchFolder const folder;
-    auto const gate = (folder / "gate").string();
-    ASSERT_EQ(mkfifo(gate.c_str(), 0600), 0);
+    test::Fifo const gate{folder / "gate"};
     handled = 0;
     SignalStorm const storm{pthread_self()};
     // The command ends only after the caller has been interrupted a thousand times.
     std::thread opener{[&gate] {
         EXPECT_TRUE(test::wait_until([] { return handled > 1000; }));
-        test::write_file(gate, "go\n");
+        EXPECT_TRUE(gate.feed("go\n"));
     }};
-    EXPECT_THAT(run("read -r word < " + gate + "; [ $word = go ] && exit 12"), IsOkAnd(12));
+    EXPECT_THAT(run("read -r word < " + gate.path() + "; [ $word = go ] && exit 12"), IsOkAnd(12));
     opener.join();
 }
 
@@ -409,12 +409,12 @@ TEST(SystemWrapper, TheLimitHoldsInAStormOfSignals) {
 
 TEST(SystemWrapper, CommandsOfSeveralThreadsRunSideBySide) {
     ScratchFolder const folder;
-    auto const meeting = (folder / "meeting").string();
-    ASSERT_EQ(mkfifo(meeting.c_str(), 0600), 0);
+    test::Fifo const meeting{folder / "meeting"};
     SystemWrapper system;
     // Each waits for the other: one after the other they would both be killed.
-    auto other = std::async(std::launch::async, [&] { return system.execute("echo word > " + meeting); });
-    EXPECT_THAT(system.execute("read -r word < " + meeting + " && [ $word = word ]"), IsOkAnd(0));
+    auto other =
+        std::async(std::launch::async, [&] { return system.execute("echo word > " + meeting.path()); });
+    EXPECT_THAT(system.execute("read -r word < " + meeting.path() + " && [ $word = word ]"), IsOkAnd(0));
     EXPECT_THAT(other.get(), IsOkAnd(0));
 }
 

@@ -16,6 +16,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "core/uninterrupted.hpp"
 #include "core/unique_fd.hpp"
 
 namespace xpon::logctl {
@@ -104,8 +105,7 @@ core::Result<Finished> run_program(std::vector<std::string> const& argv, std::st
         kill(-pid, SIGKILL);
     }
     siginfo_t info{};
-    while (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED) != 0 && errno == EINTR) {
-    }
+    core::uninterrupted([&] { return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED); });
     if (!ended) {
         return fail(Error::CommonError, "{}: does not answer within {} s", argv.front(),
                     std::chrono::duration<double>{limit}.count());

@@ -2,12 +2,11 @@
 
 #include <algorithm>
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "core/unique_fd.hpp"
+#include "kit/fifo.hpp"
 #include "kit/golden.hpp"
 #include "logctl.hpp"
 #include "xpon/cfgdb/trial.hpp"
@@ -126,14 +125,14 @@ TEST_F(Confirm, AValueThatWasNotAllowedIsNotPutBack) {
 }
 
 TEST_F(Confirm, TheProcessInTheBackgroundWaitsForALateChange) {
-    auto const pipe = logctl.scratch / "pipe";
-    ASSERT_EQ(mkfifo(pipe.c_str(), S_IRUSR | S_IWUSR), 0);
+    test::Fifo const pipe{logctl.scratch / "pipe"};
     auto const long_ago = cfgdb::BootInstant::in(-1);
     test::ChildProcess guard{
         {.argv = {"bash", "-c", R"(exec "$@" < "$PIPE")", "bash", LOGCTL_PROGRAM, "--database",
                   logctl.database, "commit-confirm", "--guard", std::to_string(long_ago.seconds)},
-         .environment = {"PIPE=" + pipe.string()}}};
-    core::UniqueFd undecided{open(pipe.c_str(), O_WRONLY | O_CLOEXEC)};
+         .environment = {"PIPE=" + pipe.path()}}};
+    auto undecided = pipe.wait_for_reader();
+    ASSERT_TRUE(undecided);
     EXPECT_TRUE(test::wait_until([&] { return !guards().empty(); }));
     cfgdb::Transaction transaction;
     ASSERT_TRUE(transaction.set("syslog.rsh.level", "debug").has_value());
