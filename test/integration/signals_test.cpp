@@ -94,8 +94,9 @@ TEST_F(Signals, AStormOfSighupsLeavesTheDaemonServing) {
     ASSERT_TRUE(wait_until([&] { return children().empty(); })); // a command that runs takes some for itself
     auto const descriptors_before = descriptors();
     auto const threads_before = threads();
-    for (int count = 0; count < 10000; ++count) {
-        signal_daemon(SIGHUP);
+    signal_daemon(SIGHUP);
+    for (int count = 1; count < 10000; ++count) {
+        daemon->process.kill(SIGHUP); // blindly, whatever the daemon does at the moment
     }
     // Restarts that the storm asked for may still be under way; each ends with as many READY=1 as starts.
     EXPECT_TRUE(wait_until([&] {
