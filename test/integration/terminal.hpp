@@ -37,6 +37,9 @@ class Terminal {
     }
     void close_slave() { slave.reset(); }
 
+    /// Drops what is on its way to the screen. There is room again, but whoever waits for it is not told.
+    void drop_output() const { tcflush(slave.get(), TCOFLUSH); }
+
     /// Closes the terminal so that its node is gone before the close event.
     void hang_up() {
         master.reset();

@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 #include <poll.h>
+#include <sys/epoll.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -114,14 +115,47 @@ std::map<unsigned, std::uint64_t> sent_messages() {
     return sent;
 }
 
-/// The terminals that a process has open and that take nothing more. A second descriptor of the same open
-/// file is asked: when it is closed, nobody who watches the terminal hears of it.
-std::set<unsigned> full_terminals(Process const& process) {
-    std::set<unsigned> full;
+/// The descriptors of a process that it waits for until they take more, as its epoll instances tell.
+std::set<unsigned> awaited_descriptors(Process const& process) {
+    std::set<unsigned> awaited;
+    auto const folder = fmt::format("/proc/{}/fd", process.pid);
+    for (auto const fd : numbers_in(folder.c_str())) {
+        std::error_code failed;
+        if (std::filesystem::read_symlink(fmt::format("{}/{}", folder, fd), failed) !=
+            "anon_inode:[eventpoll]") {
+            continue;
+        }
+        // Such as "tfd:       17 events:       1c data:     564ee093c8a8".
+        std::istringstream lines{file_text(fmt::format("{}info/{}", folder, fd)).value_or("")};
+        for (std::string line; std::getline(lines, line);) {
+            std::istringstream words{line};
+            std::string label;
+            unsigned target = 0;
+            unsigned events = 0;
+            if (words >> label >> target && label == "tfd:" && words >> label >> std::hex >> events &&
+                (events & EPOLLOUT) != 0) {
+                awaited.insert(target);
+            }
+        }
+    }
+    return awaited;
+}
+
+/// Of the terminals that a process has open.
+struct BusyTerminals {
+    std::set<unsigned> full;    ///< take nothing more
+    std::set<unsigned> awaited; ///< the process waits until they take more
+};
+
+/// A second descriptor of the same open file is asked whether it is full: when it is closed, nobody who
+/// watches the terminal hears of it.
+BusyTerminals busy_terminals(Process const& process) {
+    BusyTerminals busy;
     core::UniqueFd const target{static_cast<int>(syscall(SYS_pidfd_open, process.pid, 0))};
     if (!target) {
-        return full;
+        return busy;
     }
+    auto const awaited = awaited_descriptors(process);
     auto const folder = fmt::format("/proc/{}/fd", process.pid);
     for (auto const fd : numbers_in(folder.c_str())) {
         std::error_code failed;
@@ -133,10 +167,37 @@ std::set<unsigned> full_terminals(Process const& process) {
         core::UniqueFd const same{static_cast<int>(syscall(SYS_pidfd_getfd, target.get(), fd, 0))};
         pollfd writable{same.get(), POLLOUT, 0};
         if (same && poll(&writable, 1, 0) == 0) {
-            full.insert(*terminal);
+            busy.full.insert(*terminal);
+        }
+        if (awaited.contains(fd)) {
+            busy.awaited.insert(*terminal);
         }
     }
-    return full;
+    return busy;
+}
+
+/// The terminals that syslog-ng cannot go on with, of which it has sent so many messages before.
+std::set<unsigned> stalled_terminals(Process const& syslog_ng,
+                                     std::map<unsigned, std::uint64_t> const& sent_before) {
+    auto busy = busy_terminals(syslog_ng);
+    if (std::ranges::includes(busy.full, busy.awaited)) {
+        return busy.full;
+    }
+    // A terminal may take some more without that the kernel tells who waits for it. The wait for one that
+    // does go on ends each time that syslog-ng has a turn, and it has one when it is asked.
+    auto awaited = std::move(busy.awaited);
+    for (int turn = 0; turn < 2; ++turn) {
+        auto const sent = sent_messages();
+        busy = busy_terminals(syslog_ng);
+        std::erase_if(awaited, [&](unsigned terminal) {
+            auto const before = sent_before.find(terminal);
+            auto const now = sent.find(terminal);
+            return !busy.awaited.contains(terminal) || before == sent_before.end() || now == sent.end() ||
+                   now->second != before->second;
+        });
+    }
+    busy.full.merge(awaited);
+    return busy.full;
 }
 
 std::optional<ipc::Message> next_message(ipc::IIpc& bus, Clock::time_point end) {
@@ -183,14 +244,15 @@ core::Result<std::string> loaded_syslog_ng_conf() {
 
 std::vector<Terminal> terminals(std::optional<Process> const& syslog_ng) {
     auto const sent = syslog_ng ? sent_messages() : std::map<unsigned, std::uint64_t>{};
-    auto const full = syslog_ng ? full_terminals(*syslog_ng) : std::set<unsigned>{};
+    auto const stalled = syslog_ng ? stalled_terminals(*syslog_ng, sent) : std::set<unsigned>{};
     std::vector<Terminal> all;
     for (auto const number : numbers_in("/dev/pts")) {
         auto const found = sent.find(number);
         if (found == sent.end()) {
             all.push_back({number, TerminalState::Open, 0});
         } else {
-            all.push_back({number, full.contains(number) ? TerminalState::Stalled : TerminalState::Receiving,
+            all.push_back({number,
+                           stalled.contains(number) ? TerminalState::Stalled : TerminalState::Receiving,
                            found->second});
         }
     }

@@ -25,7 +25,7 @@ core::Result<std::string> loaded_syslog_ng_conf();
 enum class TerminalState {
     Open,      ///< there, but syslog-ng has no output for it
     Receiving, ///< gets what is logged
-    Stalled,   ///< takes no more, so that syslog-ng waits for it
+    Stalled,   ///< takes no more, or syslog-ng waits for it in vain
 };
 
 struct Terminal {
@@ -35,7 +35,7 @@ struct Terminal {
 };
 
 /// The terminals, from the names in /dev/pts and what syslog-ng says of them; none is opened. Whether one is
-/// stalled is seen at syslog-ng's own descriptor, which takes the permission to trace it.
+/// stalled is seen at syslog-ng's own descriptors, which takes the permission to trace it.
 std::vector<Terminal> terminals(std::optional<Process> const& syslog_ng);
 
 /// The last answer of each module, by its value, as the broker remembers them. Fails if there is no broker or

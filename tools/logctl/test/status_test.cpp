@@ -252,6 +252,26 @@ TEST_F(Status, OfTheTerminalsIsSeenWithoutOpeningThem) {
     EXPECT_THAT(status(), testing::EndsWith("\nnot in step: 0 of 28 outputs; a terminal is stalled\n"));
 }
 
+TEST_F(Status, ATerminalThatSyslogNgIsNotToldOfIsStalledAlthoughThereIsRoom) {
+    start_board();
+    test::Terminal terminal;
+    ASSERT_TRUE(test::wait_until(
+        [&] { return status().find("terminals  1 open, 1 receiving, 0 stalled\n") != std::string::npos; }));
+    for (int count = 0; count < 200; ++count) { // more than fits, and than syslog-ng takes in advance
+        log(LOG_ERR, unique_token() + std::string(500, 'x'));
+    }
+    ASSERT_TRUE(test::wait_until([&] { // and syslog-ng takes no more in advance
+        auto const seen = status();
+        return seen.find(" 1 stalled\n") != std::string::npos && seen == status();
+    }));
+    terminal.drop_output();
+    EXPECT_THAT(status(), HasSubstr("terminals  1 open, 0 receiving, 1 stalled\n"));
+    terminal.hang_up();
+    EXPECT_TRUE(test::wait_until(
+        [&] { return status().find("terminals  0 open, 0 receiving, 0 stalled\n") != std::string::npos; }));
+    EXPECT_EQ(logctl.run({"status"}).status, 0);
+}
+
 TEST_F(Status, DoesNotWaitForAStoppedSyslogNg) {
     start_board();
     syslog_ng->process.kill(SIGSTOP);
