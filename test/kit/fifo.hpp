@@ -2,10 +2,14 @@
 
 #include <cerrno>
 #include <filesystem>
+#include <string>
+#include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "core/unique_fd.hpp"
 #include "kit/wait_readable.hpp"
