@@ -3,6 +3,7 @@
 
 failed=()
 stages_start=$EPOCHREALTIME
+unpassed=build/unpassed.$$ # what run_tests wants finish to print
 
 print_since() { # START
     local -i microseconds=$((${EPOCHREALTIME/[.,]/} - ${1/[.,]/}))
@@ -26,8 +27,19 @@ stage() { # NAME COMMAND [ARGS...]
     fi
 }
 
+# ctest on the tests in FOLDER. What it says of those that did not pass, finish says again: much may be printed in between.
+run_tests() { # FOLDER [CTEST ARGS...]
+    local log=$1/ctest.log
+    if ! ctest --test-dir "$1" --output-on-failure --no-tests=error --parallel "$(nproc)" --output-log "$log" "${@:2}"; then
+        printf '\n== not passed in %s:\n' "$1" >>"$unpassed"
+        grep -vE '^\[[A-Z_]*OUTPUT\]|^ *Start +[0-9]+:| Passed +[0-9.]+ sec$|^$' "$log" >>"$unpassed"
+        return 1
+    fi
+}
+
 # The last line of the script $1, and its exit status.
 finish() {
+    [[ ! -e $unpassed ]] || { cat "$unpassed" && rm "$unpassed"; }
     printf '\n%s: %s after %s\n' "$1" "${failed[*]:+FAILED: }${failed[*]:-passed}" "$(print_since "$stages_start")"
     exit $((${#failed[@]} > 0))
 }
