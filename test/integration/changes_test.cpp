@@ -192,7 +192,10 @@ TEST_F(Answers, AModuleThatMissedANotificationReadsItsFileWhenTheBrokerIsBack) {
     broker->process.kill(SIGKILL);
     broker->process.wait();
     write_file(zlog_path(snmp), golden("zlog_defaults/SNMP.conf"));
+    module->process.kill(SIGSTOP); // so that its answer comes when it is listened for
     start_broker();
+    ASSERT_TRUE(wait_connected(*bus));
+    module->process.kill(SIGCONT);
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
 }
 
