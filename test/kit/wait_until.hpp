@@ -12,13 +12,16 @@ inline constexpr std::chrono::seconds default_deadline{20};
 template <class Condition>
 bool wait_until(Condition holds, std::chrono::milliseconds deadline = default_deadline) {
     auto const end = std::chrono::steady_clock::now() + deadline;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() >= end) {
+    for (;;) {
+        bool const over = std::chrono::steady_clock::now() >= end;
+        if (holds()) { // looked at after the deadline too: the machine may have stood still
+            return true;
+        }
+        if (over) {
             return false;
         }
         std::this_thread::sleep_for(std::chrono::milliseconds{1});
     }
-    return true;
 }
 
 } // namespace xpon::test

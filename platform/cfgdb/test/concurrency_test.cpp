@@ -4,11 +4,13 @@
 #include <memory>
 #include <set>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "kit/wait_until.hpp"
 #include "readers.hpp"
 #include "support.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
@@ -20,6 +22,19 @@ namespace {
 constexpr int writers = 4;
 constexpr int commits = 25;
 
+/// Commits; again where the others kept the database locked for as long as a writer waits, since SQLite gives
+/// the lock to who asks first.
+bool commit(Transaction const& transaction, std::filesystem::path const& folder) {
+    auto const was_kept_waiting = testing::HasSubstr("locked by another process");
+    bool committed = false;
+    std::ignore = test::wait_until([&] {
+        auto const changes = transaction.commit(folder);
+        committed = changes.has_value();
+        return !testing::Matches(test::IsError(core::Error::CommonError, was_kept_waiting))(changes);
+    });
+    return committed;
+}
+
 /// Sets many levels of two modules to one value, again and again, and one of its own to another each time.
 int write_many(std::filesystem::path const& folder, int writer) {
     for (int i = 0; i < commits; ++i) {
@@ -28,7 +43,7 @@ int write_many(std::filesystem::path const& folder, int writer) {
         if (!transaction.set("module.dna.*", level) || !transaction.set("module.fsm_pon.ont.1.1-64", level) ||
             !transaction.set("module.fsm_pon.port." + std::to_string(writer),
                              std::to_string(i % 2 == 0 ? 5 : 4)) ||
-            !transaction.commit(folder)) {
+            !commit(transaction, folder)) {
             return 1;
         }
     }

@@ -20,6 +20,7 @@
 
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
+#include "kit/wait_until.hpp"
 
 namespace xpon::config_writer {
 namespace {
@@ -446,7 +447,7 @@ TEST_F(ConfigWriterTest, AReaderAlwaysSeesOneWholeText) {
         whole.insert(text_of(round));
     }
     std::atomic<bool> over = false;
-    std::size_t texts_read = 0;
+    std::atomic<std::size_t> texts_read = 0;
     std::thread reader{[&] {
         while (!over) {
             auto const text = read_file(target);
@@ -457,9 +458,12 @@ TEST_F(ConfigWriterTest, AReaderAlwaysSeesOneWholeText) {
     for (int round = 1; round <= 2000; ++round) {
         ASSERT_THAT(writer.write(text_of(round)), IsOk());
     }
+    EXPECT_TRUE(test::wait_until([&] { // however slow the reader is
+        EXPECT_THAT(writer.write(text_of(2000)), IsOk());
+        return texts_read > 100;
+    }));
     over = true;
     reader.join();
-    EXPECT_GT(texts_read, 100U);
     EXPECT_EQ(read_file(target), text_of(2000));
 }
 

@@ -1,5 +1,6 @@
 #include <array>
 #include <cstring>
+#include <utility>
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -180,6 +181,15 @@ TEST_F(HostilePeerTest, MalformedSubscriptionsAndMessagesAgainstTheStreamAreHarm
         EXPECT_THAT(first->send(to(address), {}), test::IsOk());
         return peer.has_heard("peer");
     }));
+    // An endpoint that still believes the withdrawal sends nothing: TearDown shall find every way open.
+    for (auto const& [from, there] : {std::pair{first, second}, std::pair{second, first}}) {
+        EXPECT_TRUE(test::wait_until([&] {
+            EXPECT_THAT(from->send(to(there->address()), {}), test::IsOk());
+            return test::wait_event(*there, some_event, std::chrono::milliseconds{100});
+        }));
+        EXPECT_THAT(from->send(to(there->address(), last_event), {}), test::IsOk());
+        EXPECT_TRUE(test::wait_event(*there, last_event));
+    }
 }
 
 TEST_F(HostilePeerTest, WhoSaysNothingAndWhoLeavesInTheMiddleOfAFrameIsHarmless) {

@@ -342,11 +342,19 @@ class StandardError {
     UniqueFd before;
 };
 
-std::string read_part(int fd) {
-    std::array<char, 4096> part{};
-    EXPECT_TRUE(readable(fd, std::chrono::seconds{20}));
-    auto const size = ::read(fd, part.data(), part.size());
-    return {part.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0))};
+/// Up to the end of a line, which a terminal hands over in parts at times.
+std::string read_line(int fd) {
+    std::string line;
+    while (!line.ends_with('\n')) {
+        std::array<char, 4096> part{};
+        auto const size = readable(fd, std::chrono::seconds{20}) ? ::read(fd, part.data(), part.size()) : 0;
+        if (size <= 0) {
+            ADD_FAILURE() << "the line ends here";
+            break;
+        }
+        line.append(part.data(), static_cast<std::size_t>(size));
+    }
+    return line;
 }
 
 TEST_F(LoggerSyslogTest, ATerminalOnStandardErrorGetsEveryLineAsWellWithoutColours) {
@@ -362,7 +370,7 @@ TEST_F(LoggerSyslogTest, ATerminalOnStandardErrorGetsEveryLineAsWellWithoutColou
         Logger logger{"DNA"};
         for (auto const& [level, priority] : priorities) {
             write_line(logger, level, "text");
-            seen.push_back(read_part(user));
+            seen.push_back(read_line(user));
         }
     }
     // The terminal itself makes the line ends.
