@@ -90,11 +90,12 @@ class DeliveryTest : public testing::Test {
     std::shared_ptr<cfgdb::CfgDbWrapper> cfgdb = std::make_shared<cfgdb::CfgDbWrapper>("TEST", folder);
     std::unique_ptr<service::ServiceLauncher> launcher;
     std::future<Result<void>> running;
+    // Of a queue that is full after the first message.
+    std::atomic<bool> full = true;
+    std::atomic<int> attempts = 0;
 };
 
 TEST_F(DeliveryTest, ANotificationThatFailsAmidAListIsMadeUpForWithoutANewChange) {
-    std::atomic<bool> full = true;
-    std::atomic<int> attempts = 0;
     ipc->answer = [&]() -> Result<void> {
         if (++attempts > 1 && full) {
             return core::fail(core::Error::Overflow, "the queue is full");
