@@ -128,7 +128,7 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     void take_bash_away() {
         expect_mounted(mount("/dev/null", "/usr/bin/bash", nullptr, MS_BIND, nullptr), "bash");
     }
-    void put_bash_back() { expect_mounted(umount("/usr/bin/bash"), "bash"); }
+    void put_bash_back() { expect_mounted(umount2("/usr/bin/bash", MNT_DETACH), "bash"); }
 
     void take_descriptors_away() {
         if (sanitized) {

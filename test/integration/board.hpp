@@ -146,10 +146,11 @@ class Board : public testing::Test {
         daemon->process.kill(signal);
     }
 
-    /// Ends the daemon as the service manager would: its exit status, nothing at the deadline.
+    /// Ends the daemon as the service manager would: its exit status, nothing at the deadline. A reload under
+    /// way is waited for, which may take 30 s.
     std::optional<int> stop_daemon() const {
         signal_daemon(SIGTERM);
-        return daemon->process.wait();
+        return daemon->process.wait(std::chrono::seconds{60});
     }
 
     /// Every program, the daemon configured and syslog-ng running what it wrote.

@@ -4,7 +4,9 @@
 // the random numbers, XPON_IDLE_SECONDS how long an idle daemon is watched.
 #include "integration/followed_board.hpp"
 
+#include <algorithm>
 #include <array>
+#include <fstream>
 #include <thread>
 
 #include <sqlite3.h>
@@ -101,6 +103,17 @@ class NoChangeIsLost : public FollowedBoard {
         broker->process.kill(SIGKILL);
         broker->process.wait();
         start_broker();
+    }
+
+    /// Whether one of the commands runs by which a daemon applies what it has written.
+    static bool a_command_runs() {
+        return std::ranges::any_of(std::filesystem::directory_iterator{"/proc"}, [](auto const& process) {
+            std::ifstream file{process.path() / "cmdline"};
+            std::string command; // stays empty if it has ended meanwhile
+            std::getline(file, command);
+            return command.find("syslog-ng-ctl") != std::string::npos ||
+                   command.find(printk) != std::string::npos;
+        });
     }
 
     void change_master() {
@@ -276,6 +289,8 @@ TEST_F(NoChangeIsLost, WhenProcessesAreKilled) {
     std::array<std::function<void()>, 4> const disturbances{{
         [&] {
             kill_and_wait(*daemon);
+            // The service manager would end what it leaves behind, too.
+            EXPECT_TRUE(wait_until([] { return !a_command_runs(); }));
             start_daemon();
         },
         [&] {
