@@ -131,18 +131,10 @@ TEST_F(Stops, AtAnyInstantEndWithStatus0AndLeaveWholeFiles) {
             }
         }
         std::this_thread::sleep_for(std::chrono::microseconds{below(random, 60'000)});
-        // What comes before READY=1, or while a cycle is released, is ignored.
-        std::optional<int> status;
         // A reload that is under way, which may take 30 s, is waited for.
-        EXPECT_TRUE(wait_until(
-            [&] {
-                signal_daemon(SIGTERM);
-                status = daemon->process.wait(std::chrono::milliseconds{200});
-                return status.has_value();
-            },
-            std::chrono::seconds{60}))
-            << "it has told " << testing::PrintToString(notified()) << ", it waits for process "
-            << children();
+        auto const status = stop_starting_daemon(std::chrono::seconds{60});
+        EXPECT_TRUE(status) << "it has told " << testing::PrintToString(notified())
+                            << ", it waits for process " << children();
         // Before it has set up its handlers the signal ends it, as it would end any program.
         EXPECT_TRUE(status == 0 || (status == 128 + SIGTERM && notified().empty())) << status.value_or(-1);
     }

@@ -146,11 +146,23 @@ class Board : public testing::Test {
         daemon->process.kill(signal);
     }
 
-    /// Ends the daemon as the service manager would: its exit status, nothing at the deadline. A reload under
-    /// way is waited for, which may take 30 s.
+    /// Ends the daemon as the service manager would: its exit status, nothing at the deadline.
     std::optional<int> stop_daemon() const {
         signal_daemon(SIGTERM);
-        return daemon->process.wait(std::chrono::seconds{60});
+        return daemon->process.wait();
+    }
+
+    /// The same while it may start or start over, when it ignores the signal: sends it until the daemon ends.
+    std::optional<int> stop_starting_daemon(std::chrono::milliseconds deadline = default_deadline) const {
+        std::optional<int> status;
+        wait_until(
+            [&] {
+                signal_daemon(SIGTERM);
+                status = daemon->process.wait(std::chrono::milliseconds{200});
+                return status.has_value();
+            },
+            deadline);
+        return status;
     }
 
     /// Every program, the daemon configured and syslog-ng running what it wrote.

@@ -15,6 +15,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "kit/names_in.hpp"
 #include "readers.hpp"
 #include "support.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
@@ -27,6 +28,7 @@ using core::Error;
 using test::IsError;
 using test::IsOk;
 using test::IsOkAnd;
+using test::names_in;
 using test::ScratchFolder;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -55,14 +57,6 @@ Owned owned(std::filesystem::path const& path) {
     struct stat status{};
     EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
     return {status.st_mode & 07777U, status.st_gid};
-}
-
-std::vector<std::string> names_in(std::filesystem::path const& folder) {
-    std::vector<std::string> names;
-    for (auto const& entry : std::filesystem::directory_iterator{folder}) {
-        names.push_back(entry.path().filename());
-    }
-    return names;
 }
 
 auto const complete_folder =

@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include "kit/matchers.hpp"
+#include "kit/names_in.hpp"
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_until.hpp"
 
@@ -28,6 +29,7 @@ namespace {
 using core::Error;
 using test::IsError;
 using test::IsOk;
+using test::names_in;
 using test::read_file;
 using test::ScratchFolder;
 using test::write_file;
@@ -124,14 +126,6 @@ int __wrap_rename(char const* from, char const* to) {
     return entered("rename", [&] { return __real_rename(from, to); });
 }
 // NOLINTEND(bugprone-reserved-identifier)
-}
-
-std::vector<std::string> names_in(fs::path const& folder) {
-    std::vector<std::string> names;
-    for (auto const& entry : fs::directory_iterator{folder}) {
-        names.push_back(entry.path().filename());
-    }
-    return names;
 }
 
 mode_t mode_of(fs::path const& path) {

@@ -10,6 +10,7 @@
 #include <zmq.hpp>
 
 #include "core/blocked_signals.hpp"
+#include "kit/names_in.hpp"
 #include "test/running_bus.hpp"
 #include "test/value_of.hpp"
 
@@ -31,16 +32,8 @@ std::vector<std::byte> text(std::string const& characters) {
     return {bytes.begin(), bytes.end()};
 }
 
-std::set<std::string> entries(char const* folder) {
-    std::set<std::string> names;
-    for (auto const& entry : std::filesystem::directory_iterator{folder}) {
-        names.insert(entry.path().filename());
-    }
-    return names;
-}
-
 std::set<std::string> threads() {
-    return entries("/proc/self/task");
+    return test::names_in("/proc/self/task");
 }
 
 TEST_F(ZmqIpcTest, AMessageForEverybodyReachesEverybody) {
@@ -379,14 +372,14 @@ TEST_F(ZmqIpcTest, LeavesNoThreadAndNoDescriptorBehind) {
     start_broker();
     auto const threads_before = threads().size();
     new_connected_endpoint(); // the first one also opens what the process keeps
-    auto const descriptors_before = entries("/proc/self/fd").size();
+    auto const descriptors_before = test::names_in("/proc/self/fd").size();
     for (int count = 0; count < 50; ++count) {
         auto const endpoint = new_connected_endpoint();
         EXPECT_THAT(endpoint->send(to(everybody), {}), IsOk());
     }
     // A joined thread stays listed for a moment.
     EXPECT_TRUE(test::wait_until([&] { return threads().size() == threads_before; })) << threads().size();
-    EXPECT_EQ(entries("/proc/self/fd").size(), descriptors_before);
+    EXPECT_EQ(test::names_in("/proc/self/fd").size(), descriptors_before);
 }
 
 TEST_F(ZmqIpcTest, AnAddressOfItsOwnIsUnlikeAnyOther) {
