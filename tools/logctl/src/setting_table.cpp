@@ -1,7 +1,5 @@
 #include "setting_table.hpp"
 
-#include <algorithm>
-#include <iterator>
 #include <string_view>
 
 #include <nlohmann/json.hpp>
@@ -30,18 +28,6 @@ std::string default_of(SettingRow const& row) {
     return cfgdb::to_text(row.setting->kind, row.setting->default_value);
 }
 
-Line line_of(SettingRow const& row) {
-    auto const value = row.allowed ? row.value : row.value + " (not allowed)";
-    auto const changed = row.source == Source::Database ? colour::yellow : std::string_view{};
-    Line line;
-    line.reserve(4);
-    line.emplace_back(row.setting->path);
-    line.emplace_back(value, row.allowed ? changed : colour::red);
-    line.emplace_back(default_of(row));
-    line.emplace_back(std::string{name_of(row.source)});
-    return line;
-}
-
 /// Numbers as numbers, so that a program need not take the text apart.
 nlohmann::ordered_json json_value(Kind kind, std::string const& text) {
     bool const number = kind == Kind::Size || kind == Kind::Port;
@@ -51,10 +37,18 @@ nlohmann::ordered_json json_value(Kind kind, std::string const& text) {
 } // namespace
 
 std::string to_table(std::vector<SettingRow> const& rows, bool coloured) {
-    std::vector<Line> lines{{{"PATH"}, {"VALUE", colour::bold}, {"DEFAULT"}, {"STORED"}}};
-    lines.reserve(rows.size() + 1);
-    std::ranges::transform(rows, std::back_inserter(lines), line_of);
-    return aligned(lines, coloured);
+    auto const add_rows = [&](AddLine const& add) {
+        add({"PATH", {"VALUE", Colour::Bold}, "DEFAULT", "STORED"});
+        for (auto const& row : rows) {
+            auto const value = row.allowed ? row.value : row.value + " (not allowed)";
+            auto const changed = row.source == Source::Database ? Colour::Yellow : Colour::Plain;
+            add({row.setting->path,
+                 {value, row.allowed ? changed : Colour::Red},
+                 default_of(row),
+                 name_of(row.source)});
+        }
+    };
+    return aligned(add_rows, coloured);
 }
 
 std::string to_json(std::vector<SettingRow> const& rows) {

@@ -1,33 +1,48 @@
 #include "table.hpp"
 
 #include <algorithm>
+#include <array>
 #include <numeric>
+#include <vector>
 
 namespace xpon::logctl {
 
-std::string aligned(std::vector<Line> const& lines, bool coloured) {
-    std::vector<std::size_t> widths;
-    for (auto const& line : lines) {
-        widths.resize(std::max(widths.size(), line.size()));
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            widths[i] = std::max(widths[i], line[i].text.size());
-        }
-    }
+namespace {
+
+/// What switches a terminal to a colour (ECMA-48, select graphic rendition).
+std::string_view sequence_of(Colour colour) {
+    static constexpr std::array<std::string_view, 5> sequences{"\x1b[0m", "\x1b[1m", "\x1b[32m", "\x1b[33m",
+                                                               "\x1b[31m"};
+    return sequences.at(static_cast<std::size_t>(colour));
+}
+
+} // namespace
+
+std::string aligned(std::function<void(AddLine const& add)> const& add_lines, bool coloured) {
+    std::vector<std::size_t> widths; // all is plain ASCII
+    std::size_t line_count = 0;
+    add_lines([&](auto const& line) {
+        widths.resize(line.size());
+        std::ranges::transform(widths, line, widths.begin(), [](auto width, auto const& cell) {
+            return std::max(width, cell.text.size());
+        });
+        ++line_count;
+    });
     std::string text;
-    text.reserve(lines.size() * std::accumulate(widths.begin(), widths.end(), 2 * widths.size()));
-    for (auto const& line : lines) {
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            auto const& [content, colour] = line[i];
-            bool const with_colour = coloured && !colour.empty();
-            text += i == 0 ? "" : "  ";
-            text += with_colour ? colour : "";
+    text.reserve(line_count * std::accumulate(widths.begin(), widths.end(), 2 * widths.size()));
+    add_lines([&](auto const& line) {
+        for (std::size_t column = 0; auto const& [content, colour] : line) {
+            bool const with_colour = coloured && colour != Colour::Plain;
+            text += column == 0 ? "" : "  ";
+            text += with_colour ? sequence_of(colour) : "";
             text += content;
-            text.append(i + 1 == line.size() ? 0 : widths[i] - content.size(), ' '); // all is plain ASCII
-            text += with_colour ? colour::plain : "";
+            text.append(column + 1 == line.size() ? 0 : widths[column] - content.size(), ' ');
+            text += with_colour ? sequence_of(Colour::Plain) : "";
+            ++column;
         }
         text.erase(text.find_last_not_of(' ') + 1);
         text += '\n';
-    }
+    });
     return text;
 }
 

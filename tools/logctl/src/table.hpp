@@ -1,31 +1,32 @@
 #pragma once
 
+#include <concepts>
+#include <cstdint>
+#include <functional>
+#include <initializer_list>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace xpon::logctl {
 
-namespace colour {
-inline constexpr std::string_view bold = "\x1b[1m";
-inline constexpr std::string_view green = "\x1b[32m";
-inline constexpr std::string_view yellow = "\x1b[33m";
-inline constexpr std::string_view red = "\x1b[31m";
-inline constexpr std::string_view plain = "\x1b[0m";
-} // namespace colour
+enum class Colour : std::uint8_t { Plain, Bold, Green, Yellow, Red };
 
+/// What stands in one column of a line. Only looks at its text.
 struct Cell {
-    Cell(std::string content, std::string_view with_colour = {})
-      : text{std::move(content)}
+    template <std::convertible_to<std::string_view> Text>
+    Cell(Text const& content, Colour with_colour = Colour::Plain)
+      : text{content}
       , colour{with_colour} {}
 
-    std::string text;
-    std::string_view colour;
+    std::string_view text;
+    Colour colour;
 };
 
-using Line = std::vector<Cell>;
+/// Takes a table's next line.
+using AddLine = std::function<void(std::initializer_list<Cell>)>;
 
 /// Lines of equally many cells with their columns aligned; of a line, what is empty at its end is left out.
-std::string aligned(std::vector<Line> const& lines, bool coloured);
+/// `add_lines` is called to measure and once more to write, and adds the same lines each time.
+std::string aligned(std::function<void(AddLine const& add)> const& add_lines, bool coloured);
 
 } // namespace xpon::logctl

@@ -44,12 +44,14 @@ core::Result<std::vector<HistoryEntry>> select(Context const& context, Options c
 }
 
 std::string to_table(std::vector<HistoryEntry> const& entries) {
-    std::vector<Line> lines{{{"NUMBER"}, {"TIME"}, {"USER"}, {"PATH"}, {"CHANGE"}}};
-    for (auto const& [number, time, author, path, old_value, new_value] : entries) {
-        lines.push_back(
-            {std::to_string(number), utc(time), author, path, fmt::format("{} -> {}", old_value, new_value)});
-    }
-    return aligned(lines, false);
+    auto const add_entries = [&](AddLine const& add) {
+        add({"NUMBER", "TIME", "USER", "PATH", "CHANGE"});
+        for (auto const& [number, time, author, path, old_value, new_value] : entries) {
+            add({std::to_string(number), utc(time), author, path,
+                 fmt::format("{} -> {}", old_value, new_value)});
+        }
+    };
+    return aligned(add_entries, false);
 }
 
 std::string to_json(std::vector<HistoryEntry> const& entries) {

@@ -71,32 +71,34 @@ core::Result<std::vector<Row>> rows_of(std::vector<cfgdb::Module const*> const& 
 }
 
 std::string list_table(std::vector<Row> const& rows) {
-    std::vector<Line> lines{{{"VALUE"}, {"NAME"}, {"STEM"}, {"FILES"}, {"LEVELS"}, {"SUBJECTS"}}};
-    for (auto const& [module, files, levels] : rows) {
-        std::set<std::string> const different{levels.begin(), levels.end()};
-        lines.push_back({std::to_string(std::int64_t{module->value}), std::string{module->name},
-                         std::string{module->stem}, fmt::format("{}", fmt::join(files, " ")),
-                         fmt::format("{}", fmt::join(different, " ")),
-                         fmt::format("{}", fmt::join(module->subjects, " "))});
-    }
-    return aligned(lines, false);
+    auto const add_rows = [&](AddLine const& add) {
+        add({"VALUE", "NAME", "STEM", "FILES", "LEVELS", "SUBJECTS"});
+        for (auto const& [module, files, levels] : rows) {
+            std::set<std::string> const different{levels.begin(), levels.end()};
+            add({std::to_string(std::int64_t{module->value}), module->name, module->stem,
+                 fmt::format("{}", fmt::join(files, " ")), fmt::format("{}", fmt::join(different, " ")),
+                 fmt::format("{}", fmt::join(module->subjects, " "))});
+        }
+    };
+    return aligned(add_rows, false);
 }
 
 std::string detail(Row const& row) {
-    auto const& [module, files, levels] = row;
-    auto text =
-        aligned({{{"name"}, std::string{module->name}},
-                 {{"value"}, std::to_string(std::int64_t{module->value})},
-                 {{"stem"}, std::string{module->stem}},
-                 {{"files"}, fmt::format("{}", fmt::join(files, " "))},
-                 {{"levels"},
-                  module->built_in() ? std::string{"built in"} : fmt::format("module.{}.*", module->name)}},
-                false);
-    std::vector<Line> lines{{{"SUBJECT"}, {"LEVEL"}}};
-    for (std::size_t i = 0; i < levels.size(); ++i) {
-        lines.push_back({std::string{module->subjects[i]}, levels[i]});
-    }
-    return text + "\n" + aligned(lines, false);
+    auto const& module = *row.module;
+    auto const add_facts = [&](AddLine const& add) {
+        add({"name", module.name});
+        add({"value", std::to_string(std::int64_t{module.value})});
+        add({"stem", module.stem});
+        add({"files", fmt::format("{}", fmt::join(row.files, " "))});
+        add({"levels", module.built_in() ? "built in" : fmt::format("module.{}.*", module.name)});
+    };
+    auto const add_subjects = [&](AddLine const& add) {
+        add({"SUBJECT", "LEVEL"});
+        for (std::size_t i = 0; i < row.levels.size(); ++i) {
+            add({module.subjects[i], row.levels[i]});
+        }
+    };
+    return aligned(add_facts, false) + "\n" + aligned(add_subjects, false);
 }
 
 ordered_json object_of(Row const& row) {

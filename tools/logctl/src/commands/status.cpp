@@ -187,7 +187,7 @@ Report look(Context const& context) {
 }
 
 Cell state_cell(std::string const& state) {
-    return {state, state == in_order ? colour::green : state == unknown ? std::string_view{} : colour::red};
+    return {state, state == in_order ? Colour::Green : state == unknown ? Colour::Plain : Colour::Red};
 }
 
 std::string_view name_of(TerminalState state) {
@@ -202,51 +202,57 @@ std::string_view name_of(TerminalState state) {
     return "";
 }
 
-Line process_line(std::string name, std::optional<Process> const& process) {
-    return {std::move(name),
-            process ? Cell{fmt::format("up since {}, process {}", utc(process->since), process->pid)}
-                    : Cell{"down", colour::red}};
+void add_process(AddLine const& add, std::string_view name, std::optional<Process> const& process) {
+    if (process) {
+        add({name, fmt::format("up since {}, process {}", utc(process->since), process->pid)});
+    } else {
+        add({name, {"down", Colour::Red}});
+    }
+}
+
+void add_board(AddLine const& add, Report const& report) {
+    auto const stalled = report.count(TerminalState::Stalled);
+    add_process(add, "daemon", report.daemon);
+    add_process(add, "broker", report.broker);
+    add_process(add, "syslog-ng", report.syslog_ng);
+    add({"database",
+         report.database_problem.empty() ? Cell{"readable"} : Cell{report.database_problem, Colour::Red}});
+    add({"terminals",
+         {fmt::format("{} open, {} receiving, {} stalled", report.terminals.size(),
+                      report.count(TerminalState::Receiving), stalled),
+          stalled > 0 ? Colour::Red : Colour::Plain}});
+}
+
+void add_outputs(AddLine const& add, std::vector<Output> const& outputs) {
+    add({"OUTPUT", "WANTED", "WRITTEN", "RUNNING", "REASON"});
+    for (auto const& output : outputs) {
+        add({output.name, state_cell(output.wanted), state_cell(output.written), state_cell(output.running),
+             output.detail});
+    }
+}
+
+void add_terminals(AddLine const& add, std::vector<Terminal> const& terminals) {
+    add({"TERMINAL", "STATE", "MESSAGES"});
+    for (auto const& [number, state, messages] : terminals) {
+        add({fmt::format("/dev/pts/{}", number),
+             {name_of(state), state == TerminalState::Stalled ? Colour::Red : Colour::Plain},
+             std::to_string(messages)});
+    }
 }
 
 std::string to_text(Report const& report, bool coloured) {
-    auto const stalled = report.count(TerminalState::Stalled);
-    auto const receiving = report.count(TerminalState::Receiving) + stalled;
-    auto text = aligned(
-        {process_line("daemon", report.daemon),
-         process_line("broker", report.broker),
-         process_line("syslog-ng", report.syslog_ng),
-         {{"database"},
-          report.database_problem.empty() ? Cell{"readable"} : Cell{report.database_problem, colour::red}},
-         {{"terminals"},
-          {fmt::format("{} open, {} receiving, {} stalled", report.terminals.size(), receiving - stalled,
-                       stalled),
-           stalled > 0 ? colour::red : std::string_view{}}}},
-        coloured);
-    std::vector<Line> lines{{{"OUTPUT"}, {"WANTED"}, {"WRITTEN"}, {"RUNNING"}, {"REASON"}}};
-    for (auto const& output : report.outputs) {
-        lines.push_back({{output.name},
-                         state_cell(output.wanted),
-                         state_cell(output.written),
-                         state_cell(output.running),
-                         {output.detail}});
-    }
-    text += "\n" + aligned(lines, coloured) + "\n";
+    auto text = aligned([&](auto const& add) { add_board(add, report); }, coloured) + "\n" +
+                aligned([&](auto const& add) { add_outputs(add, report.outputs); }, coloured) + "\n";
     if (!report.terminals.empty()) {
-        lines = {{{"TERMINAL"}, {"STATE"}, {"MESSAGES"}}};
-        for (auto const& [number, state, messages] : report.terminals) {
-            lines.push_back({fmt::format("/dev/pts/{}", number),
-                             {std::string{name_of(state)},
-                              state == TerminalState::Stalled ? colour::red : std::string_view{}},
-                             std::to_string(messages)});
-        }
-        text += aligned(lines, coloured) + "\n";
+        text += aligned([&](auto const& add) { add_terminals(add, report.terminals); }, coloured) + "\n";
     }
     auto const behind = report.outputs.size() -
                         static_cast<std::size_t>(std::ranges::count_if(report.outputs, &Output::in_step));
-    text += report.in_step() ? fmt::format("in step: all {} outputs\n", report.outputs.size())
-                             : fmt::format("not in step: {} of {} outputs{}{}\n", behind,
-                                           report.outputs.size(), report.daemon ? "" : "; the daemon is down",
-                                           stalled > 0 ? "; a terminal is stalled" : "");
+    text += report.in_step()
+                ? fmt::format("in step: all {} outputs\n", report.outputs.size())
+                : fmt::format("not in step: {} of {} outputs{}{}\n", behind, report.outputs.size(),
+                              report.daemon ? "" : "; the daemon is down",
+                              report.count(TerminalState::Stalled) > 0 ? "; a terminal is stalled" : "");
     return text;
 }
 
