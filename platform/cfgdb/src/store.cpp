@@ -16,12 +16,12 @@ using core::fail;
 constexpr std::int64_t application_id = 0x58504C43; // "XPLC" in the file's header
 constexpr std::int64_t schema_version = 1;
 
-// A setting has a row only while it differs from its default. No column type: what was stored comes back
-// as it was, so that a value of a wrong type is noticed and not converted. AUTOINCREMENT: a number is never
-// used twice, also when the newest rows are gone.
 constexpr char const* trial_table = "CREATE TABLE IF NOT EXISTS trial(number INTEGER PRIMARY KEY, "
                                     "boot TEXT NOT NULL, until INTEGER NOT NULL, author TEXT NOT NULL)";
 
+// A setting has a row only while it differs from its default. No column type: what was stored comes back
+// as it was, so that a value of a wrong type is noticed and not converted. AUTOINCREMENT: a reader's position
+// in the journal is never used twice, also when the newest rows are gone.
 std::string schema() {
     return fmt::format(R"(
     PRAGMA journal_mode = WAL;
@@ -30,7 +30,7 @@ std::string schema() {
     PRAGMA user_version = {};
     CREATE TABLE setting(path TEXT PRIMARY KEY, value) WITHOUT ROWID;
     CREATE TABLE journal(sequence INTEGER PRIMARY KEY AUTOINCREMENT, field_id INTEGER NOT NULL, at INTEGER NOT NULL);
-    CREATE TABLE history(entry INTEGER PRIMARY KEY AUTOINCREMENT, number INTEGER NOT NULL, at INTEGER NOT NULL,
+    CREATE TABLE history(entry INTEGER PRIMARY KEY, number INTEGER NOT NULL, at INTEGER NOT NULL,
                          author TEXT NOT NULL, path TEXT NOT NULL, old TEXT NOT NULL, new TEXT NOT NULL);
     CREATE INDEX history_by_number ON history(number);
     {};

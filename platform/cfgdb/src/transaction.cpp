@@ -69,42 +69,45 @@ std::vector<Change> differences(Wanted const& wanted, StoredValues const& stored
     return changes;
 }
 
-/// Whether the receivers are all different once the wishes are stored.
-core::Result<void> check_receivers(Wanted const& wanted, StoredValues const& stored) {
+/// Whether the receivers are all different once the changes are made.
+core::Result<void> check_receivers(std::vector<Change> const& changes, Wanted const& wanted,
+                                   StoredValues const& stored) {
     auto const& remote = syslog_record(remote_field);
     auto filled = remote.defaults;
     for (auto const& setting : remote.settings) {
-        auto const wish = wanted.find(&setting);
         auto const row = stored.find(&setting);
-        if (wish != wanted.end()) {
-            put(setting, wish->second, filled);
-        } else if (row != stored.end()) {
-            if (auto const& kept = row->second.value) {
-                put(setting, *kept, filled);
-            }
+        if (row == stored.end()) {
+            continue;
+        }
+        if (auto const& value = row->second.value) {
+            put(setting, *value, filled);
         }
     }
-    if (auto const wrong = contradiction(remote, filled)) {
+    bool touched = false;
+    for (auto const& change : changes) {
+        if (change.setting->field_id == remote_field) {
+            put(*change.setting, wanted.at(change.setting), filled);
+            touched = true;
+        }
+    }
+    if (auto const wrong = contradiction(remote, filled); touched && wrong) {
         return fail(Error::InvalidInputArg, "{}", *wrong);
     }
     return core::success();
 }
 
+/// The values that some wishes depend on.
 using OnlyFrom = std::map<Setting const*, std::string>;
 
-core::Result<std::vector<Change>> plan(Wanted wanted, OnlyFrom const& only_from,
+core::Result<std::vector<Change>> plan(Wanted const& wanted, OnlyFrom const& only_from,
                                        Connection const& connection) {
     OUTCOME_TRY(stored, stored_values(connection));
-    for (auto const& [setting, from] : only_from) {
-        if (current_text(*setting, stored) != from) {
-            wanted.erase(setting);
-        }
-    }
     auto changes = differences(wanted, stored);
-    if (std::ranges::any_of(changes,
-                            [](auto const& change) { return change.setting->field_id == remote_field; })) {
-        OUTCOME_TRY(check_receivers(wanted, stored));
-    }
+    std::erase_if(changes, [&only_from](auto const& change) {
+        auto const from = only_from.find(change.setting);
+        return from != only_from.end() && from->second != change.old_value;
+    });
+    OUTCOME_TRY(check_receivers(changes, wanted, stored));
     return changes;
 }
 
@@ -181,14 +184,15 @@ std::string current_author() {
 
 core::Result<void> Transaction::set(std::string_view pattern, std::string_view text) {
     OUTCOME_TRY(found, settable(pattern));
-    Wanted wishes;
+    std::vector<Value> values;
+    values.reserve(found.size());
     for (auto const* setting : found) {
         OUTCOME_TRY(value, parse(*setting, text));
-        wishes.emplace(setting, std::move(value));
+        values.push_back(std::move(value));
     }
-    for (auto& [setting, value] : wishes) {
-        wanted.insert_or_assign(setting, std::move(value));
-        only_from.erase(setting);
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        wanted.insert_or_assign(found[i], std::move(values[i]));
+        only_from.erase(found[i]);
     }
     return core::success();
 }
