@@ -38,12 +38,12 @@ nlohmann::ordered_json json_value(Kind kind, std::string const& text) {
 
 std::string to_table(std::vector<SettingRow> const& rows, bool coloured) {
     auto const add_rows = [&](AddLine const& add) {
-        add({"PATH", {"VALUE", Colour::Bold}, "DEFAULT", "STORED"});
+        add({"PATH", {"VALUE", colour::bold}, "DEFAULT", "STORED"});
         for (auto const& row : rows) {
             auto const value = row.allowed ? row.value : row.value + " (not allowed)";
-            auto const changed = row.source == Source::Database ? Colour::Yellow : Colour::Plain;
+            auto const changed = row.source == Source::Database ? colour::yellow : std::string_view{};
             add({row.setting->path,
-                 {value, row.allowed ? changed : Colour::Red},
+                 {value, row.allowed ? changed : colour::red},
                  default_of(row),
                  name_of(row.source)});
         }

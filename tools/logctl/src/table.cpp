@@ -1,22 +1,10 @@
 #include "table.hpp"
 
 #include <algorithm>
-#include <array>
 #include <numeric>
 #include <vector>
 
 namespace xpon::logctl {
-
-namespace {
-
-/// What switches a terminal to a colour (ECMA-48, select graphic rendition).
-std::string_view sequence_of(Colour colour) {
-    static constexpr std::array<std::string_view, 5> sequences{"\x1b[0m", "\x1b[1m", "\x1b[32m", "\x1b[33m",
-                                                               "\x1b[31m"};
-    return sequences.at(static_cast<std::size_t>(colour));
-}
-
-} // namespace
 
 std::string aligned(std::function<void(AddLine const& add)> const& add_lines, bool coloured) {
     std::vector<std::size_t> widths; // all is plain ASCII
@@ -32,12 +20,12 @@ std::string aligned(std::function<void(AddLine const& add)> const& add_lines, bo
     text.reserve(line_count * std::accumulate(widths.begin(), widths.end(), 2 * widths.size()));
     add_lines([&](auto const& line) {
         for (std::size_t column = 0; auto const& [content, colour] : line) {
-            bool const with_colour = coloured && colour != Colour::Plain;
+            bool const with_colour = coloured && !colour.empty();
             text += column == 0 ? "" : "  ";
-            text += with_colour ? sequence_of(colour) : "";
+            text += with_colour ? colour : "";
             text += content;
             text.append(column + 1 == line.size() ? 0 : widths[column] - content.size(), ' ');
-            text += with_colour ? sequence_of(Colour::Plain) : "";
+            text += with_colour ? colour::plain : "";
             ++column;
         }
         text.erase(text.find_last_not_of(' ') + 1);

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <concepts>
-#include <cstdint>
 #include <functional>
 #include <initializer_list>
 #include <string>
@@ -9,17 +8,23 @@
 
 namespace xpon::logctl {
 
-enum class Colour : std::uint8_t { Plain, Bold, Green, Yellow, Red };
+namespace colour {
+inline constexpr std::string_view bold = "\x1b[1m";
+inline constexpr std::string_view green = "\x1b[32m";
+inline constexpr std::string_view yellow = "\x1b[33m";
+inline constexpr std::string_view red = "\x1b[31m";
+inline constexpr std::string_view plain = "\x1b[0m";
+} // namespace colour
 
 /// What stands in one column of a line. Only looks at its text.
 struct Cell {
     template <std::convertible_to<std::string_view> Text>
-    Cell(Text const& content, Colour with_colour = Colour::Plain)
+    Cell(Text const& content, std::string_view with_colour = {})
       : text{content}
       , colour{with_colour} {}
 
     std::string_view text;
-    Colour colour;
+    std::string_view colour;
 };
 
 /// Takes a table's next line.

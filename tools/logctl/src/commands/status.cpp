@@ -187,7 +187,7 @@ Report look(Context const& context) {
 }
 
 Cell state_cell(std::string const& state) {
-    return {state, state == in_order ? Colour::Green : state == unknown ? Colour::Plain : Colour::Red};
+    return {state, state == in_order ? colour::green : state == unknown ? std::string_view{} : colour::red};
 }
 
 std::string_view name_of(TerminalState state) {
@@ -206,7 +206,7 @@ void add_process(AddLine const& add, std::string_view name, std::optional<Proces
     if (process) {
         add({name, fmt::format("up since {}, process {}", utc(process->since), process->pid)});
     } else {
-        add({name, {"down", Colour::Red}});
+        add({name, {"down", colour::red}});
     }
 }
 
@@ -216,11 +216,11 @@ void add_board(AddLine const& add, Report const& report) {
     add_process(add, "broker", report.broker);
     add_process(add, "syslog-ng", report.syslog_ng);
     add({"database",
-         report.database_problem.empty() ? Cell{"readable"} : Cell{report.database_problem, Colour::Red}});
+         report.database_problem.empty() ? Cell{"readable"} : Cell{report.database_problem, colour::red}});
     add({"terminals",
          {fmt::format("{} open, {} receiving, {} stalled", report.terminals.size(),
                       report.count(TerminalState::Receiving), stalled),
-          stalled > 0 ? Colour::Red : Colour::Plain}});
+          stalled > 0 ? colour::red : std::string_view{}}});
 }
 
 void add_outputs(AddLine const& add, std::vector<Output> const& outputs) {
@@ -235,7 +235,7 @@ void add_terminals(AddLine const& add, std::vector<Terminal> const& terminals) {
     add({"TERMINAL", "STATE", "MESSAGES"});
     for (auto const& [number, state, messages] : terminals) {
         add({fmt::format("/dev/pts/{}", number),
-             {name_of(state), state == TerminalState::Stalled ? Colour::Red : Colour::Plain},
+             {name_of(state), state == TerminalState::Stalled ? colour::red : std::string_view{}},
              std::to_string(messages)});
     }
 }
