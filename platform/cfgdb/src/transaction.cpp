@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <ranges>
 #include <set>
 
 #include <pwd.h>
@@ -69,9 +70,14 @@ std::vector<Change> differences(Wanted const& wanted, StoredValues const& stored
     return changes;
 }
 
-/// Whether the receivers are all different once the changes are made.
+/// Whether the receivers are all different once the changes are made, if there are any of theirs.
 core::Result<void> check_receivers(std::vector<Change> const& changes, Wanted const& wanted,
                                    StoredValues const& stored) {
+    auto theirs = changes | std::views::filter(
+                                [](auto const& change) { return change.setting->field_id == remote_field; });
+    if (theirs.empty()) {
+        return core::success();
+    }
     auto const& remote = syslog_record(remote_field);
     auto filled = remote.defaults;
     for (auto const& setting : remote.settings) {
@@ -83,14 +89,10 @@ core::Result<void> check_receivers(std::vector<Change> const& changes, Wanted co
             put(setting, *value, filled);
         }
     }
-    bool touched = false;
-    for (auto const& change : changes) {
-        if (change.setting->field_id == remote_field) {
-            put(*change.setting, wanted.at(change.setting), filled);
-            touched = true;
-        }
+    for (auto const& change : theirs) {
+        put(*change.setting, wanted.at(change.setting), filled);
     }
-    if (auto const wrong = contradiction(remote, filled); touched && wrong) {
+    if (auto const wrong = contradiction(remote, filled)) {
         return fail(Error::InvalidInputArg, "{}", *wrong);
     }
     return core::success();
