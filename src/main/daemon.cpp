@@ -16,6 +16,7 @@
 
 #include "core/blocked_signals.hpp"
 #include "core/failure.hpp"
+#include "core/plain_text.hpp"
 #include "main/status_texts.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/config_writer/config_writer.hpp"
@@ -81,7 +82,10 @@ auto create(status::CreationFailure const& failure, Make&& make)
     try {
         return std::forward<Make>(make)();
     } catch (std::exception const& exception) {
-        notify(fmt::format(fmt::runtime(failure.exception), exception.what()).c_str());
+        // The service manager takes orders such as MAINPID= out of any line, and the text may come out of a
+        // file.
+        auto const reason = core::without_control_characters(exception.what());
+        notify(fmt::format(fmt::runtime(failure.exception), reason).c_str());
     } catch (...) {
         notify(failure.unknown_exception);
     }
@@ -120,10 +124,15 @@ bool run_cycle(std::atomic<bool>& restart) {
     }
 
     auto const system_wrapper = std::make_shared<system_wrapper::SystemWrapper>();
-    auto kernel_configurator = std::make_unique<KernelConfigurator>(system_wrapper);
-    auto writer = std::make_unique<config_writer::ConfigWriter>("/etc/syslog-ng/syslog-ng.conf");
-    auto syslog_configurator = std::make_unique<SyslogConfigurator>(system_wrapper, std::move(writer));
-    auto rsh_logger =
+    // Owned as the interfaces that the service takes: what is moved into a constructor that throws would
+    // otherwise be released by the conversion, before the failure is reported and out of order.
+    std::unique_ptr<IKernelConfigurator> kernel_configurator =
+        std::make_unique<KernelConfigurator>(system_wrapper);
+    std::unique_ptr<config_writer::IConfigWriter> writer =
+        std::make_unique<config_writer::ConfigWriter>("/etc/syslog-ng/syslog-ng.conf");
+    std::unique_ptr<ISyslogConfigurator> syslog_configurator =
+        std::make_unique<SyslogConfigurator>(system_wrapper, std::move(writer));
+    std::unique_ptr<IRemoteShellLogger> rsh_logger =
         std::make_unique<RemoteShellLogger>(pts_path, system_wrapper, *logger, UpdateConfigCb{});
 
     auto log_files = generate_zlog_config_files(*cfgdb, *ipc, *logger);
@@ -132,7 +141,7 @@ bool run_cycle(std::atomic<bool>& restart) {
         return false;
     }
 
-    auto log_service = create(status::log_service, [&] {
+    auto log_service = create(status::log_service, [&]() -> std::unique_ptr<service::IService> {
         return std::make_unique<LogConfigService>(*logger, *cfgdb, std::move(kernel_configurator),
                                                   std::move(syslog_configurator), std::move(rsh_logger),
                                                   std::move(log_files).value(), ServiceMode{1});

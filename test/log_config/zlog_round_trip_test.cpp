@@ -87,9 +87,9 @@ TEST_P(ZlogRoundTrip, EveryCategoryOfEveryFileLogsExactlyItsLevels) {
     store_random_levels();
     auto const folder = scratch / "zlog/"; // the slash belongs to it
     std::filesystem::create_directory(folder);
-    ASSERT_THAT(generate_zlog_config_files(std::make_shared<cfgdb::CfgDbWrapper>("TEST", scratch / "db"),
-                                           std::make_shared<test::FakeIpc>(),
-                                           std::make_shared<test::FakeLogger>(), folder.string()),
+    ASSERT_THAT(generate_zlog_config_files_in(
+                    folder.string(), std::make_shared<cfgdb::CfgDbWrapper>("TEST", scratch / "db"),
+                    std::make_shared<test::FakeIpc>(), std::make_shared<test::FakeLogger>()),
                 IsOk());
     for (auto const& file : zlog_files) {
         auto const context = logger::Logger::create_context(folder / std::string{file.name}, "TEST", 0);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
+#include <span>
 #include <stdexcept>
 
 #include <gmock/gmock.h>
@@ -37,7 +38,7 @@ std::vector<std::string> const created{
     "writer(/etc/syslog-ng/syslog-ng.conf)",
     "syslog",
     "rsh(/dev/pts)",
-    "zlog files(/etc/zlog_modules_config/)",
+    "zlog files",
     "service(1)",
     "launcher(true)",
 };
@@ -239,6 +240,32 @@ TEST_P(DaemonFailureTest, WhatWasCreatedBeforeIsReleased) {
         auto const gone = platform.traced("destroy ");
         EXPECT_EQ(std::ranges::count_if(made, is_it), std::ranges::count_if(gone, is_it)) << object;
     }
+}
+
+TEST_P(DaemonFailureTest, TheFailureIsReportedBeforeAnythingIsReleasedInReverseOrder) {
+    platform.on_create[GetParam().object] = [] { throw std::runtime_error("a {} b"); };
+    EXPECT_EQ(run_daemon(), 1);
+    std::vector<std::string> expected;
+    for (auto const* const object : {"context", "logger", "ipc", "cfgdb", "rsh", "zlog files"}) {
+        auto const is_it = [&](std::string const& line) { return line.starts_with(object); };
+        if (std::ranges::any_of(platform.traced("create "), is_it)) {
+            expected.insert(expected.begin(), std::string{"destroy "} + object);
+        }
+    }
+    expected.insert(expected.begin(), std::string{"notify "} + GetParam().standard);
+    EXPECT_THAT(std::span(platform.trace).last(expected.size()), ElementsAreArray(expected));
+}
+
+TEST_P(DaemonFailureTest, AnExceptionsTextGivesTheServiceManagerNoOrders) {
+    platform.on_create[GetParam().object] = [] {
+        throw std::runtime_error("a\nMAINPID=222\n\x1B{} \nREADY=1\nb");
+    };
+    EXPECT_EQ(run_daemon(), 1);
+    std::string expected{GetParam().standard};
+    if (auto const place = expected.find("a {} b"); place != std::string::npos) {
+        expected.replace(place, 6, "aMAINPID=222{} READY=1b");
+    }
+    EXPECT_THAT(notified(), ElementsAre(starting, expected));
 }
 
 TEST_F(DaemonTest, AContextThatComesAsAnErrorIsReportedLikeAnException) {

@@ -256,8 +256,8 @@ Result<void> RemoteShellLogger::set_update_config_cb(UpdateConfigCb&& /*callback
 Result<std::vector<std::unique_ptr<ILogConfigFile>>>
 generate_zlog_config_files(std::shared_ptr<cfgdb::CfgDbWrapper> const& /*cfgdb*/,
                            std::shared_ptr<ipc::IIpc> const& /*ipc*/,
-                           std::shared_ptr<core::ILogger> const& /*logger*/, std::string const& folder) {
-    platform().created("zlog files(" + folder + ")");
+                           std::shared_ptr<core::ILogger> const& /*logger*/) {
+    platform().created("zlog files");
     OUTCOME_TRY(platform().zlog_files_result());
     std::vector<std::unique_ptr<ILogConfigFile>> files;
     files.push_back(std::make_unique<FakeLogConfigFile>());
@@ -271,15 +271,15 @@ LogConfigService::LogConfigService(std::shared_ptr<core::ILogger> const& service
                                    std::unique_ptr<IRemoteShellLogger>&& rsh,
                                    std::vector<std::unique_ptr<ILogConfigFile>>&& files,
                                    service::ServiceMode service_mode)
-  : logger{service_logger}
+  // A constructor that throws does so before it has taken anything.
+  : logger{(platform().created("service(" + std::to_string(static_cast<int>(service_mode)) + ")"),
+            service_logger)}
   , cfgdb{database}
   , kernel_configurator{std::move(kernel)}
   , syslog_configurator{std::move(syslog)}
   , rsh_logger{std::move(rsh)}
   , log_files{std::move(files)}
-  , mode{service_mode} {
-    platform().created("service(" + std::to_string(static_cast<int>(mode)) + ")");
-}
+  , mode{service_mode} {}
 Result<void> LogConfigService::run(service::ServiceCtx const& /*ctx*/) {
     return core::success();
 }

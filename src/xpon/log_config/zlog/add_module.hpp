@@ -3,10 +3,10 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <typeinfo>
 #include <utility>
 
 #include "core/failure.hpp"
+#include "core/type_name.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/log_config/zlog/zlog_module_base.hpp"
 
@@ -21,9 +21,9 @@ template <class M>
 Result<M> read_module(cfgdb::CfgDbWrapper const& cfgdb, ReadDescriptor<M> const& read_descriptor) {
     // The single row of the global logging configuration.
     constexpr unsigned short key[3]{};
-    M descriptor{};
+    auto descriptor = M(); // all bytes zero
     if (read_descriptor(cfgdb.db(), &descriptor, key) != 0) {
-        return core::fail(core::Error::ErrorCApi, "Failed get config for {}", typeid(M).name());
+        return core::fail(core::Error::ErrorCApi, "Failed get config for {}", core::type_name<M>());
     }
     return descriptor;
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <functional>
 #include <numeric>
 #include <utility>
@@ -43,8 +42,7 @@ template <std::size_t... LEVELS>
 void write_rules(char* end, std::string_view category, std::size_t count,
                  std::index_sequence<LEVELS...> /*levels*/) {
     auto const write = [&end](std::string_view text) {
-        std::memcpy(end, text.data(), text.size());
-        end += text.size();
+        end = std::copy(text.begin(), text.end(), end);
         return true;
     };
     (void)((LEVELS < count && write(category) && write(ZLOG_LEVEL_TO_STRING_TABLE[LEVELS])) && ...);

@@ -22,7 +22,14 @@ using core::success;
 Result<std::vector<std::unique_ptr<ILogConfigFile>>>
 generate_zlog_config_files(std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
                            std::shared_ptr<ipc::IIpc> const& ipc,
-                           std::shared_ptr<core::ILogger> const& logger, std::string const& folder) {
+                           std::shared_ptr<core::ILogger> const& logger) {
+    return generate_zlog_config_files_in(zlog_folder, cfgdb, ipc, logger);
+}
+
+Result<std::vector<std::unique_ptr<ILogConfigFile>>>
+generate_zlog_config_files_in(std::string const& folder, std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
+                              std::shared_ptr<ipc::IIpc> const& ipc,
+                              std::shared_ptr<core::ILogger> const& logger) {
     auto const generator = std::make_shared<ZlogConfigGenerator>();
     std::vector<std::unique_ptr<ILogConfigFile>> files;
     for (auto const& file : zlog_files) {

@@ -18,10 +18,17 @@ inline constexpr char const* zlog_folder = "/etc/zlog_modules_config/";
 
 /// Writes every zlog file from the database and returns their objects, 26 in the order of the file table. The
 /// first file that fails ends the pass: the error is logged and returned, the files written so far stay on
-/// disk, those behind it stay as they were. `folder` ends in a slash.
-Result<std::vector<std::unique_ptr<ILogConfigFile>>> generate_zlog_config_files(
-    std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb, std::shared_ptr<ipc::IIpc> const& ipc,
-    std::shared_ptr<core::ILogger> const& logger, std::string const& folder = zlog_folder);
+/// disk, those behind it stay as they were.
+Result<std::vector<std::unique_ptr<ILogConfigFile>>>
+generate_zlog_config_files(std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
+                           std::shared_ptr<ipc::IIpc> const& ipc,
+                           std::shared_ptr<core::ILogger> const& logger);
+
+/// The same in another folder, which ends in a slash.
+Result<std::vector<std::unique_ptr<ILogConfigFile>>>
+generate_zlog_config_files_in(std::string const& folder, std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
+                              std::shared_ptr<ipc::IIpc> const& ipc,
+                              std::shared_ptr<core::ILogger> const& logger);
 
 /// Builds one file object, which writes its file, and appends it to `files`. Fails with the error of
 /// `add_modules`, or with `CommonError` naming the path and what was thrown.

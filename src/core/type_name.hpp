@@ -1,0 +1,16 @@
+#pragma once
+
+#include <string>
+#include <typeinfo>
+
+namespace xpon::core {
+
+/// The type's name as a programmer writes it; as the compiler mangles it where it cannot be translated.
+std::string readable(std::type_info const& type);
+
+template <class T>
+std::string type_name() {
+    return readable(typeid(T));
+}
+
+} // namespace xpon::core
