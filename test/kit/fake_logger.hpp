@@ -20,7 +20,11 @@ class FakeLogger : public core::ILogger {
     explicit FakeLogger(core::LogLevel lowest_level = core::LogLevel::Debug)
       : lowest{lowest_level} {}
 
-    bool is_enabled(core::LogLevel level) const override { return level >= lowest; }
+    bool is_enabled(core::LogLevel level) const override {
+        std::lock_guard const lock{mutex};
+        questions.push_back(level);
+        return level >= lowest;
+    }
 
     void log(core::LogLevel level, std::string_view text, std::source_location const& where) override {
         std::lock_guard const lock{mutex};
@@ -48,10 +52,17 @@ class FakeLogger : public core::ILogger {
         return all;
     }
 
+    /// Of which levels it was asked whether they are enabled.
+    std::vector<core::LogLevel> asked() const {
+        std::lock_guard const lock{mutex};
+        return questions;
+    }
+
   private:
     core::LogLevel lowest;
     mutable std::mutex mutex;
-    std::vector<Line> written; // guarded by mutex
+    std::vector<Line> written;                     // guarded by mutex
+    mutable std::vector<core::LogLevel> questions; // guarded by mutex
 };
 
 } // namespace xpon::test

@@ -9,7 +9,6 @@
 
 #include "core/failure.hpp"
 #include "kit/accessor_spy.hpp"
-#include "kit/event_queue.hpp"
 #include "kit/fake_logger.hpp"
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
@@ -77,7 +76,11 @@ struct Outputs {
     Result<void> answer(std::string const& name) {
         trace.push_back(name);
         auto const found = answers.find(name);
-        return found == answers.end() ? Result<void>{core::success()} : found->second();
+        if (found == answers.end()) {
+            return core::success();
+        }
+        auto const act = found->second; // which may change the answers
+        return act();
     }
 };
 
@@ -323,6 +326,12 @@ TEST_F(LogConfigServiceTest, TheFirstMasterChangeAfterRunFindsTheModeUnchanged) 
     EXPECT_EQ(logger->lines().front().level, LogLevel::Error);
 }
 
+TEST_F(LogConfigServiceTest, AMasterChangeAsksTheLoggerOnce) {
+    auto const service = make_service(ServiceMode::Standalone);
+    EXPECT_THAT(service->master_change({}), IsOk());
+    EXPECT_THAT(logger->asked(), ElementsAre(LogLevel::Error));
+}
+
 TEST_F(LogConfigServiceTest, AMasterChangeOutOfAnotherModeReconfiguresSyslog) {
     for (auto const mode : {ServiceMode::Init, ServiceMode::Master, ServiceMode::Standby}) {
         outputs->trace.clear();
@@ -541,19 +550,41 @@ TEST_F(LogConfigServiceTest, ExceptionsInATerminalEventBecomeException) {
 
 TEST_F(LogConfigServiceTest, ATerminalThatOpensDuringAChangeDoesNotBringOldSettingsBack) {
     auto const service = make_service();
-    std::thread other;
-    test::EventQueue<Result<void>> changed;
-    // The terminal's settings have been read, but are not applied yet, when others are committed.
+    // The terminal's settings have been read, but are not applied yet, when others are committed and applied.
     outputs->answers["terminal"] = [&] {
+        outputs->answers.clear();
         store({{"syslog.file.level", "debug"}});
-        other = std::thread{[&] { changed.push(change(*service, {52})); }};
-        std::ignore = changed.pop(std::chrono::milliseconds{200}); // time to overtake, if it could
-        return core::success();
+        return change(*service, {52});
     };
     EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
-    other.join();
-    ASSERT_EQ(outputs->settings.size(), 2);
-    EXPECT_EQ(outputs->settings.back().file.level, 5);
+    EXPECT_THAT(outputs->trace, ElementsAre("terminal", "syslog", "syslog", "terminal", "syslog"));
+    std::vector<int> levels;
+    for (auto const& settings : outputs->settings) {
+        levels.push_back(settings.file.level);
+    }
+    EXPECT_THAT(levels, ElementsAre(5, 4, 5));
+}
+
+TEST_F(LogConfigServiceTest, ATerminalsFailedReloadIsRepeatedWhereItLeftAnOldFile) {
+    auto const service = make_service();
+    outputs->answers["syslog"] = [&]() -> Result<void> {
+        outputs->answers.clear();
+        EXPECT_THAT(change(*service, {52}), IsOk()) << "its file is overwritten by the terminal's";
+        return fail(Error::CommonError, "Failed reload syslog");
+    };
+    EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
+    EXPECT_THAT(outputs->trace, ElementsAre("terminal", "syslog", "syslog", "terminal", "syslog"));
+    EXPECT_THAT(logger->texts(), IsEmpty());
+}
+
+TEST_F(LogConfigServiceTest, WithoutAChangeMeanwhileEachCallOfATerminalsEventIsMadeOnce) {
+    auto const service = make_service();
+    EXPECT_THAT(change(*service, {52}), IsOk());
+    outputs->trace.clear();
+    spy.clear();
+    EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
+    EXPECT_THAT(outputs->trace, ElementsAre("terminal", "syslog"));
+    EXPECT_THAT(spy.calls(), testing::Contains(accessor("syslog_remote")).Times(1));
 }
 
 // --- configuration changes

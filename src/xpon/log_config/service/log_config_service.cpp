@@ -1,5 +1,6 @@
 #include "xpon/log_config/service/log_config_service.hpp"
 
+#include <source_location>
 #include <utility>
 
 #include "core/failure.hpp"
@@ -11,7 +12,6 @@ using core::c_api_result;
 using core::Error;
 using core::fail;
 using core::guarded;
-using core::log;
 using core::log_failure;
 using core::pass_on;
 using core::success;
@@ -77,7 +77,8 @@ Result<void> LogConfigService::master_change(ServiceCtx const& /*ctx*/) {
     unsigned char const mask = ServiceMode::Master | ServiceMode::Standby;
     OUTCOME_TRY(pass_on(*logger, is_allowed_mode(mode, mask)));
     if (logger->is_enabled(log_failure)) {
-        log(*logger, log_failure, "Master-change event with mode: {}", to_string(mode));
+        logger->log(log_failure, fmt::format("Master-change event with mode: {}", to_string(mode)),
+                    std::source_location::current());
     }
     if (mode == before) {
         return success();
@@ -129,8 +130,8 @@ Result<void> LogConfigService::update_kernel_configurator() {
 }
 
 Result<void> LogConfigService::update_syslog_configurator() {
-    std::lock_guard const lock{syslog_update};
     OUTCOME_TRY(settings, pass_on(*logger, guarded(*logger, [this] { return get_full_syslog_config(); })));
+    ++settings_read;
     if (mode == ServiceMode::Standby) {
         // The standby controller sends nothing to the remote receivers, whatever the database holds.
         OUTCOME_TRY(c_api_result(*logger, init_SyslogNetworkDest(&settings.remote)));
@@ -141,7 +142,8 @@ Result<void> LogConfigService::update_syslog_configurator() {
 
 Result<SyslogSettings> LogConfigService::get_full_syslog_config() {
     void const* const db = cfgdb->db();
-    SyslogSettings settings{};
+    // In parentheses: braces would leave the padding as it is.
+    auto settings = SyslogSettings();
     OUTCOME_TRY(c_api_result(*logger, init_SyslogSettings(&settings)));
     OUTCOME_TRY(
         c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_remote(db, &settings.remote, global_row)));
@@ -154,12 +156,19 @@ Result<SyslogSettings> LogConfigService::get_full_syslog_config() {
 }
 
 Result<void> LogConfigService::update_pts(RemoteLoggerEvent const& event) {
-    std::lock_guard const lock{syslog_update};
-    OUTCOME_TRY(settings, pass_on(*logger, guarded(*logger, [this] { return get_full_syslog_config(); })));
-    OUTCOME_TRY(pass_on(*logger,
-                        guarded(*logger, [&] { return syslog_configurator->update_remote_logging(event); })));
-    return pass_on(*logger,
-                   guarded(*logger, [&] { return syslog_configurator->apply_new_config(settings); }));
+    for (;;) {
+        unsigned const before = settings_read;
+        OUTCOME_TRY(settings,
+                    pass_on(*logger, guarded(*logger, [this] { return get_full_syslog_config(); })));
+        OUTCOME_TRY(pass_on(
+            *logger, guarded(*logger, [&] { return syslog_configurator->update_remote_logging(event); })));
+        auto applied = guarded(*logger, [&] { return syslog_configurator->apply_new_config(settings); });
+        // Settings that the event thread read meanwhile may be newer than these and have been overwritten by
+        // them, also by a failed run: the file is written before the reload that failed.
+        if (settings_read == before) {
+            return pass_on(*logger, std::move(applied));
+        }
+    }
 }
 
 } // namespace xpon::log_config

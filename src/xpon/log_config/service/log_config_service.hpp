@@ -1,7 +1,7 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include "core/i_logger.hpp"
@@ -18,8 +18,8 @@
 namespace xpon::log_config {
 
 /// Turns the launcher's events into updates of the outputs. `run` executes on the launcher's thread, the
-/// events on its event thread, `update_pts` on the polling thread of the remote shell logger. These two meet
-/// in an update of syslog-ng, one at a time from the reading of the settings on; nothing else is shared.
+/// events on its event thread, `update_pts` on the polling thread of the remote shell logger. The last two
+/// meet in the syslog configurator, whose own lock orders what they apply; the service takes none.
 class LogConfigService : public service::ServiceBase {
   public:
     /// Reads and writes nothing yet.
@@ -47,7 +47,8 @@ class LogConfigService : public service::ServiceBase {
     Result<void> update_syslog_configurator();
     /// The record as stored, but for `kernel`, which holds the default. Safe from any thread.
     Result<SyslogSettings> get_full_syslog_config();
-    /// A remote terminal opened or closed.
+    /// A remote terminal opened or closed: reads the settings, records the terminal, applies both. Does so
+    /// again if the settings were read for another update meanwhile.
     Result<void> update_pts(RemoteLoggerEvent const& event);
 
   private:
@@ -55,12 +56,13 @@ class LogConfigService : public service::ServiceBase {
     std::shared_ptr<cfgdb::CfgDbWrapper> cfgdb;
     std::unique_ptr<IKernelConfigurator> kernel_configurator;
     std::unique_ptr<ISyslogConfigurator> syslog_configurator;
-    // Held from the reading of the syslog settings until they are applied: else a terminal that opens during
-    // a change could put settings read before it in the place of the new ones.
-    std::mutex syslog_update;
     std::unique_ptr<IRemoteShellLogger> rsh_logger;
     std::vector<std::unique_ptr<ILogConfigFile>> log_files;
     service::ServiceMode mode;
+    /// How often `update_syslog_configurator` has read the settings. Incremented by the thread that runs it,
+    /// read by the polling thread, which so learns that what it has applied may be older than what it
+    /// replaced.
+    std::atomic<unsigned> settings_read = 0;
 };
 
 } // namespace xpon::log_config
