@@ -93,6 +93,8 @@ class DeliveryTest : public testing::Test {
     std::shared_ptr<test::FakeLogger> logger = std::make_shared<test::FakeLogger>();
     std::shared_ptr<test::FakeSystemWrapper> system = std::make_shared<test::FakeSystemWrapper>();
     std::shared_ptr<cfgdb::CfgDbWrapper> cfgdb = std::make_shared<cfgdb::CfgDbWrapper>("TEST", folder);
+    std::mutex mutex;
+    std::string in_force; // what the last reload found in the file; guarded by mutex
     std::unique_ptr<service::ServiceLauncher> launcher;
     LogConfigService* service = nullptr; // the launcher's
     std::future<Result<void>> running;
@@ -135,10 +137,7 @@ TEST_F(DeliveryTest, ANotificationThatFailsAmidAListIsMadeUpForWithoutANewChange
 }
 
 TEST_F(DeliveryTest, TerminalsThatOpenDuringChangesBringNoOldSettingsBack) {
-    std::mutex mutex;
-    std::string in_force; // what the last reload found in the file; guarded by mutex
-    system_wrapper::SystemWrapper shell;
-    system->answer = [&](std::string const& command) -> Result<int> {
+    system->answer = [this](std::string const& command) -> Result<int> {
         if (command.find("syslog-ng-ctl") == std::string::npos) {
             return 0;
         }
@@ -146,7 +145,7 @@ TEST_F(DeliveryTest, TerminalsThatOpenDuringChangesBringNoOldSettingsBack) {
             std::lock_guard const lock{mutex};
             in_force = test::read_file(syslog_ng_conf);
         }
-        return shell.execute(":"); // takes its time, as a reload does
+        return system_wrapper::SystemWrapper{}.execute(":"); // takes its time, as a reload does
     };
     start();
 
