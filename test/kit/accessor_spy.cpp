@@ -1,17 +1,56 @@
 #include "kit/accessor_spy.hpp"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <stdexcept>
 
+#include "module_list.hpp"
 #include "xpon/cfgdb/modules.hpp"
 #include "xpon/cfgdb/syslog_settings.hpp"
+
+// Every plain function of the configuration library, as ACCESSOR(function, parameters, arguments).
+// CMakeLists.txt takes the linker's list from the same headers; where the two differ, a test program does not
+// link.
+// clang-format off
+#define INIT(Record) ACCESSOR(init_##Record, (Record * out), (out))
+#define READER(name, Record)                                                                                 \
+    ACCESSOR(getRunDb_CommonGCfg_logging_##name, (void const* db, Record* out, unsigned short const* key), (db, out, key))
+#define BUILT_IN(value, Descriptor, Subjects, lookup, ...)                                                   \
+    INIT(Descriptor)                                                                                         \
+    ACCESSOR(get_##lookup##_subjects_from_index, (char* out, Subjects subject), (out, subject))
+#define STORED(value, Descriptor, Subjects, reader, lookup, ...)                                             \
+    READER(module_##reader, Descriptor)                                                                      \
+    BUILT_IN(value, Descriptor, Subjects, lookup)
+#define ACCESSORS                                                                                            \
+    INIT(SyslogSettings)                                                                                     \
+    INIT(SyslogNetworkDest)                                                                                  \
+    READER(syslog_file, SyslogFileDest)                                                                      \
+    READER(syslog_console, SyslogConsoleDest)                                                                \
+    READER(syslog_remote, SyslogNetworkDest)                                                                 \
+    READER(syslog_kernel, SyslogKernelDest)                                                                  \
+    READER(syslog_rsh, SyslogRshDest)                                                                        \
+    XPON_MODULES(STORED, BUILT_IN)                                                                           \
+    ACCESSOR(get_modules_names_from_index, (char* out, Modules_names module), (out, module))
+// clang-format on
 
 namespace xpon::test {
 
 namespace {
 
 AccessorSpy* active = nullptr;
+
+std::string const& known(std::string const& function) {
+    auto const& all = AccessorSpy::functions();
+    if (std::ranges::find(all, function) == all.end()) {
+        std::fprintf(stderr, "AccessorSpy: the configuration library has no function \"%s\"\n",
+                     function.c_str());
+        std::abort();
+    }
+    return function;
+}
 
 } // namespace
 
@@ -23,14 +62,51 @@ AccessorSpy::~AccessorSpy() {
     active = nullptr;
 }
 
-std::string const* AccessorSpy::stem_to_answer() {
-    return active != nullptr && !active->stem.empty() ? &active->stem : nullptr;
+void AccessorSpy::fail(std::string const& function, int status, int reason) {
+    std::lock_guard const lock{mutex};
+    failures[known(function)] = {status, reason};
+}
+
+void AccessorSpy::make_throw(std::string const& function, std::string const& text) {
+    std::lock_guard const lock{mutex};
+    exceptions[known(function)] = text;
+}
+
+void AccessorSpy::answer(std::string const& function, std::string const& name) {
+    std::lock_guard const lock{mutex};
+    answers[known(function)] = name;
+}
+
+void AccessorSpy::clear() {
+    std::lock_guard const lock{mutex};
+    failures.clear();
+    exceptions.clear();
+    answers.clear();
+    called.clear();
+}
+
+std::vector<std::string> AccessorSpy::calls() const {
+    std::lock_guard const lock{mutex};
+    return called;
+}
+
+bool AccessorSpy::was_called(std::string const& function) const {
+    std::lock_guard const lock{mutex};
+    return std::ranges::find(called, known(function)) != called.end();
+}
+
+std::vector<std::string> const& AccessorSpy::functions() {
+#define ACCESSOR(function, parameters, arguments) #function,
+    static std::vector<std::string> const all{ACCESSORS};
+#undef ACCESSOR
+    return all;
 }
 
 int AccessorSpy::intercept(char const* function) {
     if (active == nullptr) {
         return 0;
     }
+    std::lock_guard const lock{active->mutex};
     active->called.emplace_back(function);
     if (auto const thrown = active->exceptions.find(function); thrown != active->exceptions.end()) {
         if (thrown->second.empty()) {
@@ -48,38 +124,30 @@ int AccessorSpy::intercept(char const* function) {
     return failure->second.status;
 }
 
+bool AccessorSpy::take_over(char const* function, char* out) {
+    if (active == nullptr) {
+        return false;
+    }
+    std::lock_guard const lock{active->mutex};
+    auto const answer = active->answers.find(function);
+    if (answer == active->answers.end()) {
+        return false;
+    }
+    std::memcpy(out, answer->second.data(), answer->second.size());
+    return true;
+}
+
 } // namespace xpon::test
 
 using xpon::test::AccessorSpy;
 
-#define WRAP(function, parameters, arguments)                                                                \
+// NOLINTBEGIN(bugprone-reserved-identifier): these are the names that the linker's --wrap gives
+#define ACCESSOR(function, parameters, arguments)                                                            \
     extern "C" int __real_##function parameters;                                                             \
     extern "C" int __wrap_##function parameters;                                                             \
     int __wrap_##function parameters {                                                                       \
-        int const status = AccessorSpy::intercept(#function);                                                \
-        return status != 0 ? status : __real_##function arguments;                                           \
+        return AccessorSpy::call(#function, __real_##function, UNPACK arguments);                            \
     }
-
-// NOLINTBEGIN(bugprone-reserved-identifier): these are the names that the linker's --wrap gives
-#define SYSLOG_INIT(Record) WRAP(init_##Record, (Record * out), (out))
-#define SYSLOG(name, Record)                                                                                 \
-    WRAP(getRunDb_CommonGCfg_logging_syslog_##name,                                                          \
-         (void const* db, Record* out, unsigned short const* key), (db, out, key))
-#define STORED(name, Record)                                                                                 \
-    WRAP(getRunDb_CommonGCfg_logging_module_##name,                                                          \
-         (void const* db, Record* out, unsigned short const* key), (db, out, key))
-#define BUILT_IN(Record) WRAP(init_##Record, (Record * out), (out))
-#define LOOKUP(name, Subjects)                                                                               \
-    WRAP(get_##name##_subjects_from_index, (char* out, Subjects subject), (out, subject))
-#include "kit/accessors.def"
-extern "C" int __real_get_modules_names_from_index(char* out, Modules_names module);
-extern "C" int __wrap_get_modules_names_from_index(char* out, Modules_names module);
-int __wrap_get_modules_names_from_index(char* out, Modules_names module) {
-    if (auto const* const stem = AccessorSpy::stem_to_answer()) {
-        std::memcpy(out, stem->data(), stem->size());
-        return 0;
-    }
-    int const status = AccessorSpy::intercept("get_modules_names_from_index");
-    return status != 0 ? status : __real_get_modules_names_from_index(out, module);
-}
+#define UNPACK(...) __VA_ARGS__
+ACCESSORS
 // NOLINTEND(bugprone-reserved-identifier)

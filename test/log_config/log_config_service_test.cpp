@@ -471,7 +471,7 @@ TEST_F(LogConfigServiceTest, InStandbyNoReceiverIsConfigured) {
     store({{"syslog.remote.1.address", "127.0.0.1"}, {"syslog.remote.3.address", "127.0.0.2"}});
     auto const service = make_service(ServiceMode::Standby);
     EXPECT_THAT(service->update_syslog_configurator(), IsOk());
-    EXPECT_THAT(spy.calls(), testing::Contains("init_SyslogNetworkDest"));
+    EXPECT_TRUE(spy.was_called("init_SyslogNetworkDest"));
     ASSERT_EQ(outputs->settings.size(), 1U);
     for (auto const& receiver : outputs->settings.front().remote.dest) {
         EXPECT_STREQ(receiver.address, "0.0.0.0");
@@ -484,7 +484,7 @@ TEST_F(LogConfigServiceTest, OnlyStandbyEmptiesTheReceivers) {
     for (auto const mode : {ServiceMode::Init, ServiceMode::Master, ServiceMode::Standalone}) {
         spy.clear();
         EXPECT_THAT(make_service(mode)->update_syslog_configurator(), IsOk());
-        EXPECT_THAT(spy.calls(), testing::Not(testing::Contains("init_SyslogNetworkDest")));
+        EXPECT_FALSE(spy.was_called("init_SyslogNetworkDest"));
     }
 }
 

@@ -51,7 +51,7 @@ TEST(ModuleCategories, TheFirstUnderscoreBefore1BecomesAHyphen) {
 TEST(ModuleCategories, TheRuleRunsOverTheStemToo) {
     EXPECT_THAT(categories_of(acs_custom, {"SELF", "1X"}), ElementsAre("ACS_CUST", "ACS_CUST-X"));
     AccessorSpy spy;
-    spy.answer_stem("AB_1C");
+    spy.answer("get_modules_names_from_index", "AB_1C");
     EXPECT_THAT(categories_of(dna, {"SELF", "1D", "X"}), ElementsAre("AB-C", "AB-C_1D", "AB-C_X"));
 }
 

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include "kit/accessor_spy.hpp"
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
 #include "xpon/log_config/zlog/add_module.hpp"
@@ -12,7 +11,6 @@ namespace xpon::log_config {
 namespace {
 
 using core::Error;
-using test::AccessorSpy;
 using test::IsError;
 using test::IsOk;
 using testing::ThrowsMessage;
