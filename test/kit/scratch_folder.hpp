@@ -12,8 +12,8 @@ namespace xpon::test {
 /// An empty folder of the test's own, removed with everything in it.
 class ScratchFolder {
   public:
-    ScratchFolder() {
-        auto pattern = (std::filesystem::temp_directory_path() / "log-config-test.XXXXXX").string();
+    explicit ScratchFolder(std::filesystem::path const& parent = std::filesystem::temp_directory_path()) {
+        auto pattern = (parent / "log-config-test.XXXXXX").string();
         if (mkdtemp(pattern.data()) == nullptr) {
             throw std::runtime_error("no scratch folder: " + pattern);
         }

@@ -11,6 +11,7 @@
 
 #include "core/unique_fd.hpp"
 #include "kit/child_process.hpp"
+#include "kit/report.hpp"
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_readable.hpp"
 
@@ -104,6 +105,41 @@ TEST_F(Sandbox, LaysFilesOfTheRootOverThoseOfTheHostAndForgetsWhatIsWrittenThere
     EXPECT_EQ(output(), "replaced reload\n");
     EXPECT_FALSE(std::filesystem::exists("/usr/sbin/" + name));
     EXPECT_FALSE(std::filesystem::exists("/etc/" + name));
+}
+
+TEST_F(Sandbox, LetsNothingElseBeWritten) {
+    auto const name = folder.path().filename().string(); // in use nowhere else
+    std::vector<std::string> const places{
+        "/",     "/" + name, "/usr/lib",      "/usr/lib/" + name, "/opt", "/opt/" + name,
+        "/home", "/var/tmp", "/sys/fs/cgroup"};
+    std::string script;
+    for (auto const& place : places) {
+        script += fmt::format("mkdir -p {0}; echo text >{0}/{1}.file && exit 1; ", place, name);
+    }
+    script += "limit=$(</proc/sys/kernel/threads-max); ! echo \"$limit\" >/proc/sys/kernel/threads-max";
+    EXPECT_EQ(run_script(script), 0) << output();
+    EXPECT_THAT(output(), testing::HasSubstr("Read-only file system"));
+    for (auto const& place : places) {
+        auto const file = fmt::format("{}/{}.file", place, name);
+        EXPECT_FALSE(std::filesystem::exists(file)) << file;
+        std::filesystem::remove(file);
+    }
+    if (geteuid() == 0 && !HasFailure()) {
+        report(
+            "a program under test writes where it should not\tin a sandbox, as root: files in `/`, "
+            "`/usr/lib`, "
+            "`/opt`, `/var/tmp` …, in new folders there, in `/proc/sys`\t\"Read-only file system\"; nothing "
+            "reaches the host");
+    }
+}
+
+TEST_F(Sandbox, KeepsTheFoldersOfItsOptionsWritable) {
+    ScratchFolder const kept{"/var/tmp"}; // outside of the source tree and of every private folder
+    for (std::string const option : {"--keep", "--root", "--build"}) {
+        auto const file = kept / ("by" + option);
+        EXPECT_EQ(start({option, kept.path(), "bash", "-c", "echo >" + file.string()}).wait(), 0) << output();
+        EXPECT_TRUE(std::filesystem::exists(file));
+    }
 }
 
 TEST_F(Sandbox, HasNoTerminalsAtFirstThenItsOwn) {
