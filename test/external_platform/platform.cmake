@@ -8,3 +8,7 @@ foreach(library logger ipc cfgdb service system_wrapper config_writer)
 endforeach()
 target_sources(xpon_cfgdb PRIVATE ${CMAKE_CURRENT_LIST_DIR}/cfgdb_plain.c)
 target_link_libraries(xpon_service PUBLIC xpon_ipc xpon_cfgdb)
+
+add_executable(module-files ${CMAKE_CURRENT_LIST_DIR}/module_files.cpp)
+target_compile_features(module-files PRIVATE cxx_std_20)
+target_link_libraries(module-files PRIVATE log_config)

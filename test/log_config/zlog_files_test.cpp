@@ -323,6 +323,54 @@ TEST_F(ZlogFilesTest, AnAddingFunctionKeepsTheModulesBeforeTheOneThatFails) {
     EXPECT_THAT(added, ElementsAre(1, 4, 5, 6, 7, 8, 17, 22, 24));
 }
 
+TEST_F(ZlogFilesTest, EveryFunctionOfTheLibraryCanFailTheFilesThatHoldItsModule) {
+    std::map<std::string_view, std::set<Modules_names>> modules_of;
+    for (auto const& file : zlog_files) {
+        LogModules modules;
+        ASSERT_THAT(file.add_modules(modules, cfgdb, generator), IsOk());
+        for (auto const& [module, _] : modules) {
+            modules_of[file.name].insert(module);
+        }
+    }
+    auto const expect_failures = [&](std::string const& function, Modules_names module,
+                                     std::string const& failure) {
+        spy.clear();
+        spy.fail(function, -1);
+        for (auto const& file : zlog_files) {
+            std::string seen;
+            try {
+                LogModules modules;
+                auto const added = file.add_modules(modules, cfgdb, generator);
+                seen = added.has_error() ? added.error().to_string() : "";
+            } catch (std::runtime_error const& exception) {
+                seen = exception.what();
+            }
+            auto const holds = modules_of[file.name].contains(module);
+            EXPECT_THAT(seen, testing::HasSubstr(holds ? failure : "")) << function << ' ' << file.name;
+            EXPECT_EQ(seen.empty(), !holds) << function << ' ' << file.name;
+        }
+    };
+    unsigned short const key[3]{};
+    std::apply(
+        [&](auto const&... entry) {
+            auto const fail_both = [&]<class M, class S>(ModuleEntry<M, S> const& row) {
+                M descriptor{};
+                char name[15]{};
+                spy.clear();
+                EXPECT_EQ(row.read_descriptor(cfgdb->db(), &descriptor, key), 0);
+                EXPECT_EQ(row.subject_name(name, S{}), 0);
+                auto const functions = spy.calls();
+                ASSERT_THAT(functions, SizeIs(2));
+                expect_failures(functions[0], row.module, "Failed get config for ");
+                expect_failures(functions[1], row.module,
+                                fmt::format("Failed generate submodules on Base obj for {}",
+                                            static_cast<unsigned>(row.module)));
+            };
+            (fail_both(entry), ...);
+        },
+        catalogue::all);
+}
+
 // --- the tables
 
 TEST_F(ZlogFilesTest, TheCatalogueIsTheCheckedInOne) {

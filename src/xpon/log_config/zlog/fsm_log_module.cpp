@@ -1,21 +1,29 @@
 #include "xpon/log_config/zlog/fsm_log_module.hpp"
 
+#include <array>
 #include <cstdint>
-#include <iterator>
+#include <cstring>
 
 #include <fmt/compile.h>
+
+#include "xpon/log_config/zlog/module_number.hpp"
 
 namespace xpon::log_config {
 
 namespace {
 
-constexpr auto fsm_module = Modules_names{2};
-constexpr unsigned long subject_count = std::size(ModuleFsmPon{}.level);
-constexpr int port_count = std::size(ModuleFsmPon{}.port);
-constexpr int ont_count = std::size(ModuleFsmPon{}.ont[0]);
+constexpr auto fsm_module = module_of(2);
+constexpr unsigned long subject_count = 11;
+constexpr int port_count = 16;
+constexpr int ont_count = 256; // of each port
+
+/// The 16-bit words with which the descriptor begins, whatever its members are called: the levels of the
+/// subjects, of the OLT, of the ports, of the ONTs of port 1, of port 2 …
+using Levels = std::array<std::uint16_t, subject_count + 1 + port_count + port_count * ont_count>;
+static_assert(std::tuple_size_v<Levels> == 4124 && sizeof(ModuleFsmPon) >= sizeof(Levels));
 
 // In bytes, with every level debug. Where less is needed, the rest is never touched and costs nothing.
-constexpr std::size_t most_text = sizeof(ModuleFsmPon) / sizeof(std::uint16_t) * 300;
+constexpr std::size_t most_text = std::tuple_size_v<Levels> * 300;
 
 } // namespace
 
@@ -35,22 +43,20 @@ FsmLogModule::FsmLogModule(ModuleFsmPon const& descriptor,
 }
 
 Result<void> FsmLogModule::update_config(std::any const& descriptor) {
-    auto const* const levels = std::any_cast<ModuleFsmPon>(&descriptor);
-    if (levels == nullptr) {
+    auto const* const record = std::any_cast<ModuleFsmPon>(&descriptor);
+    if (record == nullptr) {
         return core::fail(core::Error::CommonError, "Failed any_cast std::any to ModuleFsmPon");
     }
+    Levels levels;
+    std::memcpy(&levels, record, sizeof levels);
     std::string text;
     text.reserve(most_text);
-    append_subject_rules(text, *levels);
-    for (auto const& category : olt_categories) {
-        text += generator->generate(category, levels->olt);
-    }
-    for (auto const* level = levels->port; auto const& category : port_categories) {
-        text += generator->generate(category, *level++);
-    }
-    for (std::size_t index = 0; auto const& category : ont_categories) {
-        text += generator->generate(category, levels->ont[index / ont_count][index % ont_count]);
-        ++index;
+    append_subject_rules(text, *record);
+    auto const* level = &levels[subject_count];
+    for (auto const* categories : {&olt_categories, &port_categories, &ont_categories}) {
+        for (auto const& category : *categories) {
+            text += generator->generate(category, *level++);
+        }
     }
     config = std::move(text);
     return core::success();

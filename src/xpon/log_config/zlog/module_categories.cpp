@@ -3,9 +3,9 @@
 #include <array>
 #include <cstring>
 #include <string_view>
-#include <type_traits>
 
 #include "core/failure.hpp"
+#include "xpon/log_config/zlog/module_number.hpp"
 
 namespace xpon::log_config {
 
@@ -43,16 +43,16 @@ std::string category_of(std::string const& stem, std::string const& subject) {
 Result<void> append_module_categories(std::vector<std::string>& categories, Modules_names module,
                                       std::size_t count, SubjectLookup const& subject_lookup,
                                       SubjectFormatter const& subject_formatter) {
-    auto const number = static_cast<std::underlying_type_t<Modules_names>>(module);
     NameBuffer stem{};
     if (int const ret = get_modules_names_from_index(stem.data(), module); ret != 0) {
-        return fail(Error::CommonError, "Failed get_modules_names_from_index({}) - {}", number, ret);
+        return fail(Error::CommonError, "Failed get_modules_names_from_index({}) - {}", number_of(module),
+                    ret);
     }
     for (std::size_t index = 0; index < count; ++index) {
         NameBuffer name{};
         if (int const ret = subject_lookup(name.data(), index); ret != 0) {
             return fail(Error::CommonError, "Failed get_subject_from_index({}) for module {} - {}", index,
-                        number, ret);
+                        number_of(module), ret);
         }
         auto subject = text_of(name);
         if (subject_formatter) {

@@ -3,10 +3,10 @@
 #include <numeric>
 #include <span>
 #include <stdexcept>
-#include <type_traits>
 #include <utility>
 
 #include "core/failure.hpp"
+#include "xpon/log_config/zlog/module_number.hpp"
 
 namespace xpon::log_config {
 
@@ -17,12 +17,9 @@ using core::success;
 
 namespace {
 
-auto number_of(Modules_names module) {
-    return static_cast<std::underlying_type_t<Modules_names>>(module);
-}
-
 std::vector<std::byte> bytes_of(Modules_names module) {
-    auto const bytes = std::as_bytes(std::span{&module, 1});
+    auto const number = number_of(module);
+    auto const bytes = std::as_bytes(std::span{&number, 1});
     return {bytes.begin(), bytes.end()};
 }
 

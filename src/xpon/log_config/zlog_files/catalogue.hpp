@@ -5,10 +5,10 @@
 
 #include <cstdint>
 #include <tuple>
-#include <type_traits>
 #include <utility>
 
 #include "xpon/cfgdb/modules.hpp"
+#include "xpon/log_config/zlog/module_number.hpp"
 
 namespace xpon::log_config {
 
@@ -29,47 +29,47 @@ int defaults_only(void const* /*db*/, M* out, unsigned short const* /*key*/) {
 namespace catalogue {
 
 // clang-format off
-inline constexpr ModuleEntry<ModuleAlarmMgr,  Alarmmgr_subjects>   alarm_mgr  {Modules_names{0},  1,  get_alarmmgr_subjects_from_index,   getRunDb_CommonGCfg_logging_module_alarmmgr};
-inline constexpr ModuleEntry<ModuleDna,       Dna_subjects>        dna        {Modules_names{1},  7,  get_dna_subjects_from_index,        getRunDb_CommonGCfg_logging_module_dna};
-inline constexpr ModuleEntry<ModuleFsmPon,    Fsm_subjects>        fsm_pon    {Modules_names{2},  11, get_fsm_subjects_from_index,        getRunDb_CommonGCfg_logging_module_fsm_pon};
-inline constexpr ModuleEntry<ModuleIgmp,      Igmp_subjects>       igmp       {Modules_names{3},  7,  get_igmp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_igmp};
-inline constexpr ModuleEntry<ModuleDhcpRa,    Dhcpra_subjects>     dhcp_ra    {Modules_names{4},  5,  get_dhcpra_subjects_from_index,     getRunDb_CommonGCfg_logging_module_dhcpra};
-inline constexpr ModuleEntry<ModuleIpsg,      Ipsg_subjects>       ipsg       {Modules_names{5},  3,  get_ipsg_subjects_from_index,       getRunDb_CommonGCfg_logging_module_ipsg};
-inline constexpr ModuleEntry<ModulePppoeIa,   Pppoe_ia_subjects>   pppoe_ia   {Modules_names{6},  5,  get_pppoe_ia_subjects_from_index,   getRunDb_CommonGCfg_logging_module_pppoe_ia};
-inline constexpr ModuleEntry<ModuleLldp,      Lldp_subjects>       lldp       {Modules_names{7},  5,  get_lldp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_lldp};
-inline constexpr ModuleEntry<ModuleL3Agent,   L3_agent_subjects>   l3_agent   {Modules_names{8},  2,  get_l3_agent_subjects_from_index,   getRunDb_CommonGCfg_logging_module_l3_agent};
-inline constexpr ModuleEntry<ModuleSnmp,      Snmp_subjects>       snmp       {Modules_names{9},  7,  get_snmp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_snmp};
-inline constexpr ModuleEntry<ModuleSessionMgr, Sessionmgr_subjects> session_mgr{Modules_names{11}, 2, get_sessionmgr_subjects_from_index, getRunDb_CommonGCfg_logging_module_sessionmgr};
-inline constexpr ModuleEntry<ModuleCli,       Cli_subjects>        cli        {Modules_names{13}, 10, get_cli_subjects_from_index,        getRunDb_CommonGCfg_logging_module_cli};
-inline constexpr ModuleEntry<ModuleSwitch,    Switch_subjects>     switch_    {Modules_names{16}, 5,  get_switch_subjects_from_index,     getRunDb_CommonGCfg_logging_module_switch};
-inline constexpr ModuleEntry<ModuleLacp,      Lacp_subjects>       lacp       {Modules_names{17}, 5,  get_lacp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_lacp};
-inline constexpr ModuleEntry<ModuleDatapath,  Datapath_subjects>   datapath   {Modules_names{18}, 3,  get_datapath_subjects_from_index,   getRunDb_CommonGCfg_logging_module_datapath};
-inline constexpr ModuleEntry<ModuleArp,       Arp_subjects>        arp        {Modules_names{19}, 4,  get_arp_subjects_from_index,        getRunDb_CommonGCfg_logging_module_arp};
+inline constexpr ModuleEntry<ModuleAlarmMgr,  Alarmmgr_subjects>   alarm_mgr  {module_of(0),  1,  get_alarmmgr_subjects_from_index,   getRunDb_CommonGCfg_logging_module_alarmmgr};
+inline constexpr ModuleEntry<ModuleDna,       Dna_subjects>        dna        {module_of(1),  7,  get_dna_subjects_from_index,        getRunDb_CommonGCfg_logging_module_dna};
+inline constexpr ModuleEntry<ModuleFsmPon,    Fsm_subjects>        fsm_pon    {module_of(2),  11, get_fsm_subjects_from_index,        getRunDb_CommonGCfg_logging_module_fsm_pon};
+inline constexpr ModuleEntry<ModuleIgmp,      Igmp_subjects>       igmp       {module_of(3),  7,  get_igmp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_igmp};
+inline constexpr ModuleEntry<ModuleDhcpRa,    Dhcpra_subjects>     dhcp_ra    {module_of(4),  5,  get_dhcpra_subjects_from_index,     getRunDb_CommonGCfg_logging_module_dhcpra};
+inline constexpr ModuleEntry<ModuleIpsg,      Ipsg_subjects>       ipsg       {module_of(5),  3,  get_ipsg_subjects_from_index,       getRunDb_CommonGCfg_logging_module_ipsg};
+inline constexpr ModuleEntry<ModulePppoeIa,   Pppoe_ia_subjects>   pppoe_ia   {module_of(6),  5,  get_pppoe_ia_subjects_from_index,   getRunDb_CommonGCfg_logging_module_pppoe_ia};
+inline constexpr ModuleEntry<ModuleLldp,      Lldp_subjects>       lldp       {module_of(7),  5,  get_lldp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_lldp};
+inline constexpr ModuleEntry<ModuleL3Agent,   L3_agent_subjects>   l3_agent   {module_of(8),  2,  get_l3_agent_subjects_from_index,   getRunDb_CommonGCfg_logging_module_l3_agent};
+inline constexpr ModuleEntry<ModuleSnmp,      Snmp_subjects>       snmp       {module_of(9),  7,  get_snmp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_snmp};
+inline constexpr ModuleEntry<ModuleSessionMgr, Sessionmgr_subjects> session_mgr{module_of(11), 2, get_sessionmgr_subjects_from_index, getRunDb_CommonGCfg_logging_module_sessionmgr};
+inline constexpr ModuleEntry<ModuleCli,       Cli_subjects>        cli        {module_of(13), 10, get_cli_subjects_from_index,        getRunDb_CommonGCfg_logging_module_cli};
+inline constexpr ModuleEntry<ModuleSwitch,    Switch_subjects>     switch_    {module_of(16), 5,  get_switch_subjects_from_index,     getRunDb_CommonGCfg_logging_module_switch};
+inline constexpr ModuleEntry<ModuleLacp,      Lacp_subjects>       lacp       {module_of(17), 5,  get_lacp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_lacp};
+inline constexpr ModuleEntry<ModuleDatapath,  Datapath_subjects>   datapath   {module_of(18), 3,  get_datapath_subjects_from_index,   getRunDb_CommonGCfg_logging_module_datapath};
+inline constexpr ModuleEntry<ModuleArp,       Arp_subjects>        arp        {module_of(19), 4,  get_arp_subjects_from_index,        getRunDb_CommonGCfg_logging_module_arp};
 
-inline constexpr ModuleEntry<ModuleApiService,        ApiService_subjects>        api_service        {Modules_names{20}, 4, get_apiservice_subjects_from_index,        defaults_only<init_ModuleApiService>};
-inline constexpr ModuleEntry<ModuleBootloaderUpgrade, BootloaderUpgrade_subjects> bootloader_upgrade {Modules_names{21}, 1, get_bootloaderupgrade_subjects_from_index, defaults_only<init_ModuleBootloaderUpgrade>};
-inline constexpr ModuleEntry<ModuleWatchdog,          Watchdog_subjects>          watchdog           {Modules_names{22}, 1, get_watchdog_subjects_from_index,          defaults_only<init_ModuleWatchdog>};
-inline constexpr ModuleEntry<ModulePtable,            Ptable_subjects>            ptable             {Modules_names{23}, 1, get_ptable_subjects_from_index,            defaults_only<init_ModulePtable>};
-inline constexpr ModuleEntry<ModuleOntConnections,    OntConnections_subjects>    ont_connections    {Modules_names{24}, 1, get_ontconnections_subjects_from_index,    defaults_only<init_ModuleOntConnections>};
-inline constexpr ModuleEntry<ModuleElection,          Election_subjects>          election           {Modules_names{25}, 2, get_election_subjects_from_index,          defaults_only<init_ModuleElection>};
-inline constexpr ModuleEntry<ModuleFileMgr,           FileMgr_subjects>           file_mgr           {Modules_names{26}, 2, get_filemgr_subjects_from_index,           defaults_only<init_ModuleFileMgr>};
-inline constexpr ModuleEntry<ModuleFirmware,          Firmware_subjects>          firmware           {Modules_names{27}, 3, get_firmware_subjects_from_index,          defaults_only<init_ModuleFirmware>};
-inline constexpr ModuleEntry<ModuleIpcBroker,         IpcBroker_subjects>         ipc_broker         {Modules_names{28}, 1, get_ipcbroker_subjects_from_index,         defaults_only<init_ModuleIpcBroker>};
-inline constexpr ModuleEntry<ModuleNtpdConfig,        NtpdConfig_subjects>        ntpd_config        {Modules_names{29}, 3, get_ntpdconfig_subjects_from_index,        defaults_only<init_ModuleNtpdConfig>};
-inline constexpr ModuleEntry<ModuleSlotMgr,           SlotMgr_subjects>           slot_mgr           {Modules_names{30}, 3, get_slotmgr_subjects_from_index,           defaults_only<init_ModuleSlotMgr>};
-inline constexpr ModuleEntry<ModuleSnmpdConf,         SnmpdConf_subjects>         snmpd_conf         {Modules_names{31}, 3, get_snmpdconf_subjects_from_index,         defaults_only<init_ModuleSnmpdConf>};
-inline constexpr ModuleEntry<ModuleSystemMgr,         SystemMgr_subjects>         system_mgr         {Modules_names{32}, 3, get_systemmgr_subjects_from_index,         defaults_only<init_ModuleSystemMgr>};
-inline constexpr ModuleEntry<ModuleUserdConf,         UserdConfig_subjects>       userd_conf         {Modules_names{33}, 3, get_userdconfig_subjects_from_index,       defaults_only<init_ModuleUserdConf>};
-inline constexpr ModuleEntry<ModuleWebServerConf,     WebServerConf_subjects>     web_server_conf    {Modules_names{34}, 3, get_webserverconf_subjects_from_index,     defaults_only<init_ModuleWebServerConf>};
-inline constexpr ModuleEntry<ModuleAutoBackupMgr,     AutoBackupMgr_subjects>     auto_backup_mgr    {Modules_names{35}, 5, get_autobackupmgr_subjects_from_index,     defaults_only<init_ModuleAutoBackupMgr>};
-inline constexpr ModuleEntry<ModuleConfigMgr,         ConfigMgr_subjects>         config_mgr         {Modules_names{36}, 3, get_configmgr_subjects_from_index,         defaults_only<init_ModuleConfigMgr>};
-inline constexpr ModuleEntry<ModuleAlarm,             Alarm_subjects>             alarm              {Modules_names{37}, 1, get_alarm_subjects_from_index,             defaults_only<init_ModuleAlarm>};
-inline constexpr ModuleEntry<ModuleLogConfig,         LogConfig_subjects>         log_config         {Modules_names{38}, 3, get_logconfig_subjects_from_index,         defaults_only<init_ModuleLogConfig>};
-inline constexpr ModuleEntry<ModuleAcsCustom,         AcsCustom_subjects>         acs_custom         {Modules_names{39}, 3, get_acscustom_subjects_from_index,         getRunDb_CommonGCfg_logging_module_acs_custom};
-inline constexpr ModuleEntry<ModuleAcsConfigDump,     AcsConfigDump_subjects>     acs_config_dump    {Modules_names{40}, 1, get_acsconfigdump_subjects_from_index,     defaults_only<init_ModuleAcsConfigDump>};
-inline constexpr ModuleEntry<ModuleAcsdConfig,        AcsdConfig_subjects>        acsd_config        {Modules_names{41}, 3, get_acsdconfig_subjects_from_index,        defaults_only<init_ModuleAcsdConfig>};
-inline constexpr ModuleEntry<ModuleAaaConf,           AaaConf_subjects>           aaa_conf           {Modules_names{42}, 3, get_aaaconf_subjects_from_index,           defaults_only<init_ModuleAaaConf>};
-inline constexpr ModuleEntry<ModuleNetserve,          Netserve_subjects>          netserve           {Modules_names{43}, 2, get_netserve_subjects_from_index,          getRunDb_CommonGCfg_logging_module_netserve};
+inline constexpr ModuleEntry<ModuleApiService,        ApiService_subjects>        api_service        {module_of(20), 4, get_apiservice_subjects_from_index,        defaults_only<init_ModuleApiService>};
+inline constexpr ModuleEntry<ModuleBootloaderUpgrade, BootloaderUpgrade_subjects> bootloader_upgrade {module_of(21), 1, get_bootloaderupgrade_subjects_from_index, defaults_only<init_ModuleBootloaderUpgrade>};
+inline constexpr ModuleEntry<ModuleWatchdog,          Watchdog_subjects>          watchdog           {module_of(22), 1, get_watchdog_subjects_from_index,          defaults_only<init_ModuleWatchdog>};
+inline constexpr ModuleEntry<ModulePtable,            Ptable_subjects>            ptable             {module_of(23), 1, get_ptable_subjects_from_index,            defaults_only<init_ModulePtable>};
+inline constexpr ModuleEntry<ModuleOntConnections,    OntConnections_subjects>    ont_connections    {module_of(24), 1, get_ontconnections_subjects_from_index,    defaults_only<init_ModuleOntConnections>};
+inline constexpr ModuleEntry<ModuleElection,          Election_subjects>          election           {module_of(25), 2, get_election_subjects_from_index,          defaults_only<init_ModuleElection>};
+inline constexpr ModuleEntry<ModuleFileMgr,           FileMgr_subjects>           file_mgr           {module_of(26), 2, get_filemgr_subjects_from_index,           defaults_only<init_ModuleFileMgr>};
+inline constexpr ModuleEntry<ModuleFirmware,          Firmware_subjects>          firmware           {module_of(27), 3, get_firmware_subjects_from_index,          defaults_only<init_ModuleFirmware>};
+inline constexpr ModuleEntry<ModuleIpcBroker,         IpcBroker_subjects>         ipc_broker         {module_of(28), 1, get_ipcbroker_subjects_from_index,         defaults_only<init_ModuleIpcBroker>};
+inline constexpr ModuleEntry<ModuleNtpdConfig,        NtpdConfig_subjects>        ntpd_config        {module_of(29), 3, get_ntpdconfig_subjects_from_index,        defaults_only<init_ModuleNtpdConfig>};
+inline constexpr ModuleEntry<ModuleSlotMgr,           SlotMgr_subjects>           slot_mgr           {module_of(30), 3, get_slotmgr_subjects_from_index,           defaults_only<init_ModuleSlotMgr>};
+inline constexpr ModuleEntry<ModuleSnmpdConf,         SnmpdConf_subjects>         snmpd_conf         {module_of(31), 3, get_snmpdconf_subjects_from_index,         defaults_only<init_ModuleSnmpdConf>};
+inline constexpr ModuleEntry<ModuleSystemMgr,         SystemMgr_subjects>         system_mgr         {module_of(32), 3, get_systemmgr_subjects_from_index,         defaults_only<init_ModuleSystemMgr>};
+inline constexpr ModuleEntry<ModuleUserdConf,         UserdConfig_subjects>       userd_conf         {module_of(33), 3, get_userdconfig_subjects_from_index,       defaults_only<init_ModuleUserdConf>};
+inline constexpr ModuleEntry<ModuleWebServerConf,     WebServerConf_subjects>     web_server_conf    {module_of(34), 3, get_webserverconf_subjects_from_index,     defaults_only<init_ModuleWebServerConf>};
+inline constexpr ModuleEntry<ModuleAutoBackupMgr,     AutoBackupMgr_subjects>     auto_backup_mgr    {module_of(35), 5, get_autobackupmgr_subjects_from_index,     defaults_only<init_ModuleAutoBackupMgr>};
+inline constexpr ModuleEntry<ModuleConfigMgr,         ConfigMgr_subjects>         config_mgr         {module_of(36), 3, get_configmgr_subjects_from_index,         defaults_only<init_ModuleConfigMgr>};
+inline constexpr ModuleEntry<ModuleAlarm,             Alarm_subjects>             alarm              {module_of(37), 1, get_alarm_subjects_from_index,             defaults_only<init_ModuleAlarm>};
+inline constexpr ModuleEntry<ModuleLogConfig,         LogConfig_subjects>         log_config         {module_of(38), 3, get_logconfig_subjects_from_index,         defaults_only<init_ModuleLogConfig>};
+inline constexpr ModuleEntry<ModuleAcsCustom,         AcsCustom_subjects>         acs_custom         {module_of(39), 3, get_acscustom_subjects_from_index,         getRunDb_CommonGCfg_logging_module_acs_custom};
+inline constexpr ModuleEntry<ModuleAcsConfigDump,     AcsConfigDump_subjects>     acs_config_dump    {module_of(40), 1, get_acsconfigdump_subjects_from_index,     defaults_only<init_ModuleAcsConfigDump>};
+inline constexpr ModuleEntry<ModuleAcsdConfig,        AcsdConfig_subjects>        acsd_config        {module_of(41), 3, get_acsdconfig_subjects_from_index,        defaults_only<init_ModuleAcsdConfig>};
+inline constexpr ModuleEntry<ModuleAaaConf,           AaaConf_subjects>           aaa_conf           {module_of(42), 3, get_aaaconf_subjects_from_index,           defaults_only<init_ModuleAaaConf>};
+inline constexpr ModuleEntry<ModuleNetserve,          Netserve_subjects>          netserve           {module_of(43), 2, get_netserve_subjects_from_index,          getRunDb_CommonGCfg_logging_module_netserve};
 // clang-format on
 
 /// Every row, by ascending module number.
@@ -81,21 +81,19 @@ inline constexpr auto all =
                     log_config, acs_custom, acs_config_dump, acsd_config, aaa_conf, netserve);
 static_assert(std::tuple_size_v<decltype(all)> == 40);
 
-/// A descriptor is exactly its subjects' levels; the PON state machines' one has 4113 more behind them.
+/// A descriptor begins with its subjects' levels; what may follow them belongs to the configuration library.
 template <class M, class S>
-constexpr bool has_one_level_per_subject(ModuleEntry<M, S> const& entry) {
-    auto const words =
-        static_cast<std::size_t>(entry.subject_count) + (std::is_same_v<M, ModuleFsmPon> ? 4113 : 0);
-    return sizeof(M) == sizeof(std::uint16_t) * words;
+constexpr bool has_a_level_for_each_subject(ModuleEntry<M, S> const& entry) {
+    return sizeof(M) >= sizeof(std::uint16_t) * static_cast<std::size_t>(entry.subject_count);
 }
 
-static_assert(std::apply([](auto const&... entry) { return (has_one_level_per_subject(entry) && ...); },
+static_assert(std::apply([](auto const&... entry) { return (has_a_level_for_each_subject(entry) && ...); },
                          all));
 static_assert(std::apply(
     [](auto const&... entry) {
         std::int64_t last = -1;
         auto const ascends = [&last](Modules_names module) {
-            return std::exchange(last, std::int64_t{module}) < std::int64_t{module};
+            return std::exchange(last, number_of(module)) < std::int64_t{number_of(module)};
         };
         return (ascends(entry.module) && ...);
     },

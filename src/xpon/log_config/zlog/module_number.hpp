@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstdint>
+
+#include "xpon/cfgdb/modules.hpp"
+
+namespace xpon::log_config {
+
+// The enumeration belongs to the configuration library and may be one of plain C, which no number initializes
+// and whose size the compiler chooses.
+
+constexpr Modules_names module_of(std::uint32_t number) {
+    return static_cast<Modules_names>(number);
+}
+
+constexpr std::uint32_t number_of(Modules_names module) {
+    return static_cast<std::uint32_t>(module);
+}
+
+} // namespace xpon::log_config
