@@ -26,6 +26,13 @@ TEST_P(Unit, DoesNotSayThatItCanBeReloaded) {
     EXPECT_THAT(read_file(file), testing::Not(testing::HasSubstr("\nExecReload")));
 }
 
+TEST(UnitFile, OfTheDaemonKnowsTheBrokerOnlyWhereItIsInstalledWithIt) {
+    std::string const folder = XPON_PACKAGING "/systemd";
+    EXPECT_THAT(read_file(folder + "/log-config.service"), testing::Not(testing::HasSubstr("ipc-broker")));
+    EXPECT_THAT(read_file(folder + "/log-config.service.d/ipc-broker.conf"),
+                testing::EndsWith("[Unit]\nWants=ipc-broker.service\nAfter=ipc-broker.service\n"));
+}
+
 INSTANTIATE_TEST_SUITE_P(Packaging, Unit, testing::Values("log-config", "ipc-broker", "logctl-recover"),
                          [](auto const& unit) {
                              std::string name{unit.param};
