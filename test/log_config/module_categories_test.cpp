@@ -94,6 +94,13 @@ TEST(ModuleCategories, BothBuffersAreZeroedBeforeEachLookup) {
     };
     EXPECT_THAT(append_module_categories(categories, dna, 2, lookup, {}), IsOk());
     EXPECT_THAT(categories, ElementsAre("DNA_AAAAAAAAAAAAAAA", "DNA_A"));
+
+    // Stems without a zero at their end: what a call has left on the stack would follow the next one.
+    AccessorSpy spy;
+    spy.answer("get_modules_names_from_index", "BBBBBBBBBBBBBBB");
+    EXPECT_THAT(categories_of(dna, {"SELF"}), ElementsAre("BBBBBBBBBBBBBBB"));
+    spy.answer("get_modules_names_from_index", "C");
+    EXPECT_THAT(categories_of(dna, {"SELF"}), ElementsAre("C"));
 }
 
 TEST(CustomLayerFormatter, ReplacesTheFirstOccurrenceOnly) {
