@@ -4,6 +4,7 @@
 
 #include "broker/bus_folder.hpp"
 #include "broker/last_answers.hpp"
+#include "broker/subscribers.hpp"
 
 namespace xpon::ipc {
 
@@ -19,14 +20,14 @@ class Broker {
 
   private:
     zmq::socket_t new_socket(zmq::socket_type type);
-    void answer_queries();
+    void take_subscriptions();
+    void forward_messages();
 
+    // All of it is the thread's that calls `run`; ZeroMQ has one of its own.
     zmq::context_t context{1};
-    zmq::socket_t frontend;  // the forwarding thread's while it runs
-    zmq::socket_t backend;   // the forwarding thread's while it runs
-    zmq::socket_t capture;   // the forwarding thread's while it runs
-    zmq::socket_t captured;  // the other end of `capture`
-    zmq::socket_t publisher; // where the broker speaks for itself
+    zmq::socket_t frontend; // from those who publish
+    zmq::socket_t backend;  // to those who subscribe
+    Subscribers subscribers;
     LastAnswers answers;
 };
 

@@ -58,6 +58,24 @@ BusFolder::~BusFolder() {
     }
 }
 
+std::filesystem::path BusFolder::make_room(char const* name) const {
+    auto path = folder / name;
+    if (unlink(path.c_str()) == 0 || errno == ENOENT || (errno == EISDIR && rmdir(path.c_str()) == 0)) {
+        return path;
+    }
+    // An empty folder of a new name, which a rename replaces.
+    auto aside = path.string() + ".XXXXXX";
+    if (mkdtemp(aside.data()) == nullptr) {
+        throw failure("remove what is in the way:", path);
+    }
+    if (rename(path.c_str(), aside.c_str()) != 0) {
+        auto const reason = failure("remove what is in the way:", path);
+        rmdir(aside.c_str());
+        throw reason;
+    }
+    return path;
+}
+
 void BusFolder::adopt(std::filesystem::path const& socket) {
     auto const state = state_of(socket);
     sockets.push_back({socket, state.st_dev, state.st_ino});
@@ -79,16 +97,24 @@ void BusFolder::create() {
     }
     give_to_group(folder);
     // After the change of group, which would drop the set-group-id bit.
-    if (chmod(folder.c_str(), S_ISGID | S_IRWXU | S_IRWXG) != 0) {
+    if (chmod(folder.c_str(), S_ISGID | S_IRWXU | S_IRGRP | S_IXGRP) != 0) {
         throw failure("cannot set the mode of the folder", folder);
     }
 }
 
 void BusFolder::lock() {
     auto const path = folder / "lock";
-    lock_file.reset(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, S_IRUSR | S_IWUSR));
+    if (struct stat state{}; lstat(path.c_str(), &state) == 0 && !S_ISREG(state.st_mode)) {
+        make_room("lock");
+    }
+    // Neither through a link nor waiting for the other end of a FIFO, should one have come meanwhile.
+    lock_file.reset(
+        open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR));
     if (!lock_file) {
         throw failure("cannot open the lock file", path);
+    }
+    if (struct stat state{}; fstat(lock_file.get(), &state) != 0 || !S_ISREG(state.st_mode)) {
+        throw std::runtime_error{fmt::format("{} is no regular file; remove it", path.string())};
     }
     if (flock(lock_file.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EWOULDBLOCK) {

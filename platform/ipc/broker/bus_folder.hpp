@@ -13,7 +13,8 @@ namespace xpon::ipc {
 /// The folder of the bus, owned by one broker at a time: its lock is held as long as this lives.
 class BusFolder {
   public:
-    /// Creates the folder if it is missing (mode 2770) and locks it. What is created belongs to `owner_group`
+    /// Creates the folder if it is missing (mode 2750: its group may pass) and locks it. What stands in the
+    /// place of the lock file and is none goes, see `make_room`. What is created belongs to `owner_group`
     /// where that is given and the process is root's. Throws std::runtime_error naming path and reason; of a
     /// folder that another broker serves it names the process.
     BusFolder(std::filesystem::path folder_path, std::optional<gid_t> owner_group);
@@ -24,6 +25,10 @@ class BusFolder {
     BusFolder& operator=(BusFolder const&) = delete;
 
     std::filesystem::path const& path() const { return folder; }
+
+    /// Makes room for a socket of this name: removes what is there, and moves a folder that is not empty to a
+    /// new name beside it. Returns the path. Throws std::runtime_error naming path, reason and cure.
+    std::filesystem::path make_room(char const* name) const;
 
     /// Takes a socket that was just made in the folder for one of its own. Throws std::runtime_error.
     void adopt(std::filesystem::path const& socket);
