@@ -158,11 +158,10 @@ void Subscriber::take_message(Bytes message) {
         return;
     }
     std::vector<std::byte> prefix{message.begin() + 1, message.end()};
-    if (message.front() == subscribes) {
-        if (auto const [place, is_new] = prefixes.insert(std::move(prefix)); is_new) {
-            expect(prefixes.size() <= max_subscriptions);
-            note(subscribes, *place);
-        }
+    if (message.front() == subscribes && !prefixes.contains(prefix)) {
+        expect(prefixes.size() < max_subscriptions);
+        note(subscribes, prefix);
+        prefixes.insert(std::move(prefix));
     } else if (message.front() == withdraws && prefixes.erase(prefix) != 0) {
         note(withdraws, prefix);
     }

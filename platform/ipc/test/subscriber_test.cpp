@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 
 namespace xpon::ipc {
@@ -51,6 +52,20 @@ TEST(Subscriber, OnlySubscriptionsToAnAddressAreOfInterestToThoseWhoPublish) {
         bytes(greeting + ready + subscription("") + subscription("abc") + subscription("abcde"))));
     subscriber.leave();
     EXPECT_THAT(subscriber.take_notices(), IsEmpty());
+}
+
+TEST(Subscriber, WhoIsCutOffWithdrawsWhatItHadAndNoMore) {
+    Subscriber subscriber;
+    EXPECT_TRUE(subscriber.take(bytes(greeting + ready)));
+    for (std::size_t number = 0; number < Subscriber::max_subscriptions; ++number) {
+        EXPECT_TRUE(subscriber.take(bytes(subscription(fmt::format("{:04}", number)))));
+    }
+    EXPECT_EQ(subscriber.take_notices().size(), Subscriber::max_subscriptions);
+    EXPECT_FALSE(subscriber.take(bytes(subscription("more"))));
+    subscriber.leave();
+    auto const withdrawn = subscriber.take_notices();
+    EXPECT_EQ(withdrawn.size(), Subscriber::max_subscriptions);
+    EXPECT_THAT(withdrawn, testing::Not(testing::Contains(bytes({"\0more", 5}))));
 }
 
 TEST(Subscriber, WhatItDoesNotHaveItCannotWithdraw) {
