@@ -20,9 +20,10 @@ class IIpc {
   public:
     /// Hands one message to the bus; never blocks. A message that did not get past the broker (there is none,
     /// or it ends at that moment) is kept, each distinct one once, and goes out again at the next connection:
-    /// it is delivered at least once as long as the endpoint lives, and may be delivered twice. `Overflow`: 64
-    /// distinct messages are kept already, or the queue is full, since the broker does not read (frozen,
-    /// overloaded). A payload above `max_payload_size` is `InvalidInputArg`. Safe from any thread.
+    /// it is delivered at least once as long as the endpoint lives, and may be delivered twice. `Overflow`:
+    /// without a broker 64 distinct messages wait already; or the queue is full, since the broker does not
+    /// read (frozen, overloaded). A payload above `max_payload_size` is `InvalidInputArg`. Safe from any
+    /// thread.
     virtual core::Result<void> send(Header const& header, std::span<std::byte const> payload) = 0;
 
     /// The next message for this endpoint or for everybody, nothing if none is waiting; never blocks. Frames
