@@ -50,7 +50,7 @@ class Stops : public FollowedBoard {
         for (auto const& folder :
              {std::filesystem::path{zlog_folder}, std::filesystem::path{"/etc/syslog-ng"}}) {
             for (auto const& entry : std::filesystem::directory_iterator{folder}) {
-                if (entry.path().extension() == ".tmp") {
+                if (entry.path().filename().string().find(".tmp") != std::string::npos) {
                     found.push_back(entry.path());
                 }
             }

@@ -1,18 +1,23 @@
 #include "xpon/config_writer/config_writer.hpp"
 
+#include <algorithm>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "core/failure.hpp"
 #include "core/uninterrupted.hpp"
+#include "core/unique_fd.hpp"
 
 namespace xpon::config_writer {
 
@@ -24,55 +29,98 @@ using core::Result;
 using core::success;
 using core::uninterrupted;
 
+namespace fs = std::filesystem;
+
 constexpr mode_t file_mode = 0644;
+
+/// Temporary files of the target "X" have the name ".X.tmp", a dot, and in the place of each of these a
+/// letter or digit.
+constexpr std::string_view random_end = ".XXXXXX";
+
+std::string temporary_name(fs::path const& target) {
+    return "." + target.filename().string() + ".tmp";
+}
+
+/// Whether a file of this name is a temporary of the target. Earlier versions used the name without its end.
+bool is_temporary_of(fs::path const& target, std::string_view name) {
+    auto const beginning = temporary_name(target);
+    if (!name.starts_with(beginning)) {
+        return false;
+    }
+    auto const end = name.substr(beginning.size());
+    return end.empty() || (end.size() == random_end.size() && end.front() == '.' &&
+                           std::all_of(end.begin() + 1, end.end(),
+                                       [](unsigned char letter) { return std::isalnum(letter) != 0; }));
+}
+
+/// A living writer holds the lock of its temporary from right after its creation until that has the target's
+/// name. The kernel releases the lock of a killed one.
+bool lock(int fd) {
+    return ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+}
+
+bool is_removed(int fd) {
+    struct stat state{};
+    return ::fstat(fd, &state) == 0 && state.st_nlink == 0;
+}
+
+/// Neither a link nor a folder can be opened like this, and neither is a temporary.
+void remove_unless_in_use(fs::path const& temporary) {
+    core::UniqueFd const file{::open(temporary.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+    if (file && lock(file.get()) && !is_removed(file.get())) {
+        ::unlink(temporary.c_str());
+    }
+}
+
+/// Removes what killed writers of the target have left. What cannot be removed is in nobody's way.
+void remove_leftovers(fs::path const& target) {
+    std::error_code ended;
+    for (fs::directory_iterator entry{target.parent_path() / ".", ended}, end; entry != end;
+         entry.increment(ended)) {
+        if (is_temporary_of(target, entry->path().filename().string())) {
+            remove_unless_in_use(entry->path());
+        }
+    }
+}
 
 /// The new file on its way to the target's name; what has not got there is removed.
 class Replacement {
   public:
-    Replacement(std::filesystem::path const& target_file, std::filesystem::path const& temporary_file)
+    explicit Replacement(fs::path const& target_file)
       : target{target_file}
-      , temporary{temporary_file} {}
-    ~Replacement() {
-        if (fd >= 0) {
-            ::close(fd);
-        }
-        if (exists) {
-            ::unlink(temporary.c_str());
-        }
-    }
+      , pattern{target.parent_path() / (temporary_name(target) += random_end)} {}
+    ~Replacement() { remove(); }
     Replacement(Replacement const&) = delete;
     Replacement& operator=(Replacement const&) = delete;
 
     Result<void> create() {
-        if (::unlink(temporary.c_str()) != 0 && errno != ENOENT) {
-            return failed_to("remove the leftover");
-        }
-        auto constexpr flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-        fd = uninterrupted([this] { return ::open(temporary.c_str(), flags, file_mode); });
-        if (fd < 0) {
-            return failed_to("create");
-        }
-        exists = true;
-        // The mode given to open() is cut by the process's umask.
-        if (::fchmod(fd, file_mode) != 0) {
+        do {
+            remove();
+            file.reset(uninterrupted([this] {
+                temporary = pattern;
+                return ::mkostemp(temporary.data(), O_CLOEXEC);
+            }));
+            if (!file) {
+                return failed_to("create");
+            }
+            exists = true;
+        } while (was_taken_for_a_leftover());
+        if (::fchmod(file.get(), file_mode) != 0) {
             return failed_to("set the mode of");
         }
         return success();
     }
 
-    Result<void> fill(std::string_view text) {
+    Result<void> fill(std::string_view text) const {
         while (!text.empty()) {
-            auto const size = uninterrupted([&] { return ::write(fd, text.data(), text.size()); });
+            auto const size = uninterrupted([&] { return ::write(file.get(), text.data(), text.size()); });
             if (size < 0) {
                 return failed_to("write");
             }
             text.remove_prefix(static_cast<std::size_t>(size));
         }
-        if (uninterrupted([this] { return ::fdatasync(fd); }) != 0) {
+        if (uninterrupted([this] { return ::fdatasync(file.get()); }) != 0) {
             return failed_to("bring to the disk");
-        }
-        if (::close(std::exchange(fd, -1)) != 0) {
-            return failed_to("close");
         }
         return success();
     }
@@ -86,29 +134,42 @@ class Replacement {
     }
 
   private:
+    /// As it can be until it is locked. A file system without locks does not keep anybody from writing.
+    bool was_taken_for_a_leftover() const {
+        return (!lock(file.get()) && errno == EWOULDBLOCK) || is_removed(file.get());
+    }
+
+    void remove() {
+        if (std::exchange(exists, false)) {
+            ::unlink(temporary.c_str());
+        }
+    }
+
+    /// Without the temporary's name, so that one reason always has one text.
     ErrorPayload failed_to(std::string_view step,
                            std::source_location where = std::source_location::current()) const {
         auto const reason = std::generic_category().message(errno);
         return ErrorPayload{Error::CommonError,
-                            fmt::format("Cannot write \"{}\": failed to {} \"{}\": {}", target.string(), step,
-                                        temporary.string(), reason),
+                            fmt::format("Cannot write \"{}\": failed to {} its temporary file: {}",
+                                        target.string(), step, reason),
                             where};
     }
 
-    std::filesystem::path const& target;
-    std::filesystem::path const& temporary;
-    int fd = -1;
+    fs::path const& target;
+    std::string pattern;
+    std::string temporary;
+    core::UniqueFd file; // closed last: with it goes the lock
     bool exists = false;
 };
 
 } // namespace
 
 ConfigWriter::ConfigWriter(std::filesystem::path target_file)
-  : target{std::move(target_file)}
-  , temporary{target.parent_path() / ("." + target.filename().string() + ".tmp")} {}
+  : target{std::move(target_file)} {}
 
 Result<void> ConfigWriter::write(std::string const& text) {
-    Replacement replacement{target, temporary};
+    remove_leftovers(target);
+    Replacement replacement{target};
     OUTCOME_TRY(replacement.create());
     OUTCOME_TRY(replacement.fill(text));
     return replacement.take_the_place();
