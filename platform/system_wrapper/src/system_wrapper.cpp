@@ -32,6 +32,7 @@ using std::chrono::milliseconds;
 
 constexpr char const* shell = "/bin/bash";
 constexpr char const* empty_input = "/dev/null";
+constexpr char const* environment[] = {"PATH=/usr/sbin:/usr/bin:/sbin:/bin", nullptr};
 
 /// How often the end of a command is looked for where the kernel cannot announce it.
 constexpr milliseconds look_again{10};
@@ -74,11 +75,16 @@ class StartState {
     StartState& operator=(StartState const&) = delete;
 
     /// 0, or the error number of what went wrong.
-    int run(char* const* arguments, pid_t& pid) const {
-        return error != 0 ? error : posix_spawn(&pid, shell, &actions, &attributes, arguments, environ);
+    int run(char const* const* arguments, pid_t& pid) const {
+        return error != 0 ? error
+                          : posix_spawn(&pid, shell, &actions, &attributes, unchanged(arguments),
+                                        unchanged(environment));
     }
 
   private:
+    /// C has no better type for texts that are only read.
+    static char* const* unchanged(char const* const* texts) { return const_cast<char* const*>(texts); }
+
     posix_spawnattr_t attributes{};
     posix_spawn_file_actions_t actions{};
     int error = 0;
@@ -93,7 +99,7 @@ Result<pid_t> start(std::string const& command) {
     // Without "--" a text that begins with a dash would be taken for options of the shell.
     char const* const arguments[] = {shell, "-c", "--", command.c_str(), nullptr};
     pid_t pid = 0;
-    if (int const error = StartState{input.get()}.run(const_cast<char* const*>(arguments), pid); error != 0) {
+    if (int const error = StartState{input.get()}.run(arguments, pid); error != 0) {
         return fail(Error::CommonError, "Cannot run {} for command \"{}\": {}", shell, shown(command),
                     reason(error));
     }
@@ -136,7 +142,13 @@ int reap(pid_t pid) {
 } // namespace
 
 SystemWrapper::SystemWrapper(milliseconds time_limit)
-  : limit{time_limit} {}
+  : limit{time_limit} {
+    // A process inherits this from the one that started it, and the kernel then drops every exit status.
+    struct sigaction inherited{};
+    if (::sigaction(SIGCHLD, nullptr, &inherited) == 0 && inherited.sa_handler == SIG_IGN) {
+        std::signal(SIGCHLD, SIG_DFL);
+    }
+}
 
 Result<int> SystemWrapper::execute(std::string const& command) {
     if (auto const place = command.find('\0'); place != std::string::npos) {

@@ -189,6 +189,35 @@ class Disposition {
     struct sigaction before{};
 };
 
+std::atomic<unsigned> handled = 0;
+
+void count_signal(int /*signal*/) {
+    ++handled;
+}
+
+/// A variable of this process's environment while it lives.
+class Variable {
+  public:
+    Variable(char const* variable, char const* value)
+      : name{variable}
+      , before{std::getenv(name) != nullptr ? std::optional<std::string>{std::getenv(name)} : std::nullopt} {
+        setenv(name, value, 1);
+    }
+    ~Variable() {
+        if (before) {
+            setenv(name, before->c_str(), 1);
+        } else {
+            unsetenv(name);
+        }
+    }
+    Variable(Variable const&) = delete;
+    Variable& operator=(Variable const&) = delete;
+
+  private:
+    char const* name;
+    std::optional<std::string> before;
+};
+
 TEST(SystemWrapper, TheValueIsTheExitStatusOrTheSignalAbove128) {
     constexpr std::pair<char const*, int> cases[] = {
         {"true", 0},
@@ -264,6 +293,39 @@ TEST(SystemWrapper, SignalsHaveTheirDefaultsWhateverTheCallerIgnoresOrBlocks) {
     EXPECT_EQ(blocked_signals, 0U);
     EXPECT_EQ(ignored_signals & ~inside_the_library, 0U);
     EXPECT_EQ(handled_signals, 0U);
+}
+
+TEST(SystemWrapper, TheEnvironmentIsAFixedPathWhateverTheCallersIs) {
+    ScratchFolder const folder;
+    test::write_file(folder / "script", "exit 9\n");
+    auto const script = (folder / "script").string();
+    std::pair<char const*, char const*> const variables[] = {
+        {"PATH", "/nonexistent"},
+        {"BASH_ENV", script.c_str()},
+        {"ENV", script.c_str()},
+        {"SHELLOPTS", "noexec"},
+        {"BASHOPTS", "failglob"},
+        {"POSIXLY_CORRECT", "1"},
+        {"BASH_FUNC_echo%%", "() { exit 9; }"},
+        {"BASH_FUNC_wc%%", "() { exit 9; }"},
+        {"IFS", "/"},
+        {"GLOBIGNORE", "*"},
+        {"CDPATH", "/"},
+        {"LD_PRELOAD", "/nonexistent.so"},
+        {"LC_ALL", "nonsense"},
+        {"HOME", "/nonexistent"},
+    };
+    auto const expect_unmoved = [] {
+        // What a program is given, and what the shell has made of it: the variables that are exported.
+        EXPECT_EQ(output_of("tr '\\0' '\\n' < /proc/$$/environ"), "PATH=/usr/sbin:/usr/bin:/sbin:/bin\n");
+        EXPECT_EQ(output_of("env | sed 's/=.*//' | sort"), "PATH\nPWD\nSHLVL\n_\n");
+        EXPECT_EQ(output_of("declare -F; echo $-; type -P wc"), "hBc\n/usr/bin/wc\n");
+    };
+    for (auto const& [name, value] : variables) {
+        SCOPED_TRACE(name);
+        Variable const one{name, value};
+        expect_unmoved();
+    }
 }
 
 TEST(SystemWrapper, OutputGoesWhereTheCallerSendsIts) {
@@ -348,21 +410,28 @@ TEST(SystemWrapper, ATextLongerThanTheSystemTakesIsAnErrorThatSaysSo) {
 }
 
 TEST(SystemWrapper, AStatusThatSomebodyElseTookIsAnError) {
+    SystemWrapper system;
     Disposition const reaped_by_the_kernel{SIGCHLD, SIG_IGN};
-    EXPECT_THAT(run("exit 3"),
+    EXPECT_THAT(system.execute("exit 3"),
                 IsError(Error::CommonError, "Exit status of command \"exit 3\" is lost: No child processes"));
+}
+
+TEST(SystemWrapper, AProcessThatWasStartedToIgnoreSigchldHasExitStatusesAllTheSame) {
+    Disposition const inherited{SIGCHLD, SIG_IGN};
+    EXPECT_THAT(run("exit 3"), IsOkAnd(3));
+}
+
+TEST(SystemWrapper, AHandlerOfTheCallersForSigchldStays) {
+    Disposition const of_the_caller{SIGCHLD, count_signal};
+    handled = 0;
+    EXPECT_THAT(run("exit 3"), IsOkAnd(3));
+    EXPECT_TRUE(test::wait_until([] { return handled > 0; }));
 }
 
 TEST(SystemWrapper, AnInterruptedReapingIsRepeated) {
     Order const order{{"waitpid", EINTR, true}};
     EXPECT_THAT(run("exit 11"), IsOkAnd(11));
     EXPECT_EQ(ordered.load(), nullptr);
-}
-
-std::atomic<unsigned> handled = 0;
-
-void count_signal(int /*signal*/) {
-    ++handled;
 }
 
 /// Interrupts a thread again and again while it lives.
