@@ -7,11 +7,12 @@
 namespace xpon::service {
 
 ChangeQueue::ChangeQueue(core::ILogger& log)
-  : logger{log} {}
+  : logger{log}
+  , retries{log} {}
 
 void ChangeQueue::add(List list) {
     for (auto const& change : list) {
-        retries.succeeded(change.field_id);
+        retries.superseded(change.field_id);
     }
     waiting.push_back(std::move(list));
 }
@@ -22,7 +23,6 @@ TimePoint ChangeQueue::due() const {
 
 ChangeQueue::List const& ChangeQueue::next(TimePoint now) {
     current.clear();
-    current_is_retry = waiting.empty();
     if (!waiting.empty()) {
         current = std::move(waiting.front());
         waiting.pop_front();
@@ -38,18 +38,15 @@ void ChangeQueue::succeeded() {
     }
 }
 
-void ChangeQueue::failed(TimePoint now) {
-    auto const& first = current.front();
-    if (current.size() > 1) {
-        for (auto change = current.rbegin(); change != current.rend(); ++change) {
-            waiting.push_front({*change});
-        }
-    } else if (!current_is_retry) {
-        retries.add(first, now);
-    } else if (!retries.failed(first.field_id, now)) {
-        core::log(logger, core::log_failure,
-                  "Gave up on field {} after {} retries; it waits for its next change", first.field_id,
-                  retry_limit);
+void ChangeQueue::failed(core::ErrorPayload const& error, TimePoint now) {
+    if (current.size() == 1) {
+        retries.failed(current.front(), error, now);
+        return;
+    }
+    core::log(logger, core::log_failure, "config_change of {} fields failed: {}", current.size(),
+              error.to_string());
+    for (auto change = current.rbegin(); change != current.rend(); ++change) {
+        waiting.push_front({*change});
     }
 }
 

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "core/i_logger.hpp"
+#include "core/result.hpp"
 #include "retry_schedule.hpp"
 #include "xpon/cfgdb/config_change.hpp"
 
@@ -11,14 +12,14 @@ namespace xpon::service {
 
 /// Decides what the service is told about changed fields, and when. A handler stops at its first failing
 /// step, so after an error each field of the list is delivered again alone: one bad field must not cost the
-/// others their change. A field that fails alone is retried on a schedule.
+/// others their change. A field that fails alone is retried on a schedule until it succeeds.
 class ChangeQueue {
   public:
     using List = std::vector<Config_change>;
 
     explicit ChangeQueue(core::ILogger& logger);
 
-    /// A list from the feed. It takes over the fields' retries that are still waiting.
+    /// A list from the feed. It takes the place of its fields' retries.
     void add(List list);
 
     /// When `next` has something: `at_once`, the time of a retry, or `never`.
@@ -30,15 +31,13 @@ class ChangeQueue {
 
     void succeeded();
 
-    /// After the last retry of a field a line in the log says that it is given up.
-    void failed(TimePoint now);
+    void failed(core::ErrorPayload const& error, TimePoint now);
 
   private:
     core::ILogger& logger;
     std::deque<List> waiting;
     RetrySchedule retries;
     List current;
-    bool current_is_retry = false;
 };
 
 } // namespace xpon::service

@@ -32,11 +32,6 @@ BusEvent const* bus_event(std::uint16_t id) {
     return nullptr;
 }
 
-std::string name_of(ChangeQueue::List const& changes) {
-    return changes.size() == 1 ? fmt::format("config_change of field {}", changes.front().field_id)
-                               : fmt::format("config_change of {} fields", changes.size());
-}
-
 } // namespace
 
 EventLoop::EventLoop(IService& driven_service, ServiceCtx const& context, core::ILogger& log,
@@ -47,8 +42,10 @@ EventLoop::EventLoop(IService& driven_service, ServiceCtx const& context, core::
   , bus{endpoint}
   , feed{changes_feed}
   , flags{told}
-  , bus_source{"Reading the message bus", bus != nullptr ? bus->receive_fd() : -1, logger}
-  , feed_source{"Reading the configuration changes", feed != nullptr ? feed->fd() : -1, logger}
+  , bus_source{"Reading the message bus", bus != nullptr ? bus->receive_fd() : -1,
+               EventSource::AtRest::Ignored, logger}
+  , feed_source{"Reading the configuration changes", feed != nullptr ? feed->fd() : -1,
+                EventSource::AtRest::Heard, logger}
   , changes{logger} {}
 
 void EventLoop::run() {
@@ -133,7 +130,9 @@ void EventLoop::remember(BusEvent const& event) {
 
 void EventLoop::deliver_bus_events() {
     for (auto const* const event : std::exchange(bus_events_due, {})) {
-        deliver(event->name, [&] { return (service.*event->handler)(ctx); });
+        if (!ending()) {
+            call(event->name, [&] { return (service.*event->handler)(ctx); });
+        }
     }
 }
 
@@ -145,13 +144,14 @@ void EventLoop::deliver_changes() {
         ask_feed();
     }
     auto const& list = changes.next(Clock::now());
-    if (list.empty()) {
+    if (list.empty() || ending()) {
         return;
     }
-    if (deliver(name_of(list), [&] { return service.config_change(ctx, list); })) {
+    auto const result = core::guarded(logger, [&] { return service.config_change(ctx, list); });
+    if (result.has_value()) {
         changes.succeeded();
     } else {
-        changes.failed(Clock::now());
+        changes.failed(result.error(), Clock::now());
     }
 }
 
@@ -171,17 +171,11 @@ void EventLoop::ask_feed() {
 }
 
 template <class Handler>
-bool EventLoop::call(std::string_view event, Handler const& handler) {
+void EventLoop::call(std::string_view event, Handler const& handler) {
     auto const result = core::guarded(logger, handler);
     if (result.has_error()) {
         core::log(logger, core::log_failure, "{} failed: {}", event, result.error().to_string());
     }
-    return result.has_value();
-}
-
-template <class Handler>
-bool EventLoop::deliver(std::string_view event, Handler const& handler) {
-    return flags.stop.raised() || flags.finished.raised() || call(event, handler);
 }
 
 } // namespace xpon::service

@@ -43,13 +43,12 @@ class EventLoop {
     void deliver_changes();
     void ask_feed();
 
-    /// Calls a handler; false after an error, which is logged and leaves the service serving.
+    /// Calls a handler; an error is logged and leaves the service serving.
     template <class Handler>
-    bool call(std::string_view event, Handler const& handler);
+    void call(std::string_view event, Handler const& handler);
 
-    /// The same, unless the end was asked for: then nothing more is delivered.
-    template <class Handler>
-    bool deliver(std::string_view event, Handler const& handler);
+    /// The end was asked for: nothing more is delivered.
+    bool ending() const { return flags.stop.raised() || flags.finished.raised(); }
 
     IService& service;
     ServiceCtx const& ctx;

@@ -1,35 +1,29 @@
 #include "event_source.hpp"
 
-#include "core/log.hpp"
+#include <utility>
 
 namespace xpon::service {
 
-EventSource::EventSource(std::string_view what, int descriptor, core::ILogger& log)
-  : action{what}
-  , fd{descriptor}
-  , logger{log} {}
+EventSource::EventSource(std::string action, int descriptor, AtRest while_resting, core::ILogger& logger)
+  : fd{descriptor}
+  , at_rest{while_resting}
+  , log{std::move(action), logger} {}
 
 void EventSource::announced() {
-    if (fd >= 0 && ask_at == never) {
+    if (fd >= 0 && listens()) {
         ask_at = at_once;
     }
 }
 
 void EventSource::answered(bool more) {
     ask_at = more ? at_once : never;
-    if (failures > 0) {
-        core::log(logger, core::log_routine, "{} works again", action);
-        failures = 0;
-        reason.clear();
-    }
+    failures = 0;
+    log.worked();
 }
 
 void EventSource::failed(core::ErrorPayload const& error, TimePoint now) {
     ask_at = now + retry_delay(failures++);
-    if (auto text = error.to_string(); text != reason) {
-        core::log(logger, core::log_failure, "{} failed: {}", action, text);
-        reason = std::move(text);
-    }
+    log.failed(error);
 }
 
 } // namespace xpon::service

@@ -1,18 +1,30 @@
 #include "retry_schedule.hpp"
 
+#include <algorithm>
+
+#include <fmt/format.h>
+
 namespace xpon::service {
 
-void RetrySchedule::add(Config_change change, TimePoint now) {
-    succeeded(change.field_id);
-    entries.push_back({change, now + retry_delay(0), 0});
+RetrySchedule::RetrySchedule(core::ILogger& log)
+  : logger{log} {}
+
+void RetrySchedule::failed(Config_change change, core::ErrorPayload const& error, TimePoint now) {
+    auto entry = find(change.field_id);
+    if (entry == entries.end()) {
+        FailureLog log{fmt::format("config_change of field {}", change.field_id), logger};
+        entry = entries.insert(entry, {change, std::move(log)});
+    }
+    entry->change = change;
+    entry->log.failed(error);
+    entry->due = now + retry_delay(entry->failures++);
 }
 
 std::optional<Config_change> RetrySchedule::due(TimePoint now) const {
-    auto const first = earliest();
-    if (first == entries.end() || first->due > now) {
+    if (next_due() > now) {
         return std::nullopt;
     }
-    return first->change;
+    return earliest()->change;
 }
 
 TimePoint RetrySchedule::next_due() const {
@@ -20,24 +32,26 @@ TimePoint RetrySchedule::next_due() const {
     return first == entries.end() ? never : first->due;
 }
 
-void RetrySchedule::succeeded(std::uint32_t field_id) {
-    std::erase_if(entries, [&](Entry const& entry) { return entry.change.field_id == field_id; });
+void RetrySchedule::superseded(std::uint32_t field_id) {
+    if (auto const entry = find(field_id); entry != entries.end()) {
+        entry->failures = 0;
+        entry->due = never;
+    }
 }
 
-bool RetrySchedule::failed(std::uint32_t field_id, TimePoint now) {
-    for (auto& entry : entries) {
-        if (entry.change.field_id == field_id && ++entry.failed_retries < retry_limit) {
-            entry.due = now + retry_delay(entry.failed_retries);
-            return true;
-        }
+void RetrySchedule::succeeded(std::uint32_t field_id) {
+    if (auto const entry = find(field_id); entry != entries.end()) {
+        entry->log.worked();
+        entries.erase(entry);
     }
-    succeeded(field_id);
-    return false;
+}
+
+std::vector<RetrySchedule::Entry>::iterator RetrySchedule::find(std::uint32_t field_id) {
+    return std::ranges::find(entries, field_id, [](Entry const& entry) { return entry.change.field_id; });
 }
 
 std::vector<RetrySchedule::Entry>::const_iterator RetrySchedule::earliest() const {
-    return std::min_element(entries.begin(), entries.end(),
-                            [](Entry const& left, Entry const& right) { return left.due < right.due; });
+    return std::ranges::min_element(entries, {}, &Entry::due);
 }
 
 } // namespace xpon::service

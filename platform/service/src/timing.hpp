@@ -13,12 +13,13 @@ using TimePoint = Clock::time_point;
 inline constexpr TimePoint never = TimePoint::max();
 inline constexpr TimePoint at_once = TimePoint::min();
 
-/// What failed is tried again this often, after 1, 2, 4 ... 512 s.
-inline constexpr int retry_limit = 10;
+/// So often what failed is tried again after 1, 2, 4 ... 512 s; from then on once an hour.
+inline constexpr int early_retries = 10;
 
-/// The wait before the retry that follows this many failed ones; the last wait is the longest.
+/// The wait before the retry that follows this many failed ones.
 constexpr std::chrono::seconds retry_delay(int failed_retries) {
-    return std::chrono::seconds{1U << static_cast<unsigned>(std::clamp(failed_retries, 0, retry_limit - 1))};
+    return failed_retries < early_retries ? std::chrono::seconds{1U << static_cast<unsigned>(failed_retries)}
+                                          : std::chrono::hours{1};
 }
 
 /// The timeout in milliseconds with which poll() returns when something is due, never earlier.

@@ -28,6 +28,7 @@ struct ChangeQueueTest : testing::Test {
     ChangeQueue queue{logger};
     TimePoint now{1000h};
     Fields bad; // a list that holds one of these fails
+    core::ErrorPayload const error{core::Error::CommonError};
 
     Fields next_fields() {
         Fields fields;
@@ -49,7 +50,7 @@ struct ChangeQueueTest : testing::Test {
             if (!fails) {
                 queue.succeeded();
             } else {
-                queue.failed(now);
+                queue.failed(error, now);
             }
         }
         return handled;
@@ -79,7 +80,7 @@ TEST_F(ChangeQueueTest, AFailedListIsDeliveredFieldByFieldInOrderAndAllButTheBad
 TEST_F(ChangeQueueTest, AListThatFailedOnlyOnceArrivesFieldByFieldWithoutRetries) {
     queue.add(list({52, 58}));
     next_fields();
-    queue.failed(now);
+    queue.failed(error, now);
     EXPECT_THAT(handle_all(), ElementsAre(Fields{52}, Fields{58}));
     EXPECT_EQ(queue.due(), never);
 }
@@ -106,27 +107,54 @@ TEST_F(ChangeQueueTest, ARetryThatSucceedsEndsTheMatter) {
     EXPECT_EQ(queue.due(), never);
 }
 
-TEST_F(ChangeQueueTest, AfterTenRetriesTheFieldWaitsForItsNextChange) {
+TEST_F(ChangeQueueTest, AFieldThatFailsForTwoDaysIsRetriedEveryHourAndToldOnce) {
+    bad = {9};
+    queue.add(list({9}));
+    handle_all();
+    auto const end = now + 48h;
+    for (auto wait = 1s; wait <= 512s; wait *= 2) {
+        EXPECT_EQ(queue.due(), now + wait);
+        now = queue.due();
+        EXPECT_THAT(handle_all(), ElementsAre(Fields{9}));
+    }
+    while (now < end) {
+        EXPECT_EQ(queue.due(), now + 1h);
+        now = queue.due();
+        EXPECT_THAT(handle_all(), ElementsAre(Fields{9}));
+    }
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 9 failed: Error: CommonError"));
+    EXPECT_EQ(logger.lines().at(0).level, core::log_failure);
+
+    bad.clear();
+    now = queue.due();
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{9}));
+    EXPECT_EQ(queue.due(), never);
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 9 failed: Error: CommonError",
+                                            "config_change of field 9 works again"));
+    EXPECT_EQ(logger.lines().at(1).level, core::log_routine);
+}
+
+TEST_F(ChangeQueueTest, OneThatFailsForEverHoldsUpNoOther) {
+    bad = {9};
+    queue.add(list({9, 52}));
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{9, 52}, Fields{9}, Fields{52}));
+    for (int retry = 0; retry < 20; ++retry) {
+        now = queue.due();
+        queue.add(list({52, 58}));
+        EXPECT_THAT(handle_all(), ElementsAre(Fields{52, 58}, Fields{9}));
+    }
+}
+
+TEST_F(ChangeQueueTest, ANewDeliveryThatSucceedsWithOthersEndsTheFailure) {
     bad = {71};
     queue.add(list({71}));
     handle_all();
-    int retries = 0;
-    for (auto wait = 1s; wait <= 512s; wait *= 2) {
-        EXPECT_THAT(logger.texts(), IsEmpty());
-        EXPECT_EQ(queue.due(), now + wait);
-        now = queue.due();
-        EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
-        ++retries;
-    }
-    EXPECT_EQ(retries, 10);
-    EXPECT_THAT(logger.texts(),
-                ElementsAre("Gave up on field 71 after 10 retries; it waits for its next change"));
-    EXPECT_EQ(logger.lines().at(0).level, core::log_failure);
+    bad.clear();
+    queue.add(list({52, 71}));
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{52, 71}));
     EXPECT_EQ(queue.due(), never);
-
-    queue.add(list({71}));
-    EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
-    EXPECT_EQ(queue.due(), now + 1s);
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 71 failed: Error: CommonError",
+                                            "config_change of field 71 works again"));
 }
 
 TEST_F(ChangeQueueTest, ANewDeliveryTakesOverTheRetryOfItsFields) {
@@ -172,9 +200,9 @@ TEST_F(ChangeQueueTest, ChangesKeepTheirRowAndSequence) {
     ASSERT_EQ(both.size(), 2U);
     EXPECT_EQ(both[0].row, 3U);
     EXPECT_EQ(both[1].sequence, 42U);
-    queue.failed(now);
+    queue.failed(error, now);
     EXPECT_EQ(queue.next(now).at(0).sequence, 41U);
-    queue.failed(now);
+    queue.failed(error, now);
     queue.next(now);
     queue.succeeded();
     EXPECT_EQ(queue.next(now + 1s).at(0).row, 3U);

@@ -264,6 +264,62 @@ TEST_F(EventLoopTest, AFeedThatFailsIsLoggedOnceAskedAgainLaterAndLosesNothing) 
                             "Reading the configuration changes works again"));
 }
 
+TEST_F(EventLoopTest, ARingOfTheFeedEndsItsRest) {
+    // Three failures, and the rest after the third takes 4 s.
+    for (int i = 0; i < 3; ++i) {
+        feed.source.push(core::fail(Error::CommonError, "damaged"));
+        feed.source.announce();
+    }
+    std::thread writer{[this] {
+        for (int asked = 1; asked <= 3; ++asked) {
+            EXPECT_TRUE(test::wait_until([&] { return feed.source.asked() == asked; }));
+            if (asked < 3) {
+                feed.source.announce();
+            } else {
+                feed.push({52});
+            }
+        }
+    }};
+    auto const begin = Clock::now();
+    EXPECT_THAT(run_for(1), ElementsAre("config_change 52"));
+    EXPECT_LT(Clock::now() - begin, 7s) << "the rests alone take 1, 2 and 4 s";
+    writer.join();
+    EXPECT_EQ(feed.source.asked(), 4);
+    EXPECT_THAT(logger.texts(),
+                ElementsAre("Reading the configuration changes failed: Error: CommonError. Message: damaged.",
+                            "Reading the configuration changes works again"));
+}
+
+TEST_F(EventLoopTest, AFieldThatFailsIsToldOnceForEachReasonAndThatItWorksAgain) {
+    service.answer = [this](auto const&) -> core::Result<void> {
+        switch (journal.entries().size()) {
+        case 1:
+            feed.push({71}); // a newer change
+            return core::fail(Error::CommonError, "no disk");
+        case 2:
+            feed.push({71, 52});
+            return core::fail(Error::CommonError, "no disk");
+        case 3:
+            return core::fail(Error::CommonError, "bad neighbour");
+        case 4:
+            return core::fail(Error::CommonError, "no memory");
+        case 5:
+            return core::success();
+        default:
+            end_after(6);
+            return core::success();
+        }
+    };
+    feed.push({71});
+    EXPECT_THAT(run(), ElementsAre("config_change 71", "config_change 71", "config_change 71 52",
+                                   "config_change 71", "config_change 52", "config_change 71"));
+    EXPECT_THAT(logger.texts(),
+                ElementsAre("config_change of field 71 failed: Error: CommonError. Message: no disk.",
+                            "config_change of 2 fields failed: Error: CommonError. Message: bad neighbour.",
+                            "config_change of field 71 failed: Error: CommonError. Message: no memory.",
+                            "config_change of field 71 works again"));
+}
+
 TEST_F(EventLoopTest, ASourceThatFailsDoesNotHoldUpTheOther) {
     feed.source.push(core::fail(Error::CommonError, "locked"));
     bus.push(sync_event);

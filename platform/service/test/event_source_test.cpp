@@ -16,7 +16,7 @@ using testing::IsEmpty;
 
 struct EventSourceTest : testing::Test {
     test::FakeLogger logger;
-    EventSource source{"Reading the bus", 7, logger};
+    EventSource source{"Reading the bus", 7, EventSource::AtRest::Ignored, logger};
     TimePoint now{1000h};
 };
 
@@ -38,7 +38,7 @@ TEST_F(EventSourceTest, OnceAnnouncedItIsAskedUntilItHasNothingMore) {
 }
 
 TEST_F(EventSourceTest, WithoutADescriptorItNeverHasAnything) {
-    EventSource none{"Reading nothing", -1, logger};
+    EventSource none{"Reading nothing", -1, EventSource::AtRest::Heard, logger};
     none.announced();
     EXPECT_EQ(none.due(), never);
     EXPECT_EQ(none.poll_fd(), -1);
@@ -46,7 +46,7 @@ TEST_F(EventSourceTest, WithoutADescriptorItNeverHasAnything) {
 
 TEST_F(EventSourceTest, AFailingOneIsLeftAloneForLongerAndLongerAndLoggedOnce) {
     source.announced();
-    constexpr std::chrono::seconds waits[] = {1s, 2s, 4s, 8s, 16s, 32s, 64s, 128s, 256s, 512s, 512s, 512s};
+    constexpr std::chrono::seconds waits[] = {1s, 2s, 4s, 8s, 16s, 32s, 64s, 128s, 256s, 512s, 1h, 1h, 1h};
     for (auto const wait : waits) {
         source.failed(core::fail(Error::CommonError, "no bus"), now);
         EXPECT_EQ(source.due(), now + wait);
@@ -62,6 +62,25 @@ TEST_F(EventSourceTest, AnnouncementsDoNotShortenItsRest) {
     source.failed(core::fail(Error::CommonError, "no bus"), now);
     source.announced();
     EXPECT_EQ(source.due(), now + 1s);
+}
+
+TEST_F(EventSourceTest, AnnouncementsEndTheRestOfOneThatIsHeardAndItsNextRestIsLonger) {
+    EventSource feed{"Reading the changes", 8, EventSource::AtRest::Heard, logger};
+    feed.announced();
+    EXPECT_EQ(feed.poll_fd(), -1);
+    for (auto const wait : {1s, 2s, 4s}) {
+        feed.failed(core::fail(Error::CommonError, "no disk"), now);
+        EXPECT_EQ(feed.due(), now + wait);
+        EXPECT_EQ(feed.poll_fd(), 8);
+        feed.announced();
+        EXPECT_EQ(feed.due(), at_once);
+        EXPECT_EQ(feed.poll_fd(), -1);
+    }
+    feed.answered(false);
+    EXPECT_EQ(feed.due(), never);
+    EXPECT_THAT(logger.texts(),
+                ElementsAre("Reading the changes failed: Error: CommonError. Message: no disk.",
+                            "Reading the changes works again"));
 }
 
 TEST_F(EventSourceTest, SaysWhenItIsWellAgainAndStartsOver) {

@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "kit/fake_logger.hpp"
+
 namespace xpon::service {
 namespace {
 
@@ -26,78 +28,90 @@ Config_change change(std::uint32_t field_id, std::uint32_t sequence = 0) {
     return {field_id, 0, sequence};
 }
 
-TEST(RetrySchedule, EmptyMeansNothingIsDueEver) {
-    RetrySchedule const schedule;
+struct RetryScheduleTest : testing::Test {
+    test::FakeLogger logger;
+    RetrySchedule schedule{logger};
+    core::ErrorPayload const error{core::Error::CommonError};
+};
+
+TEST_F(RetryScheduleTest, EmptyMeansNothingIsDueEver) {
     EXPECT_THAT(due(schedule, start), IsEmpty());
     EXPECT_EQ(schedule.next_due(), never);
 }
 
-TEST(RetrySchedule, TriesTenTimesEachTimeAfterTwiceTheWait) {
-    RetrySchedule schedule;
+TEST_F(RetryScheduleTest, TriesTenTimesEachTimeAfterTwiceTheWaitAndThenEveryHour) {
     auto now = start;
-    schedule.add(change(58), now);
-    constexpr std::chrono::seconds waits[] = {1s, 2s, 4s, 8s, 16s, 32s, 64s, 128s, 256s, 512s};
-    for (auto const wait : waits) {
+    for (auto const wait : {1s, 2s, 4s, 8s, 16s, 32s, 64s, 128s, 256s, 512s, 3600s, 3600s, 3600s, 3600s}) {
+        schedule.failed(change(58), error, now);
         EXPECT_EQ(schedule.next_due(), now + wait);
         EXPECT_THAT(due(schedule, now + wait - 1ns), IsEmpty()) << wait.count();
         EXPECT_THAT(due(schedule, now + wait), field(58U));
         now += wait + 3s; // the try itself takes its time: the wait counts from its end
-        EXPECT_EQ(schedule.failed(58, now), wait != 512s) << wait.count();
     }
-    EXPECT_EQ(schedule.next_due(), never);
 }
 
-TEST(RetrySchedule, ASuccessEndsTheRetries) {
-    RetrySchedule schedule;
-    schedule.add(change(58), start);
-    ASSERT_TRUE(schedule.failed(58, start + 1s));
+TEST_F(RetryScheduleTest, ASuccessEndsTheRetries) {
+    schedule.failed(change(58), error, start);
+    schedule.failed(change(58), error, start + 1s);
     schedule.succeeded(58);
     EXPECT_EQ(schedule.next_due(), never);
     schedule.succeeded(58); // not waiting: harmless
+    schedule.failed(change(58), error, start);
+    EXPECT_EQ(schedule.next_due(), start + 1s);
 }
 
-TEST(RetrySchedule, AFieldThatIsAddedAgainStartsAnewWithItsNewChange) {
-    RetrySchedule schedule;
-    schedule.add(change(58, 1), start);
-    ASSERT_TRUE(schedule.failed(58, start + 1s));
-    ASSERT_TRUE(schedule.failed(58, start + 3s));
-    schedule.add(change(58, 2), start + 5s);
+TEST_F(RetryScheduleTest, ASupersededFieldIsNotRetriedAndStartsAnewWithItsNewChange) {
+    schedule.failed(change(58, 1), error, start);
+    schedule.failed(change(58, 1), error, start + 1s);
+    schedule.superseded(58);
+    schedule.superseded(59); // not waiting: harmless
+    EXPECT_EQ(schedule.next_due(), never);
+    EXPECT_THAT(due(schedule, start + 1h), IsEmpty());
+    schedule.failed(change(58, 2), error, start + 5s);
     EXPECT_EQ(schedule.next_due(), start + 6s);
     EXPECT_THAT(due(schedule, start + 6s), ElementsAre(testing::Field(&Config_change::sequence, 2U)));
-    for (int retry = 1; retry < retry_limit; ++retry) {
-        EXPECT_TRUE(schedule.failed(58, start + 6s)) << retry;
-    }
-    EXPECT_FALSE(schedule.failed(58, start + 6s));
+    schedule.failed(change(58, 2), error, start + 6s);
+    EXPECT_EQ(schedule.next_due(), start + 8s);
 }
 
-TEST(RetrySchedule, FieldsWaitIndependentlyAndTheLongestDueComesFirst) {
-    RetrySchedule schedule;
-    schedule.add(change(58), start);
-    schedule.add(change(59), start + 200ms);
+TEST_F(RetryScheduleTest, EachReasonIsToldOncePerFieldAndSoIsTheEnd) {
+    core::ErrorPayload const other{core::Error::ErrorCApi};
+    for (int i = 0; i < 20; ++i) {
+        schedule.failed(change(58), error, start);
+        schedule.failed(change(59), other, start);
+    }
+    schedule.superseded(58);
+    schedule.failed(change(58), error, start);
+    schedule.failed(change(58), other, start);
+    schedule.failed(change(58), other, start);
+    schedule.succeeded(58);
+    schedule.succeeded(58);
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 58 failed: Error: CommonError",
+                                            "config_change of field 59 failed: Error: ErrorCApi",
+                                            "config_change of field 58 failed: Error: ErrorCApi",
+                                            "config_change of field 58 works again"));
+}
+
+TEST_F(RetryScheduleTest, FieldsWaitIndependentlyAndTheLongestDueComesFirst) {
+    schedule.failed(change(58), error, start);
+    schedule.failed(change(59), error, start + 200ms);
     EXPECT_EQ(schedule.next_due(), start + 1s);
     EXPECT_THAT(due(schedule, start + 5s), field(58U));
-    ASSERT_TRUE(schedule.failed(58, start + 5s));
+    schedule.failed(change(58), error, start + 5s);
     EXPECT_THAT(due(schedule, start + 5s), field(59U));
     schedule.succeeded(59);
     EXPECT_THAT(due(schedule, start + 5s), IsEmpty());
     EXPECT_EQ(schedule.next_due(), start + 7s);
 }
 
-TEST(RetrySchedule, FieldsDueTogetherComeInTheOrderOfTheirFailure) {
-    RetrySchedule schedule;
+TEST_F(RetryScheduleTest, FieldsDueTogetherComeInTheOrderOfTheirFailure) {
     for (std::uint32_t const id : {71U, 58U, 60U}) {
-        schedule.add(change(id), start);
+        schedule.failed(change(id), error, start);
     }
     for (std::uint32_t const id : {71U, 58U, 60U}) {
         EXPECT_THAT(due(schedule, start + 1s), field(id));
         schedule.succeeded(id);
     }
-}
-
-TEST(RetrySchedule, AFailureOfAFieldThatIsNotWaitingSchedulesNothing) {
-    RetrySchedule schedule;
-    EXPECT_FALSE(schedule.failed(58, start));
-    EXPECT_EQ(schedule.next_due(), never);
 }
 
 } // namespace
