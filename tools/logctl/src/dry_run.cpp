@@ -23,7 +23,6 @@ constexpr int refused_status = 3;
 // comes from the main loop, which runs once the whole configuration is in force.
 constexpr char const* script = R"(
 set -eu
-PATH=/usr/sbin:/usr/bin:/sbin:/bin
 mount -t tmpfs -o mode=755 check "$1"
 cd "$1"
 mkdir -p dev etc proc run tmp var/lib/syslog-ng
@@ -59,10 +58,6 @@ done
 echo "it does not start within 10 s"
 exit 3
 )";
-
-bool installed() {
-    return access("/usr/sbin/syslog-ng", X_OK) == 0 || access("/sbin/syslog-ng", X_OK) == 0;
-}
 
 /// The first line, without the time that syslog-ng begins it with; safe to print.
 std::string first_line(std::string const& text) {
@@ -102,8 +97,8 @@ class EmptyFolder {
 
 DryRun try_syslog_ng(std::string const& text) {
     using enum DryRun::Outcome;
-    if (!installed()) {
-        return {NotDone, "syslog-ng is not installed"};
+    if (auto const program = find_program("syslog-ng"); program.has_error()) {
+        return {NotDone, text_of(program.error())};
     }
     EmptyFolder const folder;
     if (!folder) {

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -26,18 +27,7 @@ namespace {
 using core::Error;
 using core::fail;
 
-/// A program's path; where it is in no folder, its name as it is.
-std::string found(std::string const& name) {
-    if (name.find('/') != std::string::npos) {
-        return name;
-    }
-    for (std::filesystem::path const folder : {"/usr/sbin", "/usr/bin", "/sbin", "/bin"}) {
-        if (access((folder / name).c_str(), X_OK) == 0) {
-            return folder / name;
-        }
-    }
-    return name;
-}
+constexpr std::array folders{"/usr/sbin", "/usr/bin", "/sbin", "/bin"};
 
 std::string contents(int fd) {
     std::string text;
@@ -61,8 +51,7 @@ struct Streams {
     }
 };
 
-int spawn(std::vector<std::string> argv, Streams const& streams, pid_t& pid) {
-    argv.front() = found(argv.front());
+int spawn(std::string const& program, std::vector<std::string> argv, Streams const& streams, pid_t& pid) {
     std::vector<char*> pointers(argv.size() + 1, nullptr);
     std::ranges::transform(argv, pointers.begin(), [](auto& text) { return text.data(); });
 
@@ -78,7 +67,10 @@ int spawn(std::vector<std::string> argv, Streams const& streams, pid_t& pid) {
     posix_spawnattr_setsigmask(&attributes, &signals);
     posix_spawnattr_setpgroup(&attributes, 0);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
-    int const error = posix_spawn(&pid, pointers.front(), &files, &attributes, pointers.data(), environ);
+    auto path = fmt::format("PATH={}", fmt::join(folders, ":"));
+    std::array<char*, 2> environment{path.data(), nullptr};
+    int const error =
+        posix_spawn(&pid, program.c_str(), &files, &attributes, pointers.data(), environment.data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     return error;
@@ -86,15 +78,25 @@ int spawn(std::vector<std::string> argv, Streams const& streams, pid_t& pid) {
 
 } // namespace
 
+core::Result<std::string> find_program(std::string const& name) {
+    for (std::filesystem::path const folder : folders) {
+        if (auto path = folder / name; access(path.c_str(), X_OK) == 0) {
+            return path.string();
+        }
+    }
+    return fail(Error::CommonError, "{} is missing: it is in none of {}", name, fmt::join(folders, ", "));
+}
+
 core::Result<Finished> run_program(std::vector<std::string> const& argv, std::string_view input,
                                    std::chrono::milliseconds limit) {
+    OUTCOME_TRY(program, find_program(argv.front()));
     Streams const streams;
     if (!streams.fill(input)) {
         return fail(Error::CommonError, "{}: no memory for its input and output ({})", argv.front(),
                     std::generic_category().message(errno));
     }
     pid_t pid = -1;
-    if (int const error = spawn(argv, streams, pid); error != 0) {
+    if (int const error = spawn(program, argv, streams, pid); error != 0) {
         return fail(Error::CommonError, "{}: cannot be run ({})", argv.front(),
                     std::generic_category().message(error));
     }

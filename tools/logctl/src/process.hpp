@@ -16,8 +16,13 @@ struct Finished {
     std::string err;
 };
 
-/// Runs a program, no shell between, and waits for its end. It is searched for in PATH and in the folders of
-/// the system's own programs. Fails if it cannot be run, or takes longer than `limit`; then it is killed.
+/// The path of one of the system's own programs: in /usr/sbin, /usr/bin, /sbin or /bin, whatever PATH says,
+/// so that root never runs what lies in somebody's working directory. Fails, saying that it is missing.
+core::Result<std::string> find_program(std::string const& name);
+
+/// Runs one of the system's own programs, no shell between, with those folders as PATH and nothing else in
+/// its environment, and waits for its end. Fails if it is missing or cannot be run, or takes longer than
+/// `limit`; then it is killed.
 core::Result<Finished> run_program(std::vector<std::string> const& argv, std::string_view input = {},
                                    std::chrono::milliseconds limit = std::chrono::seconds{5});
 

@@ -89,7 +89,7 @@ TEST_F(Check, WithoutSyslogNgSaysThatTheDryRunWasNotDone) {
     std::filesystem::remove("/usr/sbin/syslog-ng"); // the sandbox's own
     EXPECT_EQ(logctl({"check"}), (Outcome{0, text(R"(
 settings: 2 stored, all valid
-syslog-ng: the dry run could not be done: syslog-ng is not installed
+syslog-ng: the dry run could not be done: syslog-ng is missing: it is in none of /usr/sbin, /usr/bin, /sbin, /bin
 )"),
                                           ""}));
 }
