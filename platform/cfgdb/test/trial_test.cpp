@@ -97,6 +97,8 @@ TEST(BootInstants, AreOverWhenReachedAndAfterAReboot) {
     EXPECT_TRUE(BootInstant::in(0).over());
     auto const now = BootInstant::in(60);
     EXPECT_TRUE((BootInstant{"another", now.seconds}.over()));
+    EXPECT_FALSE((BootInstant{"", now.seconds}.over())); // nobody knows of which boot
+    EXPECT_TRUE((BootInstant{"", 0}.over()));
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <pty.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 
 #include <gmock/gmock.h>
@@ -9,6 +10,7 @@
 
 #include "core/unique_fd.hpp"
 #include "kit/golden.hpp"
+#include "kit/report.hpp"
 #include "logctl.hpp"
 
 namespace xpon::logctl {
@@ -60,6 +62,21 @@ TEST(BoardPaths, ThePreviewOfSyslogNgHasTheTerminalsThatTheFileHas) {
     EXPECT_EQ(with_terminal.status, 0);
     EXPECT_THAT(with_terminal.out, testing::AllOf(testing::HasSubstr("    file(\"/dev/pts/3\");\n"),
                                                   testing::HasSubstr("    destination(d_rsh_3);\n")));
+}
+
+TEST(Trials, AreNotUndoneWhereTheBootCannotBeRead) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug"}).status, 0);
+    constexpr char const* boot_id = "/proc/sys/kernel/random/boot_id";
+    ASSERT_EQ(mount("/dev/null", boot_id, nullptr, MS_BIND, nullptr), 0);
+    EXPECT_EQ(logctl({"commit-confirm", "--recover"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(umount(boot_id), 0);
+    EXPECT_EQ(cfgdb::stored_settings(logctl.database).value().size(), 1U);
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{0, "", ""}));
+    if (!HasFailure()) {
+        test::report(
+            "a trial looked at where /proc has no boot_id\tlogctl commit-confirm --recover\tit stays");
+    }
 }
 
 /// What the program shows on a terminal.

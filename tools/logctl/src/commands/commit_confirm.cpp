@@ -98,6 +98,7 @@ class Alarm {
                                       "--unit=" + unit_of(end),
                                       fmt::format("--on-active={}", seconds),
                                       "--timer-property=AccuracySec=1s",
+                                      "--timer-property=IgnoreOnIsolate=yes",
                                       "--property=Restart=on-failure", // until it could be undone
                                       "--property=RestartSec=10"};
         argv.insert(argv.end(), command.begin(), command.end());

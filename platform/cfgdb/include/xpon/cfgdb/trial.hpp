@@ -13,12 +13,12 @@ namespace xpon::cfgdb {
 
 /// An instant that no change of the clock moves.
 struct BootInstant {
-    std::string boot;     ///< which boot of the machine, as the kernel names it
+    std::string boot;     ///< which boot of the machine, as the kernel names it; empty: unknown
     std::int64_t seconds; ///< of CLOCK_BOOTTIME in that boot
 
     /// Now, and so many seconds later.
     static BootInstant in(std::int64_t seconds);
-    /// Whether it is over: reached, or of an earlier boot.
+    /// Whether it is over: reached, or of an earlier boot. A boot that is unknown counts as this one.
     bool over() const;
 };
 
