@@ -17,7 +17,7 @@ class ValidSettings : public FollowedBoard {
     std::string random_folder() {
         static constexpr std::string_view allowed =
             "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._/-";
-        std::string path = "/tmp/x"; // private; below it nothing can lead out, since /tmp/x... does not exist
+        std::string path = "/run/x"; // private; below it nothing can lead out, since /run/x... does not exist
         for (auto length = below(random, 24); length > 0; --length) {
             path += allowed.at(below(random, allowed.size()));
         }

@@ -13,6 +13,7 @@
 #include "files.hpp"
 #include "record.hpp"
 #include "store.hpp"
+#include "xpon/cfgdb/log_folder.hpp"
 
 namespace xpon::cfgdb {
 
@@ -110,6 +111,11 @@ core::Result<std::vector<Change>> plan(Wanted const& wanted, OnlyFrom const& onl
         return from != only_from.end() && from->second != change.old_value;
     });
     OUTCOME_TRY(check_receivers(changes, wanted, stored));
+    for (auto const& change : changes) {
+        if (!only_from.contains(change.setting)) { // what was in force before can always be put back
+            OUTCOME_TRY(check_log_folder(change));
+        }
+    }
     return changes;
 }
 

@@ -1,5 +1,7 @@
 #include "stored.hpp"
 
+#include "xpon/cfgdb/log_folder.hpp"
+
 namespace xpon::logctl {
 
 namespace {
@@ -42,6 +44,20 @@ core::Result<StoredValues> stored_values(std::filesystem::path const& database) 
 std::string value_of(cfgdb::Setting const& setting, StoredValues const& stored) {
     auto const* const found = stored.find(setting);
     return found != nullptr ? found->value : cfgdb::to_text(setting.kind, setting.default_value);
+}
+
+std::optional<std::string> log_folder_problem(StoredValues const& stored) {
+    auto const& setting = *cfgdb::find_setting("syslog.file.path");
+    auto const folder = value_of(setting, stored);
+    if (cfgdb::parse(setting, folder).has_error()) {
+        return std::nullopt; // not a folder at all
+    }
+    auto const flaw = cfgdb::log_folder_flaw(folder);
+    return flaw
+               ? std::optional{*flaw + ", and whoever can replace a file there decides what root's syslog-ng "
+                                       "writes to; use a folder that root alone may write: "
+                                       "logctl set syslog.file.path=FOLDER"}
+               : std::nullopt;
 }
 
 } // namespace xpon::logctl

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,5 +35,8 @@ core::Result<StoredValues> stored_values(std::filesystem::path const& database);
 
 /// A setting's value as an operator writes it.
 std::string value_of(cfgdb::Setting const& setting, StoredValues const& stored);
+
+/// Why the log file is not safe where it is stored to be, and what to do; nothing if all is well.
+std::optional<std::string> log_folder_problem(StoredValues const& stored);
 
 } // namespace xpon::logctl

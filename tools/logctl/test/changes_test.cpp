@@ -50,15 +50,15 @@ TEST_F(Changes, AreToldOnRequest) {
         refused(
             R"(syslog.file.path: "/var/log/a=b/" is refused, allowed is an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"));
     EXPECT_EQ(logctl({"set", "syslog.file.level=4", "module.fsm_pon.ont.3.1-2=debug",
-                      "syslog.file.path=/tmp/", "-v"}),
+                      "syslog.file.path=/run/", "-v"}),
               (Outcome{0, text(R"(
-syslog.file.path: /var/log/ -> /tmp/
+syslog.file.path: /var/log/ -> /run/
 module.fsm_pon.ont.3.1: notice -> debug
 module.fsm_pon.ont.3.2: notice -> debug
 )"),
                        ""}));
     EXPECT_EQ(logctl({"reset", "--verbose", "*"}), (Outcome{0, text(R"(
-syslog.file.path: /tmp/ -> /var/log/
+syslog.file.path: /run/ -> /var/log/
 module.fsm_pon.ont.3.1: debug -> notice
 module.fsm_pon.ont.3.2: debug -> notice
 )"),

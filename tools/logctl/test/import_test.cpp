@@ -26,14 +26,14 @@ class Import : public testing::Test {
 
 TEST_F(Import, TakesWhatExportWrites) {
     EXPECT_EQ(logctl({"set", "syslog.remote.1.address=10.0.0.1", "syslog.remote.1.port=1514",
-                      "syslog.file.path=/tmp/", "module.fsm_pon.ont.3.17=debug"}),
+                      "syslog.file.path=/run/", "module.fsm_pon.ont.3.17=debug"}),
               silence);
     auto const exported = logctl({"export"});
     EXPECT_EQ(exported, (Outcome{0, text(R"(
 {
   "version": 1,
   "settings": {
-    "syslog.file.path": "/tmp/",
+    "syslog.file.path": "/run/",
     "syslog.remote.1.address": "10.0.0.1",
     "syslog.remote.1.port": "1514",
     "module.fsm_pon.ont.3.17": "debug"
@@ -44,7 +44,7 @@ TEST_F(Import, TakesWhatExportWrites) {
     EXPECT_EQ(logctl({"reset", "*"}), silence);
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
     EXPECT_EQ(import(exported.out, {"-v"}), (Outcome{0, text(R"(
-syslog.file.path: /var/log/ -> /tmp/
+syslog.file.path: /var/log/ -> /run/
 syslog.remote.1.address: 0.0.0.0 -> 10.0.0.1
 syslog.remote.1.port: 514 -> 1514
 syslog.rsh.level: debug -> notice

@@ -6,6 +6,7 @@
 #include "integration/board.hpp"
 #include "integration/terminal.hpp"
 #include "kit/ipc_ready.hpp"
+#include "kit/report.hpp"
 #include "logctl.hpp"
 #include "xpon/ipc/file_events.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
@@ -106,6 +107,29 @@ syslog-ng              invalid  missing  down     syslog-ng does not run or does
 kernel                 invalid  unknown  unknown
 )") + zlog_lines("invalid  missing  unknown") +
                             "\nnot in step: 28 of 28 outputs; the daemon is down\n");
+}
+
+TEST_F(Status, SaysWhyTheDaemonCannotWriteAFolderThatWasMadeAgain) {
+    set({{"syslog.rsh.level", "debug"}});
+    // As the daemon's unit has it then: what it may write is the folder that was removed.
+    auto const daemon = logctl.scratch / "log-config"; // a process of this name
+    std::filesystem::copy_file("/bin/sleep", daemon);
+    test::ChildProcess const process{
+        {.argv = {"unshare", "--mount", "bash", "-c",
+                  "mount --bind /etc/zlog_modules_config{,} && mount -o remount,bind,ro "
+                  "/etc/zlog_modules_config && exec \"$0\" 1000",
+                  daemon}}};
+    EXPECT_TRUE(wait_for_line("SNMP.conf",
+                              "SNMP.conf              ok      missing  unknown  the daemon cannot write "
+                              "/etc/zlog_modules_config, which was made again since it started; let it see "
+                              "that: systemctl restart log-config"))
+        << status();
+    EXPECT_THAT(line("syslog-ng"), testing::Not(HasSubstr("cannot write")));
+    if (!HasFailure()) {
+        test::report(
+            "/etc/zlog_modules_config removed and made again under the unit\tit is read-only for the "
+            "daemon\tlogctl status says so, and what to do");
+    }
 }
 
 TEST_F(Status, IsOneObjectOnRequest) {

@@ -6,6 +6,7 @@
 #include "commands/command.hpp"
 #include "dry_run.hpp"
 #include "output.hpp"
+#include "rights.hpp"
 #include "stored.hpp"
 #include "wanted.hpp"
 #include "xpon/cfgdb/printable.hpp"
@@ -16,7 +17,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-/// What is wrong with a stored setting.
+/// What is wrong with a stored setting, or with a file of the database.
 struct Problem {
     std::string path;
     std::string text;
@@ -24,10 +25,13 @@ struct Problem {
 
 struct Findings {
     std::size_t stored = 0;
-    std::vector<Problem> problems;
+    std::vector<Problem> settings;
+    std::vector<Problem> files;
     DryRun dry_run{DryRun::Outcome::NotDone, ""};
 
-    bool good() const { return problems.empty() && dry_run.outcome != DryRun::Outcome::Refused; }
+    bool good() const {
+        return settings.empty() && files.empty() && dry_run.outcome != DryRun::Outcome::Refused;
+    }
 };
 
 void look_at_rows(std::vector<cfgdb::StoredSetting> const& rows, std::vector<Problem>& problems) {
@@ -57,12 +61,31 @@ void look_at_receivers(StoredValues const& stored, std::vector<Problem>& problem
     }
 }
 
-core::Result<Findings> look(Context const& context) {
-    OUTCOME_TRY(stored, stored_values(context.database));
+/// Members of the group must be able to use the database. Says what was mended.
+void look_at_rights(Context const& context, bool mends, std::vector<Problem>& problems) {
+    for (auto const& wrong : wrong_rights(context.database)) {
+        auto const path = wrong.path.string();
+        if (!mends) {
+            problems.push_back({path, wrong.problem + "; mend it, as root: logctl check --mend"});
+        } else if (auto const mended = mend(wrong); mended.has_error()) {
+            problems.push_back(
+                {path, fmt::format("{}; cannot be mended ({})", wrong.problem, text_of(mended.error()))});
+        } else {
+            tell(fmt::format("mended: {}: {}", path, wrong.problem));
+        }
+    }
+}
+
+core::Result<Findings> look(Context const& context, bool mends) {
     Findings findings;
+    look_at_rights(context, mends, findings.files);
+    OUTCOME_TRY(stored, stored_values(context.database));
     findings.stored = stored.rows().size();
-    look_at_rows(stored.rows(), findings.problems);
-    look_at_receivers(stored, findings.problems);
+    look_at_rows(stored.rows(), findings.settings);
+    look_at_receivers(stored, findings.settings);
+    if (auto const problem = log_folder_problem(stored)) {
+        findings.settings.push_back({"syslog.file.path", *problem});
+    }
     OUTCOME_TRY(wanted, Wanted::open(context));
     auto const text = wanted.syslog_ng_text(shells_in(file_text(syslog_ng_conf).value_or("")));
     findings.dry_run = text.has_value()
@@ -83,12 +106,21 @@ std::string_view name_of(DryRun::Outcome outcome) {
     return "";
 }
 
+std::string lines_of(std::vector<Problem> const& problems) {
+    std::string lines;
+    for (auto const& [path, problem] : problems) {
+        lines += fmt::format("  {}: {}\n", path, problem);
+    }
+    return lines;
+}
+
 std::string to_text(Findings const& findings) {
-    auto text = findings.problems.empty() ? fmt::format("settings: {} stored, all valid\n", findings.stored)
+    auto text = findings.settings.empty() ? fmt::format("settings: {} stored, all valid\n", findings.stored)
                                           : fmt::format("settings: {} stored, {} wrong\n", findings.stored,
-                                                        findings.problems.size());
-    for (auto const& [path, problem] : findings.problems) {
-        text += fmt::format("  {}: {}\n", path, problem);
+                                                        findings.settings.size());
+    text += lines_of(findings.settings);
+    if (!findings.files.empty()) {
+        text += fmt::format("files: {} wrong\n", findings.files.size()) + lines_of(findings.files);
     }
     auto const& [outcome, reason] = findings.dry_run;
     switch (outcome) {
@@ -107,8 +139,10 @@ std::string to_text(Findings const& findings) {
 
 std::string to_json(Findings const& findings) {
     auto problems = ordered_json::array();
-    for (auto const& [path, problem] : findings.problems) {
-        problems.push_back({{"path", path}, {"problem", problem}});
+    for (auto const* some : {&findings.settings, &findings.files}) {
+        for (auto const& [path, problem] : *some) {
+            problems.push_back({{"path", path}, {"problem", problem}});
+        }
     }
     ordered_json const whole{
         {"good", findings.good()},
@@ -118,9 +152,14 @@ std::string to_json(Findings const& findings) {
     return whole.dump(2) + "\n";
 }
 
-core::Result<int> check(Context const& context, bool json) {
-    OUTCOME_TRY(findings, look(context));
-    print(json ? to_json(findings) : to_text(findings));
+struct Options {
+    bool json = false;
+    bool mend = false;
+};
+
+core::Result<int> check(Context const& context, Options const& options) {
+    OUTCOME_TRY(findings, look(context, options.mend));
+    print(options.json ? to_json(findings) : to_text(findings));
     return findings.good() ? 0 : 1;
 }
 
@@ -130,10 +169,13 @@ void add_check(CLI::App& program, Action& chosen) {
     auto* const command = program.add_subcommand(
         "check",
         "Check every stored setting, and whether a private syslog-ng starts with the generated text");
-    auto const json = std::make_shared<bool>(false);
-    command->add_flag("--json", *json, "Print one JSON object");
-    command->callback(
-        [json, &chosen] { chosen = [json](Context const& context) { return check(context, *json); }; });
+    auto const options = std::make_shared<Options>();
+    command->add_flag("--json", options->json, "Print one JSON object");
+    command->add_flag("--mend", options->mend,
+                      "Give the group xpon what it needs of the database's folder and files, and say so");
+    command->callback([options, &chosen] {
+        chosen = [options](Context const& context) { return check(context, *options); };
+    });
 }
 
 } // namespace xpon::logctl

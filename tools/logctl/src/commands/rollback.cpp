@@ -7,6 +7,7 @@
 #include "core/failure.hpp"
 #include "output.hpp"
 #include "xpon/cfgdb/history.hpp"
+#include "xpon/cfgdb/log_folder.hpp"
 
 namespace xpon::logctl {
 
@@ -46,6 +47,9 @@ core::Result<int> rollback(Context const& context, Options const& options) {
         OUTCOME_TRY(transaction.put_back(path, values.now, values.before));
     }
     OUTCOME_TRY(planned, transaction.preview(context.database));
+    for (auto const& change : planned) {
+        OUTCOME_TRY(cfgdb::check_log_folder(change));
+    }
     tell_changes(planned, true);
     OUTCOME_TRY(flush_output());
     if (!options.dry_run) {

@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <memory>
 
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -12,6 +14,7 @@
 #include "module_names.hpp"
 #include "output.hpp"
 #include "running.hpp"
+#include "stored.hpp"
 #include "table.hpp"
 #include "wanted.hpp"
 
@@ -90,8 +93,14 @@ auto made_from(core::Result<Wanted> const& wanted, Make make) -> std::invoke_res
     return make(wanted.value());
 }
 
-Output syslog_ng_output(core::Result<Wanted> const& wanted) {
+Output syslog_ng_output(core::Result<Wanted> const& wanted, Context const& context) {
     Output output{"syslog-ng", syslog_ng_conf};
+    if (auto const stored = stored_values(context.database); stored.has_value()) {
+        if (auto const problem = log_folder_problem(stored.value())) {
+            output.wanted = "unsafe";
+            add_detail(output, *problem);
+        }
+    }
     auto const written = file_text(syslog_ng_conf);
     auto const shells = shells_in(written.value_or(""));
     compare(output, made_from(wanted, [&](auto const& from) { return from.syslog_ng_text(shells); }),
@@ -172,16 +181,36 @@ Output zlog_output(ConfigFileEntry const& file, core::Result<Wanted> const& want
     return output;
 }
 
+/// A folder that is removed and made again while the daemon's unit runs is another than the one that the unit
+/// lets it write. Only root can look.
+void say_if_not_writable(Output& output, Process const& daemon) {
+    auto const folder = std::filesystem::path{output.path}.parent_path();
+    struct statvfs seen{};
+    if (output.path != printk && output.written != in_order &&
+        statvfs(fmt::format("/proc/{}/root{}", daemon.pid, folder.native()).c_str(), &seen) == 0 &&
+        (seen.f_flag & ST_RDONLY) != 0) {
+        add_detail(output,
+                   fmt::format("the daemon cannot write {}, which was made again since it started; let "
+                               "it see that: systemctl restart log-config",
+                               folder.native()));
+    }
+}
+
 Report look(Context const& context) {
     Report report{find_process("log-config"), find_process("ipc-broker"), find_process("syslog-ng")};
     report.terminals = terminals(report.syslog_ng);
     auto const wanted = Wanted::open(context);
     report.database_problem = wanted.has_error() ? text_of(wanted.error()) : "";
     auto const answers = last_answers();
-    report.outputs.push_back(syslog_ng_output(wanted));
+    report.outputs.push_back(syslog_ng_output(wanted, context));
     report.outputs.push_back(kernel_output(wanted));
     for (auto const& file : log_config::zlog_files) {
         report.outputs.push_back(zlog_output(file, wanted, answers));
+    }
+    if (report.daemon) {
+        for (auto& output : report.outputs) {
+            say_if_not_writable(output, *report.daemon);
+        }
     }
     return report;
 }

@@ -48,8 +48,8 @@ class Transaction {
     /// Writes what differs, with author, time and old value in the history, and the changed fields in the
     /// journal, which wakes every feed. Returns what was changed: where nothing differs, nothing is written
     /// and nobody woken. A database that does not exist is made. Waits at most 5 s for another writer. On
-    /// failure nothing is changed: `InvalidInputArg` where two receivers would be the same, else what the
-    /// database could not do.
+    /// failure nothing is changed: `InvalidInputArg` where two receivers would be the same or others than
+    /// root may write the log file's folder, else what the database could not do.
     core::Result<std::vector<Change>> commit(std::filesystem::path const& folder = default_folder,
                                              std::string const& author = current_author()) const;
 

@@ -1,0 +1,87 @@
+#include "xpon/cfgdb/log_folder.hpp"
+
+#include <cerrno>
+#include <ranges>
+#include <system_error>
+#include <vector>
+
+#include <sys/stat.h>
+
+#include "core/failure.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+/// Why others than root decide what is in one folder; nothing if they do not.
+std::optional<std::string> flaw_of(std::filesystem::path const& folder, struct stat const& status) {
+    struct stat root{};
+    std::ignore = lstat("/", &root); // its owner can do what root can, also where that is not user 0
+    if (!S_ISDIR(status.st_mode)) {
+        return fmt::format("{} is no folder", folder.string());
+    }
+    if (status.st_uid != 0 && status.st_uid != root.st_uid) {
+        return fmt::format("{} belongs to user {}", folder.string(), status.st_uid);
+    }
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return fmt::format("others than root may write {}", folder.string());
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<std::string> log_folder_flaw(std::filesystem::path const& folder) {
+    std::vector<std::filesystem::path> left; // the next one last
+    auto const go = [&left](std::filesystem::path const& path) {
+        auto const parts = path.relative_path();
+        std::vector<std::filesystem::path> const forward{parts.begin(), parts.end()};
+        left.insert(left.end(), forward.rbegin(), forward.rend());
+    };
+    go(folder);
+    std::filesystem::path here{"/"};
+    constexpr int most_links = 40; // as for the kernel
+    for (int links = 0; links <= most_links;) {
+        struct stat status{};
+        if (lstat(here.c_str(), &status) != 0) {
+            return errno == ENOENT ? std::nullopt
+                                   : std::optional{fmt::format("{}: {}", here.string(),
+                                                               std::generic_category().message(errno))};
+        }
+        if (S_ISLNK(status.st_mode)) {
+            ++links;
+            std::error_code failed;
+            auto const target = std::filesystem::read_symlink(here, failed);
+            go(target);
+            here = target.is_absolute() ? "/" : here.parent_path();
+            continue;
+        }
+        if (auto flaw = flaw_of(here, status)) {
+            return flaw;
+        }
+        if (left.empty()) {
+            return std::nullopt;
+        }
+        auto const next = std::move(left.back());
+        left.pop_back();
+        here = next == ".." ? here.parent_path() : next.empty() || next == "." ? here : here / next;
+    }
+    return fmt::format("{}: too many links", folder.string());
+}
+
+core::Result<void> check_log_folder(Change const& change) {
+    if (change.setting->kind != Kind::Folder) {
+        return core::success();
+    }
+    if (auto const flaw = log_folder_flaw(change.new_value)) {
+        return core::fail(
+            core::Error::InvalidInputArg,
+            "{}: \"{}\" is refused: {}, and whoever can replace a file there decides what root's "
+            "syslog-ng writes to; allowed is a folder that root alone may write, such as {}",
+            change.setting->path, change.new_value, *flaw,
+            to_text(change.setting->kind, change.setting->default_value));
+    }
+    return core::success();
+}
+
+} // namespace xpon::cfgdb

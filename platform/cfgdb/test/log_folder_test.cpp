@@ -1,0 +1,57 @@
+#include "xpon/cfgdb/log_folder.hpp"
+
+#include <gmock/gmock.h>
+
+#include "support.hpp"
+
+namespace xpon::cfgdb {
+namespace {
+
+using core::Error;
+using test::IsError;
+using test::IsOk;
+using testing::HasSubstr;
+
+TEST(LogFolders, ThatRootAloneMayWriteAreGoodAlsoBeforeTheyExist) {
+    for (auto const* folder :
+         {"/", "/usr/", "/usr/bin/../bin/./", "/nonexistent/log/", "/usr/nonexistent/"}) {
+        EXPECT_EQ(log_folder_flaw(folder), std::nullopt) << folder;
+    }
+}
+
+TEST(LogFolders, ThatOthersMayReachAreNot) {
+    for (auto const* folder : {"/tmp/", "/tmp/nonexistent/log/", "/usr/../tmp/"}) {
+        EXPECT_EQ(log_folder_flaw(folder), "others than root may write /tmp") << folder;
+    }
+    EXPECT_EQ(log_folder_flaw("/etc/passwd/"), "/etc/passwd is no folder");
+}
+
+TEST(LogFolders, AreLookedAtBehindLinks) {
+    test::ScratchFolder const scratch;
+    std::filesystem::create_directory_symlink("/usr", scratch / "link"); // anybody could lead it elsewhere
+    EXPECT_NE(log_folder_flaw(scratch / "link"), std::nullopt);
+}
+
+TEST(LogFolders, AreLookedAtWhenTheyAreSet) {
+    test::ScratchFolder const scratch;
+    auto const folder = scratch / "db";
+    change(folder, {{"syslog.file.path", "/var/lib/board/"}});
+    Transaction transaction;
+    ASSERT_THAT(transaction.set("syslog.file.path", "/tmp/log/"), IsOk());
+    ASSERT_THAT(transaction.set("syslog.rsh.level", "debug"), IsOk());
+    auto const refused = IsError(
+        Error::InvalidInputArg,
+        "syslog.file.path: \"/tmp/log/\" is refused: others than root may write /tmp, and whoever can "
+        "replace a file there decides what root's syslog-ng writes to; allowed is a folder that root "
+        "alone may write, such as /var/log/");
+    EXPECT_THAT(transaction.preview(folder), refused);
+    EXPECT_THAT(transaction.commit(folder), refused);
+    EXPECT_EQ(stored_settings(folder).value().size(), 1U);
+    // What was in force before is put back all the same, or a trial could not be undone.
+    Transaction back;
+    ASSERT_THAT(back.put_back("syslog.file.path", "/var/lib/board/", "/tmp/log/"), IsOk());
+    EXPECT_THAT(back.commit(folder), IsOk());
+}
+
+} // namespace
+} // namespace xpon::cfgdb
