@@ -1,63 +1,33 @@
 // The clock of the board jumps: nothing that waits takes notice.
 #include <filesystem>
 
-#include <sys/mount.h>
-
-#include "integration/followed_board.hpp"
+#include "faults/board_clock.hpp"
 #include "kit/report.hpp"
-#include "kit/sanitized.hpp"
 
 namespace xpon::test {
 namespace {
 
-class Clock : public FollowedBoard {
+class Clock : public BoardClock {
   protected:
-    void SetUp() override {
-        for (auto const& folder : std::filesystem::directory_iterator{"/usr/lib"}) {
-            if (auto const path = folder.path() / "faketime/libfaketimeMT.so.1";
-                std::filesystem::exists(path)) {
-                library = path;
-            }
-        }
-        if (library.empty()) {
-            GTEST_SKIP() << "there is no libfaketime";
-        }
-        if (sanitized) {
-            GTEST_SKIP() << "a sanitizer wants to be loaded first";
-        }
-    }
-
-    void jump(std::string const& by) { write_file(offset, by + "\n"); }
-
-    /// Has the program run by a clock that `jump` sets. How long something takes stays true.
-    std::vector<std::string> with_own_clock(std::vector<std::string> argv) const {
-        argv.insert(argv.begin(),
-                    {"env", "LD_PRELOAD=" + library.string(), "FAKETIME_TIMESTAMP_FILE=" + offset.string(),
-                     "FAKETIME_NO_CACHE=1", "FAKETIME_DONT_FAKE_MONOTONIC=1"});
-        return argv;
-    }
-
     std::string year() {
         auto const output = scratch / "year";
         std::filesystem::remove(output);
-        EXPECT_EQ(ChildProcess({.argv = with_own_clock({"date", "+%Y"}), .environment = {}, .output = output})
+        EXPECT_EQ(ChildProcess({.argv = with_own_clock({"date", "+%Y"}, Jumps::TimeOfDay),
+                                .environment = {},
+                                .output = output})
                       .wait(),
                   0);
         return contents(output);
     }
-
-    std::filesystem::path library;
-    std::filesystem::path offset = scratch / "offset";
 };
 
 TEST_F(Clock, JumpsCostNoChangeAndNoTime) {
-    jump("+0");
     auto const now = year();
     start_journald();
     start_syslog_ng();
-    broker = start(with_own_clock({XPON_BROKER}));
+    broker = start(with_own_clock({XPON_BROKER}, Jumps::TimeOfDay));
     ASSERT_TRUE(broker->wait_ready());
-    daemon = start(with_own_clock({XPON_DAEMON}));
+    daemon = start(with_own_clock({XPON_DAEMON}, Jumps::TimeOfDay));
     ASSERT_TRUE(daemon->wait_ready());
     wait_until_serving();
     auto const folder_in_the_way = zlog_path(snmp);
