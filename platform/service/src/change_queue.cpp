@@ -14,6 +14,7 @@ void ChangeQueue::add(List list) {
     for (auto const& change : list) {
         retries.superseded(change.field_id);
     }
+    retries.database_changed();
     waiting.push_back(std::move(list));
 }
 

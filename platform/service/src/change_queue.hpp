@@ -19,7 +19,8 @@ class ChangeQueue {
 
     explicit ChangeQueue(core::ILogger& logger);
 
-    /// A list from the feed. It takes the place of its fields' retries.
+    /// A list from the feed. It takes the place of its fields' retries, and ends the wait of fields that
+    /// could not be read: the database was read just now.
     void add(List list);
 
     /// When `next` has something: `at_once`, the time of a retry, or `never`.

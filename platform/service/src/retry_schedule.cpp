@@ -16,6 +16,7 @@ void RetrySchedule::failed(Config_change change, core::ErrorPayload const& error
         entry = entries.insert(entry, {change, std::move(log)});
     }
     entry->change = change;
+    entry->error = error.error;
     entry->log.failed(error);
     entry->due = now + retry_delay(entry->failures++);
 }
@@ -36,6 +37,14 @@ void RetrySchedule::superseded(std::uint32_t field_id) {
     if (auto const entry = find(field_id); entry != entries.end()) {
         entry->failures = 0;
         entry->due = never;
+    }
+}
+
+void RetrySchedule::database_changed() {
+    for (auto& entry : entries) {
+        if (entry.error == core::Error::ErrorCApi && entry.due != never) {
+            entry.due = at_once;
+        }
     }
 }
 

@@ -30,6 +30,9 @@ class RetrySchedule {
     /// anew.
     void superseded(std::uint32_t field_id);
 
+    /// The database may be well again: fields that could not be read (`ErrorCApi`) are due at once.
+    void database_changed();
+
     /// The field is up to date.
     void succeeded(std::uint32_t field_id);
 
@@ -37,6 +40,7 @@ class RetrySchedule {
     struct Entry {
         Config_change change;
         FailureLog log;
+        core::Error error = core::Error::NoError;
         int failures = 0; // in a row, since the newest change
         TimePoint due = never;
     };

@@ -28,7 +28,7 @@ struct ChangeQueueTest : testing::Test {
     ChangeQueue queue{logger};
     TimePoint now{1000h};
     Fields bad; // a list that holds one of these fails
-    core::ErrorPayload const error{core::Error::CommonError};
+    core::ErrorPayload error{core::Error::CommonError};
 
     Fields next_fields() {
         Fields fields;
@@ -75,6 +75,17 @@ TEST_F(ChangeQueueTest, AFailedListIsDeliveredFieldByFieldInOrderAndAllButTheBad
     EXPECT_THAT(handle_all(),
                 ElementsAre(Fields{52, 58, 55, 60}, Fields{52}, Fields{58}, Fields{55}, Fields{60}));
     EXPECT_EQ(queue.due(), now + 1s);
+}
+
+TEST_F(ChangeQueueTest, ANewListEndsTheWaitOfAFieldThatCouldNotBeRead) {
+    error = core::ErrorPayload{core::Error::ErrorCApi};
+    bad = {58};
+    queue.add(list({58}));
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{58}));
+    bad = {};
+    queue.add(list({60}));
+    EXPECT_THAT(handle_all(), testing::UnorderedElementsAre(Fields{58}, Fields{60}));
+    EXPECT_EQ(queue.due(), never);
 }
 
 TEST_F(ChangeQueueTest, AListThatFailedOnlyOnceArrivesFieldByFieldWithoutRetries) {

@@ -92,6 +92,21 @@ TEST_F(RetryScheduleTest, EachReasonIsToldOncePerFieldAndSoIsTheEnd) {
                                             "config_change of field 58 works again"));
 }
 
+TEST_F(RetryScheduleTest, AChangedDatabaseEndsTheWaitOfFieldsThatCouldNotBeRead) {
+    core::ErrorPayload const unreadable{core::Error::ErrorCApi};
+    schedule.failed(change(52), error, start);
+    schedule.failed(change(58), unreadable, start);
+    schedule.failed(change(60), unreadable, start);
+    schedule.superseded(60);
+    schedule.database_changed();
+    EXPECT_THAT(due(schedule, start), field(58));
+    schedule.failed(change(58), unreadable, start);
+    EXPECT_THAT(due(schedule, start), IsEmpty()) << "once for each change of the database";
+    EXPECT_THAT(due(schedule, start + 2s), field(52)) << "waits as before";
+    schedule.succeeded(52);
+    EXPECT_THAT(due(schedule, start + 2s), field(58)) << "after twice the wait";
+}
+
 TEST_F(RetryScheduleTest, FieldsWaitIndependentlyAndTheLongestDueComesFirst) {
     schedule.failed(change(58), error, start);
     schedule.failed(change(59), error, start + 200ms);
