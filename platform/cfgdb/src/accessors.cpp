@@ -51,17 +51,19 @@ std::optional<ReadFailure> read(Record const& record, Store const* store, void* 
     if (store == nullptr) {
         return ReadFailure{EINVAL, "no database handle given"};
     }
+    auto const failed = [store](int error_number, std::string_view text) {
+        return ReadFailure{error_number, fmt::format("{}: {}", store->path().string(), text)};
+    };
     if (out == nullptr || key == nullptr) {
-        return ReadFailure{EINVAL, out == nullptr ? "no record given" : "no key given"};
+        return failed(EINVAL, out == nullptr ? "no record given" : "no key given");
     }
     if (key[0] != 0 || key[1] != 0 || key[2] != 0) {
-        return ReadFailure{EINVAL,
-                           fmt::format("key {}.{}.{} given, allowed is 0.0.0", key[0], key[1], key[2])};
+        return failed(EINVAL, fmt::format("key {}.{}.{} given, allowed is 0.0.0", key[0], key[1], key[2]));
     }
     try {
         return store->read(record, out);
     } catch (std::exception const& exception) {
-        return ReadFailure{EIO, exception.what()};
+        return failed(EIO, exception.what());
     }
 }
 
@@ -74,9 +76,8 @@ int read_stored(Record const& record, void const* db, void* out, unsigned short 
         errno = errno_before;
         return 0;
     }
-    auto const line = store == nullptr
-                          ? fmt::format("cfgdb - {}*: {}", record.prefix, failure->text)
-                          : fmt::format("{} - {}: {}", store->name(), store->path().string(), failure->text);
+    auto const line = store == nullptr ? fmt::format("cfgdb - {}*: {}", record.prefix, failure->text)
+                                       : fmt::format("{} - {}", store->name(), failure->text);
     syslog(LOG_LOCAL0 | LOG_ERR, "%s", line.c_str());
     return refuse(failure->error_number);
 }

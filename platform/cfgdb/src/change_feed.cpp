@@ -34,8 +34,8 @@ class JournalFeed : public ChangeFeed {
                         std::generic_category().message(errno));
         }
         OUTCOME_TRY(watch());
-        OUTCOME_TRY(head, store->journal_head());
-        position = head;
+        OUTCOME_TRY(now, store->journal_from({}));
+        remember(now);
         return core::success();
     }
 
@@ -48,35 +48,52 @@ class JournalFeed : public ChangeFeed {
             OUTCOME_TRY(watch());
         }
         // The entry at the position is read once more: if it is gone, so may be others after it.
-        OUTCOME_TRY(entries, store->journal_from(position));
-        bool const continuous = position == 0 ? entries.empty() || entries.front().sequence == 1
-                                              : !entries.empty() && entries.front().sequence == position;
-        auto changes = continuous ? changes_in(entries) : every_field(entries);
-        position = entries.empty() ? 0 : entries.back().sequence;
-        return changes;
+        OUTCOME_TRY(now, store->journal_from(position));
+        auto const& entries = now.entries;
+        bool const reaches_back = position == 0 ? entries.empty() || entries.front().sequence == 1
+                                                : !entries.empty() && entries.front().sequence == position;
+        if (reaches_back && now.content == content) {
+            auto changes = changes_in(entries);
+            remember(now);
+            return changes;
+        }
+        OUTCOME_TRY(newest, store->journal_from({}));
+        remember(newest);
+        return every_field();
     }
 
   private:
+    void remember(Journal const& handed_out) {
+        content = handed_out.content;
+        position = handed_out.entries.empty() ? 0 : handed_out.entries.back().sequence;
+    }
+
+    /// Watches what lies there now. Whoever opens the database or the doorbell only to read wakes nobody.
     core::Result<void> watch() {
-        auto const doorbell = doorbell_path(folder);
-        auto const add = [&] {
-            return inotify_add_watch(inotify.get(), doorbell.c_str(),
-                                     IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVE_SELF | IN_DELETE_SELF) >= 0;
+        struct Watched {
+            std::filesystem::path path;
+            std::uint32_t events;
         };
-        watching = add();
-        if (!watching && errno == ENOENT) {
-            OUTCOME_TRY(make_doorbell(folder));
-            watching = add();
+        // The folder tells when one of its files is made, replaced or removed. Closing the database ends a
+        // restore by other programs, which ring no doorbell.
+        Watched const all[] = {
+            {folder, IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF |
+                         IN_ONLYDIR},
+            {doorbell_path(folder), IN_CLOSE_WRITE},
+            {database_path(folder), IN_CLOSE_WRITE},
+        };
+        for (auto const& [path, events] : all) {
+            bool const added = inotify_add_watch(inotify.get(), path.c_str(), events) >= 0;
+            if (!added && (errno != ENOENT || path == folder)) {
+                return fail(Error::CommonError, "{}: cannot be watched ({})", path.string(),
+                            std::generic_category().message(errno));
+            }
         }
-        if (!watching) {
-            return fail(Error::CommonError, "{}: cannot be watched ({})", doorbell.string(),
-                        std::generic_category().message(errno));
-        }
+        watching = true;
         return core::success();
     }
 
-    /// Takes the events away. Any but a writer's ring may mean that the file is no longer the one that the
-    /// writers open.
+    /// Takes the events away. Any but a close may mean that the files are no longer those that are watched.
     void drain() {
         alignas(inotify_event) std::array<char, 4096> buffer;
         for (ssize_t length = 0; (length = read(inotify.get(), buffer.data(), buffer.size())) > 0;) {
@@ -99,12 +116,11 @@ class JournalFeed : public ChangeFeed {
         return changes;
     }
 
-    static std::vector<Config_change> every_field(std::vector<JournalEntry> const& entries) {
-        auto const sequence = static_cast<std::uint32_t>(entries.empty() ? 0 : entries.back().sequence);
+    std::vector<Config_change> every_field() const {
         std::vector<Config_change> changes;
         for (auto const& record : records()) {
             if (record.field_id != 0) {
-                changes.push_back({record.field_id, 0, sequence});
+                changes.push_back({record.field_id, 0, static_cast<std::uint32_t>(position)});
             }
         }
         return changes;
@@ -114,6 +130,7 @@ class JournalFeed : public ChangeFeed {
     std::filesystem::path folder;
     core::UniqueFd inotify{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
     bool watching = false;
+    ContentId content;         // that the position belongs to
     std::int64_t position = 0; // everything up to this journal entry was handed out
 };
 

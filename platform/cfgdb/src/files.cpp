@@ -18,10 +18,27 @@ namespace {
 using core::Error;
 using core::fail;
 
-core::ErrorPayload system_failure(std::filesystem::path const& path, char const* what, int reason) {
-    bool const refused = reason == EACCES || reason == EPERM || reason == EROFS;
-    return fail(refused ? Error::NoAccess : Error::CommonError, "{}: {} ({})", path.string(), what,
-                std::generic_category().message(reason));
+std::string log_path(std::filesystem::path const& database) {
+    return database.string() + "-wal";
+}
+
+std::string index_path(std::filesystem::path const& database) {
+    return database.string() + "-shm";
+}
+
+char const* kind_of(mode_t mode) {
+    switch (mode & S_IFMT) {
+    case S_IFDIR:
+        return "a folder";
+    case S_IFIFO:
+        return "a FIFO";
+    case S_IFLNK:
+        return "a symbolic link";
+    case S_IFSOCK:
+        return "a socket";
+    default:
+        return "a device";
+    }
 }
 
 void give_to_group(std::filesystem::path const& folder) {
@@ -40,12 +57,6 @@ mode_t file_mode(std::filesystem::path const& folder) {
     return open_to_all ? 0664 : 0660;
 }
 
-void sync_folder(std::filesystem::path const& folder) {
-    core::UniqueFd const opened{open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    // Some file systems cannot, and then need not.
-    std::ignore = fsync(opened.get());
-}
-
 } // namespace
 
 std::filesystem::path database_path(std::filesystem::path const& folder) {
@@ -54,6 +65,32 @@ std::filesystem::path database_path(std::filesystem::path const& folder) {
 
 std::filesystem::path doorbell_path(std::filesystem::path const& folder) {
     return folder / "running.db.doorbell";
+}
+
+core::ErrorPayload system_failure(std::filesystem::path const& path, char const* what, int reason) {
+    bool const refused = reason == EACCES || reason == EPERM || reason == EROFS;
+    return fail(refused ? Error::NoAccess : Error::CommonError, "{}: {} ({})", path.string(), what,
+                std::generic_category().message(reason));
+}
+
+void sync_folder(std::filesystem::path const& folder) {
+    core::UniqueFd const opened{open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    // Some file systems cannot, and then need not.
+    std::ignore = fsync(opened.get());
+}
+
+FileIdentities identities(std::filesystem::path const& database) {
+    auto const identity = [](std::string const& path) {
+        struct stat status{};
+        bool const there = stat(path.c_str(), &status) == 0;
+        return there ? FileIdentities::Identity{status.st_dev, status.st_ino} : FileIdentities::Identity{};
+    };
+    return {identity(database), identity(log_path(database)), identity(index_path(database))};
+}
+
+void remove_log(std::filesystem::path const& database) {
+    unlink(log_path(database).c_str());
+    unlink(index_path(database).c_str());
 }
 
 core::Result<void> make_folder(std::filesystem::path const& path) {
@@ -98,14 +135,25 @@ core::Result<void> make_file(std::filesystem::path const& path,
 
 core::Result<core::UniqueFd> open_doorbell(std::filesystem::path const& folder) {
     auto const path = doorbell_path(folder);
-    auto const open_existing = [&path] { return core::UniqueFd{open(path.c_str(), O_WRONLY | O_CLOEXEC)}; };
+    auto const open_existing = [&path] {
+        return core::UniqueFd{open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+    };
     auto doorbell = open_existing();
     if (!doorbell && errno == ENOENT) {
         OUTCOME_TRY(make_doorbell(folder));
         doorbell = open_existing();
     }
+    int const reason = errno;
+    struct stat status{};
+    // Some of what is no regular file can be opened, the rest cannot for reasons that say little.
+    bool const known = (doorbell ? fstat(doorbell.get(), &status) : lstat(path.c_str(), &status)) == 0;
+    if (known && !S_ISREG(status.st_mode)) {
+        return fail(Error::InvalidState,
+                    "{}: not a regular file but {}; remove it, the next change makes it again", path.string(),
+                    kind_of(status.st_mode));
+    }
     if (!doorbell) {
-        return system_failure(path, "cannot be opened", errno);
+        return system_failure(path, "cannot be opened", reason);
     }
     return doorbell;
 }

@@ -3,12 +3,34 @@
 #include <filesystem>
 #include <functional>
 
+#include <sys/types.h>
+
 #include "core/result.hpp"
 #include "core/unique_fd.hpp"
 
 namespace xpon::cfgdb {
 
+/// What could not be done with a file or folder, and the system's reason.
+core::ErrorPayload system_failure(std::filesystem::path const& path, char const* what, int reason);
+
 std::filesystem::path database_path(std::filesystem::path const& folder);
+
+/// Which files are the database: the file itself, its log and the log's index. All zeros for one that is not
+/// there.
+struct FileIdentities {
+    struct Identity {
+        dev_t device;
+        ino_t inode;
+        bool operator==(Identity const&) const = default;
+    };
+    Identity database{};
+    Identity log{};
+    Identity index{};
+    bool operator==(FileIdentities const&) const = default;
+};
+
+/// What lies at these paths now.
+FileIdentities identities(std::filesystem::path const& database);
 
 /// The file that every writer has open for writing while it commits: closing it, which the kernel also does
 /// for a process that is killed, is what wakes the feeds.
@@ -23,7 +45,14 @@ core::Result<void> make_folder(std::filesystem::path const& folder);
 core::Result<void> make_file(std::filesystem::path const& path,
                              std::function<core::Result<void>(std::filesystem::path const&)> const& fill);
 
-/// The doorbell, opened for writing; made where there is none.
+/// Removes the log and its index. Only for one that belongs to a database which is no longer there.
+void remove_log(std::filesystem::path const& database);
+
+/// Makes what happened in the folder last through a power cut.
+void sync_folder(std::filesystem::path const& folder);
+
+/// The doorbell, opened for writing; made where there is none. Fails where anything but a regular file is in
+/// its place: opening that could wait, or write elsewhere.
 core::Result<core::UniqueFd> open_doorbell(std::filesystem::path const& folder);
 
 /// Makes the doorbell where there is none.

@@ -1,21 +1,9 @@
 #include "xpon/cfgdb/history.hpp"
 
-#include <algorithm>
-
 #include "store.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
-
-namespace {
-
-/// The authors' names come from outside, and the file can be written by other programs.
-std::string safe(std::string_view text) {
-    bool const plain = std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; });
-    return plain ? std::string{text} : printable(text);
-}
-
-} // namespace
 
 core::Result<std::vector<HistoryEntry>> history(std::filesystem::path const& folder, std::int64_t after) {
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));

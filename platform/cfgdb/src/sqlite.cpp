@@ -1,6 +1,8 @@
 #include "sqlite.hpp"
 
+#include <algorithm>
 #include <cerrno>
+#include <iterator>
 #include <system_error>
 
 #include <fcntl.h>
@@ -13,6 +15,34 @@ namespace xpon::cfgdb {
 
 using core::Error;
 using core::fail;
+
+namespace {
+
+/// What went wrong by SQLite's extended code, for those that come from no failed system call: the number of
+/// the last one that failed, if any, then belongs to something else.
+struct Meaning {
+    int code;
+    char const* words;
+};
+
+constexpr Meaning not_of_the_system[] = {
+    {SQLITE_IOERR_SHORT_READ, "a file ends before the data that should be in it"},
+    {SQLITE_IOERR_NOMEM, "out of memory"},
+    {SQLITE_IOERR_CORRUPTFS, "the file system is damaged"},
+    {SQLITE_CANTOPEN_NOTEMPDIR, "no folder for temporary files"},
+    {SQLITE_CANTOPEN_DIRTYWAL, "its log has to be recovered first"},
+};
+
+std::string system_reason(int code, int error_number) {
+    auto const* const known = std::ranges::find(not_of_the_system, code, &Meaning::code);
+    if (known != std::end(not_of_the_system)) {
+        return known->words;
+    }
+    return error_number != 0 ? std::generic_category().message(error_number)
+                             : fmt::format("SQLite's error {}", code);
+}
+
+} // namespace
 
 Rows::~Rows() {
     sqlite3_reset(statement);
@@ -76,13 +106,39 @@ void Statement::bind(int index, Value const& value) const {
     }
 }
 
+bool RunLimit::exceeded() {
+    auto const now = Clock::now();
+    if (!end) {
+        end = now + limit;
+    }
+    return now >= *end;
+}
+
 core::Result<Connection> Connection::open(std::filesystem::path const& file, int flags) {
+    return open_named(file, file.string(), flags);
+}
+
+core::Result<Connection> Connection::open_unchanging(std::filesystem::path const& file) {
+    std::string name = "file:";
+    for (char const c : file.string()) {
+        name += c == '%' || c == '?' || c == '#' ? fmt::format("%{:02x}", static_cast<unsigned char>(c))
+                                                 : std::string{c};
+    }
+    return open_named(file, name + "?immutable=1", SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+}
+
+core::Result<Connection> Connection::open_named(std::filesystem::path const& file, std::string const& name,
+                                                int flags) {
     sqlite3* opened = nullptr;
-    int const code = sqlite3_open_v2(file.c_str(), &opened, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+    int const code = sqlite3_open_v2(name.c_str(), &opened, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     Connection connection{file, Handle{opened}};
     if (code != SQLITE_OK) {
-        return connection.failure(code);
+        return connection.failure(sqlite3_extended_errcode(opened));
     }
+    sqlite3_extended_result_codes(opened, 1);
+    constexpr int steps_between_questions = 10000; // well below a millisecond
+    auto const too_long = [](void* limit) { return static_cast<RunLimit*>(limit)->exceeded() ? 1 : 0; };
+    sqlite3_progress_handler(opened, steps_between_questions, too_long, connection.limit.get());
     if ((flags & SQLITE_OPEN_READWRITE) != 0 && sqlite3_db_readonly(opened, "main") != 0) {
         // SQLite goes on without the permission to write, and keeps the reason to itself.
         bool const refused = faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0;
@@ -100,10 +156,11 @@ core::Result<Statement> Connection::prepare(char const* sql) const {
     if (code != SQLITE_OK) {
         return failure(code);
     }
-    return Statement{statement};
+    return Statement{statement, *limit};
 }
 
 core::Result<void> Connection::execute(char const* sql) const {
+    limit->restart();
     int const code = sqlite3_exec(handle.get(), sql, nullptr, nullptr, nullptr);
     return code == SQLITE_OK ? core::Result<void>{core::success()} : failure(code);
 }
@@ -122,24 +179,28 @@ void Connection::keep_log() const {
     sqlite3_file_control(handle.get(), "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
 }
 
-bool Connection::moved() const {
-    int answer = 0;
-    sqlite3_file_control(handle.get(), "main", SQLITE_FCNTL_HAS_MOVED, &answer);
-    return answer != 0;
+void Connection::empty_log_at_close(bool wanted) const {
+    sqlite3_db_config(handle.get(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, wanted ? 0 : 1, nullptr);
+}
+
+void Connection::forget_pages() const {
+    sqlite3_db_release_memory(handle.get());
 }
 
 std::string Connection::reason(int code) const {
     switch (code & 0xFF) { // the primary code; the upper bits only tell variants apart
     case SQLITE_BUSY:
         return fmt::format("locked by another process for more than {} s", patience_ms / 1000);
+    case SQLITE_INTERRUPT:
+        return fmt::format("a query was ended after {} s: the database holds far too much, or something that "
+                           "has no end",
+                           limit->get().count());
     case SQLITE_CANTOPEN:
-        return fmt::format("cannot be opened ({})",
-                           std::generic_category().message(sqlite3_system_errno(handle.get())));
+        return fmt::format("cannot be opened ({})", system_reason(code, sqlite3_system_errno(handle.get())));
     case SQLITE_IOERR:
-        return fmt::format("{} ({})", sqlite3_errmsg(handle.get()),
-                           std::generic_category().message(sqlite3_system_errno(handle.get())));
+        return fmt::format("disk I/O error ({})", system_reason(code, sqlite3_system_errno(handle.get())));
     default:
-        return sqlite3_errmsg(handle.get());
+        return plain(sqlite3_errmsg(handle.get()));
     }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -14,11 +15,30 @@
 
 namespace xpon::cfgdb {
 
+/// Ends a statement that runs for too long: a view or a cross join need not ever come to an end. The time
+/// that a statement waits for a lock does not count.
+class RunLimit {
+  public:
+    using Clock = std::chrono::steady_clock;
+
+    void restart() { end.reset(); }
+    /// SQLite asks now and then while a statement runs; true ends it.
+    bool exceeded();
+    void set(std::chrono::seconds most) { limit = most; }
+    std::chrono::seconds get() const { return limit; }
+
+  private:
+    std::chrono::seconds limit{5};
+    std::optional<Clock::time_point> end; // of the statement that runs, once it has run for a moment
+};
+
 /// One run of a statement; at its end the statement is ready for the next. One row is current at a time.
 class Rows {
   public:
-    explicit Rows(sqlite3_stmt* running)
-      : statement{running} {}
+    Rows(sqlite3_stmt* running, RunLimit& limit)
+      : statement{running} {
+        limit.restart();
+    }
     ~Rows();
     Rows(Rows const&) = delete;
     Rows& operator=(Rows const&) = delete;
@@ -42,15 +62,16 @@ class Rows {
 
 class Statement {
   public:
-    explicit Statement(sqlite3_stmt* prepared)
-      : handle{prepared} {}
+    Statement(sqlite3_stmt* prepared, RunLimit& of_connection)
+      : handle{prepared}
+      , limit{&of_connection} {}
 
     /// Starts a run with these parameters, which are only looked at while it lasts.
     template <class... Args>
     Rows run(Args const&... args) const {
         int index = 0;
         (bind(++index, args), ...);
-        return Rows{handle.get()};
+        return Rows{handle.get(), *limit};
     }
 
   private:
@@ -62,9 +83,11 @@ class Statement {
         void operator()(sqlite3_stmt* statement) const { sqlite3_finalize(statement); }
     };
     std::unique_ptr<sqlite3_stmt, Finalize> handle;
+    RunLimit* limit;
 };
 
-/// A connection to one database file. One thread at a time. Errors name the file and the reason.
+/// A connection to one database file. One thread at a time. Errors name the file and the reason, with nothing
+/// in them but plain ASCII, whatever is in the file.
 class Connection {
   public:
     /// How long a lock of somebody else is waited for.
@@ -72,6 +95,9 @@ class Connection {
 
     /// Opens an existing file; SQLITE_OPEN_READWRITE fails without the permission to write.
     static core::Result<Connection> open(std::filesystem::path const& file, int flags);
+
+    /// Opens a file that nobody changes meanwhile, to read it: neither its log is read nor anything made.
+    static core::Result<Connection> open_unchanging(std::filesystem::path const& file);
 
     core::Result<Statement> prepare(char const* sql) const;
     /// Runs one or more statements that return nothing of interest.
@@ -88,8 +114,14 @@ class Connection {
 
     /// Leaves the log's files there when the last connection closes.
     void keep_log() const;
-    /// Whether the file no longer is the one that was opened.
-    bool moved() const;
+    /// Whether closing the last connection brings what is in the log into the file.
+    void empty_log_at_close(bool wanted) const;
+    /// Reads pages from the file again where nothing in the log says that they have changed.
+    void forget_pages() const;
+    /// For how long a statement may run: 5 s unless told.
+    void set_run_limit(std::chrono::seconds most) const { limit->set(most); }
+    /// The database itself, for what has no function here.
+    sqlite3* raw() const { return handle.get(); }
     /// Why a call gave this error code, in words.
     std::string reason(int code) const;
     core::ErrorPayload failure(int code) const;
@@ -97,6 +129,9 @@ class Connection {
     std::filesystem::path const& path() const { return file; }
 
   private:
+    static core::Result<Connection> open_named(std::filesystem::path const& file, std::string const& name,
+                                               int flags);
+
     struct Close {
         void operator()(sqlite3* database) const { sqlite3_close(database); }
     };
@@ -107,7 +142,23 @@ class Connection {
       , handle{std::move(open_database)} {}
 
     std::filesystem::path file;
+    std::unique_ptr<RunLimit> limit =
+        std::make_unique<RunLimit>(); // SQLite and the statements know its place
     Handle handle;
+};
+
+/// A transaction that is taken back unless it was committed.
+class Rollback {
+  public:
+    explicit Rollback(Connection const& of)
+      : connection{of} {}
+    // After some failures SQLite has rolled back by itself; to say it again harms nothing.
+    ~Rollback() { std::ignore = connection.execute("ROLLBACK"); }
+    Rollback(Rollback const&) = delete;
+    Rollback& operator=(Rollback const&) = delete;
+
+  private:
+    Connection const& connection;
 };
 
 } // namespace xpon::cfgdb

@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "core/failure.hpp"
-#include "files.hpp"
+#include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
 
@@ -15,6 +15,7 @@ using core::fail;
 
 constexpr std::int64_t application_id = 0x58504C43; // "XPLC" in the file's header
 constexpr std::int64_t schema_version = 1;
+constexpr char const* schema_cookie = "PRAGMA schema_version"; // of the file, by SQLite itself
 
 constexpr char const* trial_table = "CREATE TABLE IF NOT EXISTS trial(number INTEGER PRIMARY KEY, "
                                     "boot TEXT NOT NULL, until INTEGER NOT NULL, author TEXT NOT NULL)";
@@ -44,6 +45,16 @@ core::Result<void> fill_new_database(std::filesystem::path const& file) {
     return connection.execute(schema().c_str());
 }
 
+int error_number_of(int code) {
+    return (code & 0xFF) == SQLITE_BUSY ? EBUSY : EIO;
+}
+
+std::string text_of(core::ErrorPayload const& error) {
+    return std::string{error.info ? error.info->text() : ""};
+}
+
+} // namespace
+
 core::Result<void> make_database(std::filesystem::path const& folder) {
     auto const path = database_path(folder);
     std::error_code unknown; // then opening it says why
@@ -51,10 +62,11 @@ core::Result<void> make_database(std::filesystem::path const& folder) {
         return core::success();
     }
     OUTCOME_TRY(make_folder(folder));
-    return make_file(path, fill_new_database);
+    OUTCOME_TRY(make_file(path, fill_new_database));
+    return make_doorbell(folder);
 }
 
-core::Result<void> check_identity(Connection const& connection) {
+core::Result<void> check_schema(Connection const& connection) {
     OUTCOME_TRY(application, connection.number("PRAGMA application_id"));
     if (application != application_id) {
         return fail(Error::InvalidState, "{}: not a configuration database (application id {}, not {})",
@@ -65,57 +77,113 @@ core::Result<void> check_identity(Connection const& connection) {
         return fail(Error::InvalidState, "{}: its schema version is {}, this program knows version {}",
                     connection.path().string(), version, schema_version);
     }
+    // Views, triggers and virtual tables have no pages of their own.
+    OUTCOME_TRY(foreign,
+                connection.prepare("SELECT type, name FROM sqlite_schema WHERE ifnull(rootpage, 0) = 0"));
+    auto rows = foreign.run();
+    if (rows.next()) {
+        bool const table = rows.text(0) == "table";
+        return fail(
+            Error::InvalidState,
+            "{}: holds the {}{} {}; a configuration database has tables alone, restore it from a copy",
+            connection.path().string(), table ? "virtual " : "", plain(rows.text(0)),
+            printable(rows.text(1)));
+    }
+    return rows.result() == SQLITE_DONE ? core::Result<void>{core::success()}
+                                        : connection.failure(rows.result());
+}
+
+core::Result<Connection> open_database(std::filesystem::path const& file, Store::Access access) {
+    OUTCOME_TRY(connection, Connection::open(file, access == Store::Access::Write ? SQLITE_OPEN_READWRITE
+                                                                                  : SQLITE_OPEN_READONLY));
+    // Without its log beside it, a user who may only read could not open the database once the last writer
+    // has closed it.
+    connection.keep_log();
+    // A log that does not belong to the file, which may be half a copy, must not get into it.
+    connection.empty_log_at_close(false);
+    return std::move(connection);
+}
+
+core::Result<void> settle_as_writer(Connection const& connection) {
+    // With a size limit the last one to close empties the log that stays behind. Otherwise its old pages
+    // would come back over a database file that is restored from a copy.
+    OUTCOME_TRY(connection.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
+                                   "PRAGMA journal_size_limit = 1048576"));
+    // A database of the first release has none.
+    OUTCOME_TRY(connection.execute(trial_table));
+    connection.empty_log_at_close(true);
     return core::success();
 }
 
-int error_number_of(int code) {
-    return (code & 0xFF) == SQLITE_BUSY ? EBUSY : EIO;
-}
-
-constexpr char const* gone = "the database was removed or replaced while it was open; start again";
-
-} // namespace
-
-Store::Store(std::string name, Connection&& opened, Statement&& prepared_record_rows,
-             Statement&& prepared_journal_rows)
+Store::Store(std::string name, std::filesystem::path path, Access wanted)
   : log_name{std::move(name)}
-  , connection{std::move(opened)}
-  , record_rows{std::move(prepared_record_rows)}
-  , journal_rows{std::move(prepared_journal_rows)} {}
+  , file{std::move(path)}
+  , access{wanted} {}
 
 core::Result<std::shared_ptr<Store>> Store::open(std::string name, std::filesystem::path const& folder,
                                                  Access access) {
-    bool const write = access == Access::Write;
-    if (write) {
+    if (access == Access::Write) {
         OUTCOME_TRY(make_database(folder));
     }
-    OUTCOME_TRY(opened, Connection::open(database_path(folder),
-                                         write ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY));
-    // Without its log beside it, a user who may only read could not open the database once the last writer
-    // has closed it.
-    opened.keep_log();
-    OUTCOME_TRY(check_identity(opened));
-    if (write) {
-        // With a size limit the last one to close empties the log that stays behind. Otherwise its old pages
-        // would come back over a database file that is restored from a copy.
-        OUTCOME_TRY(opened.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
-                                   "PRAGMA journal_size_limit = 1048576"));
-        // A database of the first release has none.
-        OUTCOME_TRY(opened.execute(trial_table));
+    std::shared_ptr<Store> store{new Store{std::move(name), database_path(folder), access}};
+    OUTCOME_TRY(store->current());
+    return store;
+}
+
+core::Result<Store::Opened> Store::open_files(std::filesystem::path const& file, Access access) {
+    auto const files = identities(file);
+    OUTCOME_TRY(connection, open_database(file, access));
+    OUTCOME_TRY(check_schema(connection));
+    if (access == Access::Write) {
+        OUTCOME_TRY(settle_as_writer(connection));
     }
+    OUTCOME_TRY(cookie, connection.number(schema_cookie));
     // A range of the primary key: one statement, so one record is always one consistent state.
-    OUTCOME_TRY(records, opened.prepare("SELECT path, value FROM setting WHERE path >= ?1 AND path < ?2"));
+    OUTCOME_TRY(records,
+                connection.prepare("SELECT path, value FROM setting WHERE path >= ?1 AND path < ?2"));
     OUTCOME_TRY(journal,
-                opened.prepare("SELECT sequence, field_id FROM journal WHERE sequence >= ?1 ORDER BY 1"));
-    return std::shared_ptr<Store>{
-        new Store{std::move(name), std::move(opened), std::move(records), std::move(journal)}};
+                connection.prepare("SELECT sequence, field_id FROM journal "
+                                   "WHERE sequence >= ifnull(?1, (SELECT max(sequence) FROM journal)) "
+                                   "ORDER BY sequence"));
+    return Opened{files, std::move(connection), std::move(records), std::move(journal), cookie};
+}
+
+core::Result<Store::Opened*> Store::current() const {
+    // Opening can make the log and its index, and others may be replacing the files just then.
+    constexpr int most_attempts = 3;
+    for (int attempt = 0; attempt < most_attempts && (!opened || opened->files != identities(file));
+         ++attempt) {
+        if (opened) {
+            auto const before = opened->files;
+            // Its log is no longer the one that others go on with.
+            opened->connection.empty_log_at_close(false);
+            // Before the next one: connections of one process share the log's index.
+            opened.reset();
+            auto const now = identities(file);
+            bool const other_database = now.database != before.database && now.database.inode != 0;
+            if (access == Access::Write && other_database && now.log == before.log) {
+                // A file was moved into the place of the database, whose log would be read as that of the
+                // new one: pages of two databases in one.
+                remove_log(file);
+            }
+        }
+        OUTCOME_TRY(fresh, open_files(file, access));
+        opened.emplace(std::move(fresh));
+        ++openings;
+    }
+    return &*opened;
 }
 
 std::optional<ReadFailure> Store::read(Record const& record, void* out) const {
     std::lock_guard const lock{mutex};
-    if (connection.moved()) {
-        return ReadFailure{EIO, gone};
+    auto const failed = [this](int error_number, std::string_view text) {
+        return ReadFailure{error_number, fmt::format("{}: {}", file.string(), text)};
+    };
+    auto const now = current();
+    if (now.has_error()) {
+        return ReadFailure{EIO, text_of(now.error())};
     }
+    auto const& [files, connection, record_rows, journal_rows, cookie] = *now.value();
     auto filled = record.defaults;
     auto end = record.prefix;
     ++end.back();
@@ -129,41 +197,45 @@ std::optional<ReadFailure> Store::read(Record const& record, void* out) const {
         }
         auto const value = rows.value(1);
         if (!value || !is_allowed(setting->kind, *value)) {
-            return ReadFailure{EINVAL, fmt::format("{}: {} is stored, allowed is {}", path,
-                                                   rows.description(1), allowed(setting->kind))};
+            return failed(EINVAL, fmt::format("{}: {} is stored, allowed is {}", path, rows.description(1),
+                                              allowed(setting->kind)));
         }
         put(*setting, *value, filled);
     }
     if (rows.result() != SQLITE_DONE) {
-        return ReadFailure{error_number_of(rows.result()),
-                           fmt::format("{}*: {}", record.prefix, connection.reason(rows.result()))};
+        return failed(error_number_of(rows.result()),
+                      fmt::format("{}*: {}", record.prefix, connection.reason(rows.result())));
     }
-    if (auto wrong = contradiction(record, filled)) {
-        return ReadFailure{EINVAL, *std::move(wrong)};
+    if (auto const wrong = contradiction(record, filled)) {
+        return failed(EINVAL, *wrong);
     }
     std::memcpy(out, filled.data(), filled.size());
     return std::nullopt;
 }
 
-core::Result<std::int64_t> Store::journal_head() const {
+core::Result<Journal> Store::journal_from(std::optional<std::int64_t> sequence) const {
     std::lock_guard const lock{mutex};
-    return connection.number("SELECT max(sequence) FROM journal");
-}
-
-core::Result<std::vector<JournalEntry>> Store::journal_from(std::int64_t sequence) const {
-    std::lock_guard const lock{mutex};
-    if (connection.moved()) {
-        return fail(Error::InvalidState, "{}: {}", connection.path().string(), gone);
+    OUTCOME_TRY(now, current());
+    auto& [files, connection, record_rows, journal_rows, checked_schema] = *now;
+    // Pages of a copy that was written over the file are not in the log, which would tell of them.
+    connection.forget_pages();
+    OUTCOME_TRY(connection.execute("BEGIN"));
+    Rollback const one_state{connection};
+    // SQLite's restore counts it up.
+    OUTCOME_TRY(cookie, connection.number(schema_cookie));
+    if (cookie != checked_schema) {
+        OUTCOME_TRY(check_schema(connection));
+        checked_schema = cookie;
     }
-    std::vector<JournalEntry> entries;
-    auto rows = journal_rows.run(sequence);
+    Journal journal{{openings, cookie}, {}};
+    auto rows = sequence ? journal_rows.run(*sequence) : journal_rows.run();
     while (rows.next()) {
-        entries.push_back({rows.number(0), static_cast<std::uint32_t>(rows.number(1))});
+        journal.entries.push_back({rows.number(0), static_cast<std::uint32_t>(rows.number(1))});
     }
     if (rows.result() != SQLITE_DONE) {
         return connection.failure(rows.result());
     }
-    return entries;
+    return journal;
 }
 
 core::Result<void>

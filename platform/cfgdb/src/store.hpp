@@ -12,12 +12,13 @@
 #include <vector>
 
 #include "core/result.hpp"
+#include "files.hpp"
 #include "record.hpp"
 #include "sqlite.hpp"
 
 namespace xpon::cfgdb {
 
-/// Why a record could not be read: what `errno` is to be, and what to tell people.
+/// Why a record could not be read: what `errno` is to be, and what to tell people, the database's path first.
 struct ReadFailure {
     int error_number;
     std::string text;
@@ -34,7 +35,29 @@ struct JournalEntry {
     std::uint32_t field_id;
 };
 
-/// An open configuration database; what stands behind the raw handle. Safe from any thread.
+/// Changes with the whole content: by opening other files, or by a restore into the same ones.
+struct ContentId {
+    std::int64_t openings = 0;
+    std::int64_t schema_cookie = 0;
+
+    bool operator==(ContentId const&) const = default;
+};
+
+struct Journal {
+    ContentId content;
+    std::vector<JournalEntry> entries; ///< oldest first
+};
+
+/// Makes folder, database and doorbell where there is no database.
+core::Result<void> make_database(std::filesystem::path const& folder);
+
+/// Fails unless the database is one of ours, of a schema version that this program knows, and holds tables
+/// alone: a view in the place of one need not come to an end, a trigger could do anything at a change.
+core::Result<void> check_schema(Connection const& connection);
+
+/// An open configuration database; what stands behind the raw handle. Safe from any thread. Where its files
+/// are replaced or removed it opens what lies there then, at its next use; while that fails each use fails,
+/// and tries again.
 class Store {
   public:
     enum class Access {
@@ -50,26 +73,42 @@ class Store {
     /// left alone.
     std::optional<ReadFailure> read(Record const& record, void* out) const;
 
-    /// The number of the newest journal entry, 0 if there is none.
-    core::Result<std::int64_t> journal_head() const;
-    /// The journal from this entry on, oldest first.
-    core::Result<std::vector<JournalEntry>> journal_from(std::int64_t sequence) const;
+    /// The journal from this entry on; without one, its newest entry.
+    core::Result<Journal> journal_from(std::optional<std::int64_t> sequence) const;
 
     /// For the one user of a store of its own.
-    Connection const& unshared() const { return connection; }
+    Connection const& unshared() const { return opened->connection; }
 
     std::string const& name() const { return log_name; }
-    std::filesystem::path const& path() const { return connection.path(); }
+    std::filesystem::path const& path() const { return file; }
 
   private:
-    Store(std::string name, Connection&& opened, Statement&& record_rows, Statement&& journal_rows);
+    struct Opened {
+        FileIdentities files; ///< as they were before it was opened
+        Connection connection;
+        Statement record_rows;
+        Statement journal_rows;
+        std::int64_t checked_schema; ///< the cookie of the schema that was found good
+    };
+
+    Store(std::string name, std::filesystem::path path, Access wanted);
+    static core::Result<Opened> open_files(std::filesystem::path const& file, Access access);
+    /// What lies at the path now, opened. With the mutex held.
+    core::Result<Opened*> current() const;
 
     std::string log_name;
+    std::filesystem::path file;
+    Access access;
     mutable std::mutex mutex;
-    Connection connection; // guarded by mutex, as are the statements
-    Statement record_rows;
-    Statement journal_rows;
+    mutable std::optional<Opened> opened; // guarded by mutex; nothing after a failure
+    mutable std::int64_t openings = 0;    // guarded by mutex
 };
+
+/// Opens an existing database, whatever it holds. Closing it leaves its log alone.
+core::Result<Connection> open_database(std::filesystem::path const& file, Store::Access access);
+
+/// Makes a connection one that writes as every writer does.
+core::Result<void> settle_as_writer(Connection const& connection);
 
 /// Hands out every row of the settings' table, by path; the setting is null where there is none of that path
 /// (or a built-in one).

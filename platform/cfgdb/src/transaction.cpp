@@ -136,15 +136,15 @@ core::Result<void> write_settings(Connection const& connection, Wanted const& wa
     return core::success();
 }
 
-// Entries are kept to 10 000 or 90 days, whichever keeps more. Whole transactions only are dropped
-// from the history, never one that is on trial, and at least the newest 20 000 entries stay: some five
-// changes of every level there is.
+// The journal keeps its last 10 000 entries, the history its last 1000 transactions and whatever is on trial
+// with all that follows it. A commit drops the oldest 1000 entries and 16 transactions at most, so that one
+// into a database that holds far more takes no longer than any other. Each is one range of a key.
 constexpr char const* prune = R"(
-    DELETE FROM journal WHERE sequence <= (SELECT max(sequence) FROM journal) - 10000
-                          AND at < CAST(strftime('%s') AS INTEGER) - 90 * 86400;
-    DELETE FROM history WHERE number < (SELECT number FROM history
-                                        WHERE entry = (SELECT max(entry) FROM history) - 19999)
-                          AND number < (SELECT ifnull(min(number), 1 << 62) FROM trial);
+    DELETE FROM journal WHERE sequence <= min((SELECT max(sequence) FROM journal) - 10000,
+                                              (SELECT min(sequence) FROM journal) + 999);
+    DELETE FROM history WHERE number <= min((SELECT max(number) FROM history) - 1000,
+                                            (SELECT min(number) FROM history) + 15,
+                                            (SELECT ifnull(min(number), 1 << 62) FROM trial) - 1);
 )";
 
 core::Result<void> record_changes(Connection const& connection, std::vector<Change> const& changes,
@@ -164,20 +164,6 @@ core::Result<void> record_changes(Connection const& connection, std::vector<Chan
     }
     return connection.execute(prune);
 }
-
-/// Takes a transaction back unless it was committed.
-class Rollback {
-  public:
-    explicit Rollback(Connection const& of)
-      : connection{of} {}
-    // After some failures SQLite has rolled back by itself; to say it again harms nothing.
-    ~Rollback() { std::ignore = connection.execute("ROLLBACK"); }
-    Rollback(Rollback const&) = delete;
-    Rollback& operator=(Rollback const&) = delete;
-
-  private:
-    Connection const& connection;
-};
 
 } // namespace
 

@@ -6,6 +6,7 @@
 #include "core/failure.hpp"
 #include "store.hpp"
 #include "xpon/cfgdb/history.hpp"
+#include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
 
@@ -35,8 +36,7 @@ core::Result<std::optional<Trial>> pending(Connection const& connection) {
     OUTCOME_TRY(statement, connection.prepare("SELECT number, boot, until, author FROM trial"));
     auto rows = statement.run();
     if (rows.next()) {
-        return std::optional{
-            Trial{rows.number(0), {std::string{rows.text(1)}, rows.number(2)}, std::string{rows.text(3)}}};
+        return std::optional{Trial{rows.number(0), {safe(rows.text(1)), rows.number(2)}, safe(rows.text(3))}};
     }
     if (rows.result() != SQLITE_DONE) {
         return connection.failure(rows.result());

@@ -1,6 +1,8 @@
 #include "xpon/cfgdb/change_feed.hpp"
 
 #include <csignal>
+#include <cstdlib>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <vector>
@@ -50,11 +52,35 @@ class Feed : public testing::Test {
   protected:
     ScratchFolder scratch;
     std::filesystem::path folder = scratch / "db";
+    std::filesystem::path file = folder / "running.db";
     std::filesystem::path doorbell = folder / "running.db.doorbell";
     std::optional<CfgDbWrapper> cfgdb{std::in_place, "TEST_CFGDB", folder};
     std::unique_ptr<ChangeFeed> feed = ChangeFeed::take();
 
     void change_level(std::string const& level) const { change(folder, {{"syslog.rsh.level", level}}); }
+
+    /// -1 if it cannot be read.
+    int rsh_level() const {
+        CapturedSyslog const syslog;
+        SyslogRshDest rsh{};
+        return getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb->db(), &rsh, all_zero_key) == 0 ? rsh.level : -1;
+    }
+
+    /// A copy as of now, without a log.
+    void copy_as_one_file(std::filesystem::path const& to) const {
+        RawDatabase{file}.run("VACUUM INTO '" + to.string() + "'");
+        RawDatabase{to}.run("PRAGMA journal_mode = DELETE");
+    }
+
+    std::string restore_command(std::filesystem::path const& from) const {
+        return fmt::format("sqlite3 '{}' '.restore {}'", file.string(), from.string());
+    }
+
+    /// Replaces what the file holds, and not the file.
+    void overwrite(std::string const& bytes) const {
+        std::fstream{file, std::ios::in | std::ios::out | std::ios::binary} << bytes;
+        std::filesystem::resize_file(file, bytes.size());
+    }
 };
 
 TEST_F(Feed, IsTakenOnceAndReplacedByTheNewestWrappers) {
@@ -182,24 +208,139 @@ TEST_F(Feed, SequencesAreTheLow32BitsOfTheJournalsNumbers) {
 
 TEST_F(Feed, AnErrorKeepsThePosition) {
     change_level("debug");
-    auto const file = folder / "running.db";
-    std::filesystem::rename(file, folder / "elsewhere");
-    EXPECT_THAT(feed->next(), IsError(Error::InvalidState, HasSubstr("removed or replaced")));
-    EXPECT_THAT(feed->next(), IsError(Error::InvalidState, HasSubstr("removed or replaced")));
-    std::filesystem::rename(folder / "elsewhere", file);
+    // The log is empty then, and what is in the file counts.
+    EXPECT_EQ(RawDatabase{file}.value("PRAGMA wal_checkpoint(TRUNCATE)"), "0|0|0");
+    auto const whole = test::read_file(file);
+    auto const page =
+        std::stoul(RawDatabase{file}.value("SELECT rootpage FROM sqlite_schema WHERE name = 'journal'"));
+    auto damaged = whole;
+    overwrite(damaged.replace((page - 1) * 4096, 4096, 4096, '\xFF'));
+    EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr("malformed")));
+    EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr("malformed")));
+    overwrite(whole);
     EXPECT_THAT(next(*feed), ElementsAre("56:1"));
 }
 
-TEST_F(Feed, ADoorbellThatCannotBeWatchedIsAnErrorUntilItCan) {
+TEST_F(Feed, AFolderThatCannotBeWatchedIsAnErrorUntilItCan) {
     std::filesystem::rename(folder, scratch / "elsewhere");
-    std::filesystem::remove(scratch / "elsewhere/running.db.doorbell");
     EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr(doorbell.string())));
+    EXPECT_THAT(feed->next(), IsError(Error::CommonError,
+                                      folder.string() + ": cannot be watched (No such file or directory)"));
     std::filesystem::rename(scratch / "elsewhere", folder);
     change_level("debug");
     EXPECT_THAT(next(*feed), ElementsAre("56:1"));
     change_level("info");
     EXPECT_TRUE(is_readable(feed->fd()));
+}
+
+// --- another database in its place
+// ----------------------------------------------------------------------------
+
+TEST_F(Feed, WhoseDatabaseWasReplacedHandsOutEveryFieldAndFollowsTheNewOne) {
+    change_level("debug");
+    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
+    copy_as_one_file(scratch / "copy"); // the journal of the copy goes on as the old one would
+    std::filesystem::rename(scratch / "copy", file);
+    EXPECT_GT(std::filesystem::file_size(folder / "running.db-wal"), 0U) << "the old one's log, still there";
+    EXPECT_TRUE(is_readable(feed->fd()));
+    EXPECT_EQ(next(*feed), every_field(1));
+    EXPECT_THAT(next(*feed), IsEmpty());
+    EXPECT_EQ(RawDatabase{file}.value("PRAGMA integrity_check"), "ok");
+    change_level("error");
+    EXPECT_TRUE(is_readable(feed->fd()));
+    EXPECT_THAT(next(*feed), ElementsAre("56:2"));
+    EXPECT_EQ(rsh_level(), 1);
+}
+
+TEST_F(Feed, WhoseDatabaseIsAwayForAMomentSaysSoAndStartsOver) {
+    change_level("debug");
+    std::filesystem::rename(file, folder / "elsewhere");
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_THAT(feed->next(), IsError(Error::CommonError,
+                                          file.string() + ": cannot be opened (No such file or directory)"));
+        EXPECT_EQ(rsh_level(), -1);
+    }
+    EXPECT_FALSE(is_readable(feed->fd()));
+    EXPECT_FALSE(std::filesystem::exists(file)) << "it is not made again: somebody is copying just then";
+    std::filesystem::rename(folder / "elsewhere", file);
+    EXPECT_TRUE(is_readable(feed->fd()));
+    EXPECT_EQ(next(*feed), every_field(1));
+    EXPECT_EQ(rsh_level(), 5);
+}
+
+TEST_F(Feed, WhoseLogOrIndexWasRemovedStartsOverAndFollows) {
+    for (std::vector<char const*> const& names :
+         {std::vector{"running.db-wal", "running.db-shm"}, {"running.db-wal"}, {"running.db-shm"}}) {
+        EXPECT_EQ(RawDatabase{file}.value("PRAGMA wal_checkpoint(TRUNCATE)"), "0|0|0");
+        for (auto const* name : names) {
+            ASSERT_TRUE(std::filesystem::remove(folder / name));
+        }
+        EXPECT_TRUE(is_readable(feed->fd()));
+        EXPECT_THAT(next(*feed), testing::SizeIs(23));
+        next(*feed); // of what it made itself
+        change_level("debug");
+        EXPECT_TRUE(is_readable(feed->fd()));
+        EXPECT_THAT(next(*feed), testing::SizeIs(1));
+        EXPECT_EQ(rsh_level(), 5);
+        change_level("notice");
+        EXPECT_THAT(next(*feed), testing::SizeIs(1));
+        EXPECT_EQ(rsh_level(), 3);
+    }
+    EXPECT_EQ(RawDatabase{file}.value("PRAGMA integrity_check"), "ok");
+}
+
+TEST_F(Feed, HearsARestoreByOtherProgramsAndHandsOutEveryField) {
+    change_level("debug");
+    copy_as_one_file(scratch / "copy");
+    change_level("error");
+    next(*feed);
+    EXPECT_THAT(next(*feed), IsEmpty());
+    EXPECT_FALSE(is_readable(feed->fd()));
+    EXPECT_EQ(std::system(restore_command(scratch / "copy").c_str()), 0);
+    EXPECT_TRUE(is_readable(feed->fd())) << "it rings no doorbell";
+    EXPECT_EQ(next(*feed), every_field(1));
+    EXPECT_EQ(rsh_level(), 5);
+    change_level("info");
+    EXPECT_THAT(next(*feed), ElementsAre("56:2"));
+}
+
+TEST_F(Feed, ARestoreFollowedByAChangeBeforeItIsHeardLosesNothing) {
+    copy_as_one_file(scratch / "copy");
+    change_level("debug");
+    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
+    EXPECT_EQ(std::system(restore_command(scratch / "copy").c_str()), 0);
+    change(folder, {{"syslog.file.level", "debug"}}); // has the number of the lost one
+    EXPECT_EQ(next(*feed), every_field(1));
+}
+
+TEST_F(Feed, ACopyWrittenOverTheFileIsReadFromTheFile) {
+    change_level("debug");
+    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
+    copy_as_one_file(scratch / "copy");
+    change_level("error");
+    EXPECT_THAT(next(*feed), ElementsAre("56:2"));
+    EXPECT_EQ(RawDatabase{file}.value("PRAGMA wal_checkpoint(TRUNCATE)"), "0|0|0");
+    overwrite(test::read_file(scratch / "copy"));
+    EXPECT_TRUE(is_readable(feed->fd()));
+    EXPECT_EQ(next(*feed), every_field(1));
+    EXPECT_EQ(rsh_level(), 5);
+}
+
+TEST_F(Feed, IsNotWokenByReaders) {
+    next(*feed);
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_THAT(stored_settings(folder), IsOk());
+    }
+    EXPECT_FALSE(is_readable(feed->fd()));
+}
+
+TEST_F(Feed, OfADatabaseThatIsReplacedByAViewSaysSoAtOnce) {
+    // Another process, so that it closes the file.
+    auto const sql = "DROP TABLE setting; CREATE VIEW setting AS WITH RECURSIVE e(n) AS (SELECT 1 UNION ALL "
+                     "SELECT n FROM e) SELECT 'x' AS path, n AS value FROM e";
+    EXPECT_EQ(std::system(fmt::format("sqlite3 '{}' \"{}\"", file.string(), sql).c_str()), 0);
+    EXPECT_TRUE(is_readable(feed->fd()));
+    EXPECT_THAT(feed->next(), IsError(Error::InvalidState, HasSubstr("holds the view \"setting\"")));
 }
 
 // --- the doorbell
@@ -247,7 +388,13 @@ TEST(FeedAcrossProcesses, ACommitWakesAndIsVisibleAtOnceTwoHundredTimes) {
     auto const folder = scratch / "db";
     Signal commit;
     Child writer{[&] {
-        for (int i = 0; commit.take(); ++i) {
+        if (!commit.take()) {
+            return 1;
+        }
+        // While this is open nobody closes the file, so that a doorbell is all that wakes.
+        RawDatabase const held{folder / "running.db"};
+        held.value("SELECT count(*) FROM setting");
+        for (int i = 0; i == 0 || commit.take(); ++i) {
             Transaction transaction;
             if (!transaction.set("syslog.rsh.level", i % 2 == 0 ? "debug" : "info") ||
                 !transaction.commit(folder)) {

@@ -1,6 +1,7 @@
 // Making and opening the database: modes, several processes at once, everything that can be wrong with a
 // file.
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -16,10 +17,12 @@
 #include <gtest/gtest.h>
 
 #include "kit/names_in.hpp"
+#include "kit/report.hpp"
 #include "readers.hpp"
 #include "support.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/cfgdb/change_feed.hpp"
+#include "xpon/cfgdb/trial.hpp"
 
 namespace xpon::cfgdb {
 namespace {
@@ -300,8 +303,6 @@ TEST_F(BrokenDatabase, ReadingDoesNotMakeADatabase) {
 // --- a file that changes under an open handle
 // -----------------------------------------------------------------
 
-constexpr char const* gone = "the database was removed or replaced while it was open; start again";
-
 TEST_F(BrokenDatabase, OpenedForReadingItIsNeitherMadeNorFollowed) {
     EXPECT_THROW((CfgDbWrapper{"TEST_CFGDB", folder / "other", ReadOnly{}}), std::runtime_error);
     EXPECT_FALSE(std::filesystem::exists(folder / "other"));
@@ -324,21 +325,154 @@ TEST_F(BrokenDatabase, AfterItsRemovalReadersAndFeedFailInsteadOfGivingOldValues
     EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
     EXPECT_EQ(errno, EIO);
     EXPECT_EQ(rsh.level, 77);
-    EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() + ": " + gone + "\n");
-    EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr("running.db")));
+    EXPECT_EQ(syslog.lines(),
+              "test: TEST_CFGDB - " + file.string() + ": cannot be opened (No such file or directory)\n");
+    EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr(folder.string())));
 }
 
-TEST_F(BrokenDatabase, AfterItsReplacementReadersAndFeedFailInsteadOfGivingOldValues) {
+TEST_F(BrokenDatabase, AfterItsReplacementReadersGiveWhatTheNewOneHolds) {
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    std::filesystem::copy_file(file, scratch / "copy");
+    change(folder, {{"syslog.rsh.level", "error"}});
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
-    auto const feed = ChangeFeed::take();
-    std::filesystem::copy_file(file, folder / "copy");
-    std::filesystem::rename(folder / "copy", file);
+    ChangeFeed::take();
+    std::filesystem::rename(scratch / "copy", file);
     SyslogRshDest rsh{};
-    CapturedSyslog const syslog;
+    errno = 0;
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
+    EXPECT_EQ(rsh.level, 5);
+    EXPECT_EQ(errno, 0);
+}
+
+TEST_F(BrokenDatabase, AReplacementThatCannotBeUsedFailsUntilItCan) {
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    ChangeFeed::take();
+    std::filesystem::rename(file, folder / "good");
+    test::write_file(file, std::string(8192, 'x'));
+    SyslogRshDest rsh{77};
+    for (int i = 0; i < 3; ++i) {
+        CapturedSyslog syslog;
+        EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
+        EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() + ": file is not a database\n");
+    }
+    EXPECT_EQ(rsh.level, 77);
+    std::filesystem::rename(folder / "good", file);
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
+    EXPECT_EQ(rsh.level, 3);
+}
+
+// --- what is no table
+// ------------------------------------------------------------------------------------------
+
+TEST_F(BrokenDatabase, AViewATriggerAndAVirtualTableAreRefused) {
+    make();
+    auto const refused = [this](std::string const& what) {
+        expect_failure(Error::InvalidState,
+                       file.string() + ": holds the " + what +
+                           "; a configuration database has tables alone, restore it from a copy");
+    };
+    RawDatabase const raw{file};
+    raw.run("CREATE TRIGGER stop BEFORE INSERT ON history BEGIN SELECT RAISE(ABORT, 'no'); END");
+    refused("trigger \"stop\"");
+    raw.run("DROP TRIGGER stop; DROP TABLE setting; CREATE VIEW setting AS WITH RECURSIVE e(n) AS (SELECT 1 "
+            "UNION ALL SELECT n FROM e) SELECT 'x' AS path, n AS value FROM e");
+    refused("view \"setting\"");
+    raw.run("DROP VIEW setting; CREATE VIRTUAL TABLE setting USING rtree(path, a, b)");
+    refused("virtual table \"setting\"");
+    if (!HasFailure()) {
+        test::report("an endless view in the place of the settings\ta database made so by another program\t"
+                     "holds the view \"setting\"");
+    }
+}
+
+TEST_F(BrokenDatabase, AQueryWithoutEndIsEndedAfterFiveSeconds) {
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    ChangeFeed::take();
+    // Behind the back of the open database: at its opening it was a good one.
+    RawDatabase{file}.run(
+        "DROP TABLE setting; CREATE VIEW setting AS WITH RECURSIVE e(n) AS (SELECT 1 UNION ALL "
+        "SELECT n + 1 FROM e) SELECT 'x' || n AS path, n AS value FROM e");
+    SyslogRshDest rsh{77};
+    CapturedSyslog syslog;
     errno = 0;
     EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
     EXPECT_EQ(errno, EIO);
-    EXPECT_THAT(feed->next(), IsError(Error::InvalidState, file.string() + ": " + gone));
+    EXPECT_EQ(rsh.level, 77);
+    EXPECT_EQ(syslog.lines(),
+              "test: TEST_CFGDB - " + file.string() +
+                  ": syslog.rsh.*: a query was ended after 5 s: the database holds far too much, "
+                  "or something that has no end\n");
+}
+
+// --- texts of others
+// -------------------------------------------------------------------------------------------
+
+TEST_F(BrokenDatabase, WhatItHoldsIsSafeInLogsOnTerminalsAndInNotifications) {
+    for (std::string const name : {"x\nMAINPID=222\nREADY=1", "x\x1b[2J\x1b]0;y\x07"}) {
+        std::filesystem::remove_all(folder);
+        make();
+        CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+        auto const feed = ChangeFeed::take();
+        {
+            RawDatabase const raw{file};
+            raw.run("CREATE TABLE \"" + name +
+                    "\"(a); PRAGMA writable_schema = ON; "
+                    "UPDATE sqlite_schema SET sql = 'CREATE ' || name WHERE name LIKE 'x%'; "
+                    "INSERT INTO sqlite_schema VALUES('table', 'y', 'y', 2, 'CREATE TABLE y')");
+        }
+        SyslogRshDest rsh{};
+        CapturedSyslog syslog;
+        EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
+        auto const logged = syslog.lines();
+        auto const thrown = opening_failure(folder);
+        auto const returned = stored_settings(folder);
+        auto const fed = feed->next();
+        ASSERT_THAT(returned, IsError(Error::CommonError, testing::_));
+        ASSERT_THAT(fed, IsError(Error::CommonError, testing::_));
+        for (auto const& text :
+             {logged.substr(0, logged.size() - 1), thrown, std::string{returned.error().info->text()},
+              std::string{fed.error().info->text()}}) {
+            EXPECT_THAT(text, HasSubstr("malformed database schema (x\\x")) << "what the test wants to see";
+            EXPECT_TRUE(std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; })) << text;
+        }
+        RawDatabase{file}.run("PRAGMA writable_schema = RESET");
+    }
+}
+
+TEST_F(BrokenDatabase, TheNameOfAViewAndTheAuthorOfATrialAreSafeToo) {
+    make();
+    RawDatabase const raw{file};
+    raw.run("CREATE VIEW \"x\nMAINPID=222\nREADY=1\" AS SELECT 1");
+    EXPECT_THAT(opening_failure(folder), HasSubstr(R"(holds the view "x\x0aMAINPID=222\x0aREADY=1")"));
+    raw.run("DROP VIEW \"x\nMAINPID=222\nREADY=1\"; "
+            "INSERT INTO trial VALUES(1, 'b', 1 << 40, 'a' || char(27) || '[2J')");
+    EXPECT_EQ(pending_trial(folder).value()->author, R"("a\x1b[2J")");
+    if (!HasFailure()) {
+        test::report(
+            "control characters in the database's own texts\ta schema name with lines for systemd, one "
+            "with escape sequences\tmalformed database schema");
+    }
+}
+
+// --- errors of the disk
+// ----------------------------------------------------------------------------------------
+
+TEST_F(BrokenDatabase, AFileThatEndsTooEarlyIsNotCalledASuccess) {
+    make_large();
+    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+    ChangeFeed::take();
+    change(folder, {{"module.fsm_pon.*", "info"}});
+    std::filesystem::resize_file(folder / "running.db-wal", 4096); // the index still tells of its pages
+    ModuleFsmPon fsm{};
+    CapturedSyslog syslog;
+    EXPECT_EQ(getRunDb_CommonGCfg_logging_module_fsm_pon(cfgdb.db(), &fsm, all_zero_key), -1);
+    EXPECT_THAT(syslog.lines(),
+                HasSubstr("disk I/O error (a file ends before the data that should be in it)"));
+    if (!HasFailure()) {
+        test::report(
+            "a log that ends too early\tcut while it is open\ta file ends before the data that should be "
+            "in it");
+    }
 }
 
 // --- locks

@@ -21,8 +21,8 @@ struct HistoryEntry {
 };
 
 /// What was changed by the transactions after this number, oldest first, as of one instant. The database must
-/// exist; reading permission is enough. Old transactions are no longer there: the library keeps the newest
-/// 20 000 entries.
+/// exist; reading permission is enough. The library keeps the newest 1000 transactions, whatever their size;
+/// a pending trial and what came after it are kept in any case.
 core::Result<std::vector<HistoryEntry>> history(std::filesystem::path const& folder = default_folder,
                                                 std::int64_t after = 0);
 

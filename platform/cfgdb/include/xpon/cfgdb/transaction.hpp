@@ -70,7 +70,7 @@ class Transaction {
 
 /// A row that the database holds: a setting that differs from its default, if all is well.
 struct StoredSetting {
-    std::string path;
+    std::string path;       ///< as it is stored: not safe to print where there is no such setting
     Setting const* setting; ///< null if there is no such setting (or it is built in)
     bool allowed;           ///< the value is one that may be stored
     std::string value; ///< as an operator writes it; of one that is not allowed, a description safe to print

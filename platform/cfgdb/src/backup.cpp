@@ -1,0 +1,163 @@
+#include "xpon/cfgdb/backup.hpp"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "core/failure.hpp"
+#include "core/unique_fd.hpp"
+#include "files.hpp"
+#include "record.hpp"
+#include "store.hpp"
+#include "xpon/cfgdb/printable.hpp"
+
+namespace xpon::cfgdb {
+
+namespace {
+
+using core::Error;
+using core::fail;
+
+/// Makes one database what another is, in one transaction.
+core::Result<void> copy(Connection const& from, Connection const& to) {
+    auto* const running = sqlite3_backup_init(to.raw(), "main", from.raw(), "main");
+    if (running == nullptr) {
+        return to.failure(sqlite3_extended_errcode(to.raw()));
+    }
+    constexpr int all_pages = -1;
+    int const copied = sqlite3_backup_step(running, all_pages);
+    int const finished = sqlite3_backup_finish(running);
+    int const code = copied == SQLITE_DONE ? finished : copied;
+    return code == SQLITE_OK ? core::Result<void>{core::success()} : to.failure(code);
+}
+
+/// Fails for what a copy must not be written over or read from.
+core::Result<void> check_file(std::filesystem::path const& file, std::filesystem::path const& folder,
+                              bool must_exist) {
+    struct stat status{};
+    if (stat(file.c_str(), &status) != 0) {
+        int const reason = errno;
+        return must_exist || reason != ENOENT ? system_failure(file, "cannot be opened", reason)
+                                              : core::Result<void>{core::success()};
+    }
+    if (!S_ISREG(status.st_mode)) {
+        return fail(Error::InvalidInputArg, "{}: not a regular file", file.string());
+    }
+    auto const running = identities(database_path(folder));
+    for (auto const& [device, inode] : {running.database, running.log, running.index}) {
+        if (device == status.st_dev && inode == status.st_ino) {
+            return fail(Error::InvalidInputArg, "{}: the database itself, name another file", file.string());
+        }
+    }
+    return core::success();
+}
+
+core::Result<void> fill_copy(Connection const& from, std::filesystem::path const& file) {
+    OUTCOME_TRY(to, Connection::open(file, SQLITE_OPEN_READWRITE));
+    OUTCOME_TRY(copy(from, to));
+    // One file without a log beside it, which can be read where nothing can be written.
+    return to.execute("PRAGMA journal_mode = DELETE");
+}
+
+/// Opens a copy without making files beside it.
+core::Result<Connection> open_copy(std::filesystem::path const& file) {
+    std::error_code none;
+    auto const log_size = std::filesystem::file_size(file.string() + "-wal", none);
+    if (!none && log_size > 0) {
+        return Connection::open(file, SQLITE_OPEN_READONLY); // the log belongs to it
+    }
+    return Connection::open_unchanging(file);
+}
+
+core::Result<void> check_integrity(Connection const& connection) {
+    OUTCOME_TRY(check, connection.prepare("PRAGMA integrity_check(1)"));
+    auto rows = check.run();
+    if (!rows.next()) {
+        return connection.failure(rows.result());
+    }
+    if (rows.text(0) != "ok") {
+        return fail(Error::InvalidState, "{}: damaged: {}", connection.path().string(), plain(rows.text(0)));
+    }
+    return core::success();
+}
+
+core::Result<void> check_values(Connection const& connection) {
+    auto remote = syslog_record(remote_field).defaults;
+    std::string wrong;
+    OUTCOME_TRY(each_row(connection, [&](auto path, auto const* setting, StoredValue const& stored) {
+        if (setting == nullptr || !wrong.empty()) {
+            return; // a row of another release harms nothing
+        }
+        if (!stored.value) {
+            wrong = fmt::format("{}: {} is stored, allowed is {}", path, stored.description,
+                                allowed(setting->kind));
+        } else if (setting->field_id == remote_field) {
+            put(*setting, *stored.value, remote);
+        }
+    }));
+    if (wrong.empty()) {
+        wrong = contradiction(syslog_record(remote_field), remote).value_or("");
+    }
+    return wrong.empty() ? core::Result<void>{core::success()}
+                         : fail(Error::InvalidState, "{}: {}", connection.path().string(), wrong);
+}
+
+/// Fails unless the copy can take the database's place.
+core::Result<void> check_copy(Connection const& connection) {
+    // The integrity of a large one takes its time, and views, which need not end, are refused before.
+    connection.set_run_limit(std::chrono::seconds{60});
+    OUTCOME_TRY(check_schema(connection));
+    OUTCOME_TRY(check_integrity(connection));
+    for (char const* const needed : {"SELECT sequence, field_id, at FROM journal",
+                                     "SELECT entry, number, at, author, path, old, new FROM history"}) {
+        OUTCOME_TRY(connection.prepare(needed));
+    }
+    return check_values(connection);
+}
+
+} // namespace
+
+core::Result<void> backup(std::filesystem::path const& file, std::filesystem::path const& folder) {
+    OUTCOME_TRY(check_file(file, folder, false));
+    OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
+    auto temporary = file.string() + ".XXXXXX";
+    core::UniqueFd made{mkostemp(temporary.data(), O_CLOEXEC)};
+    if (!made) {
+        return system_failure(file, "cannot be made", errno);
+    }
+    made.reset();
+    auto const written = [&]() -> core::Result<void> {
+        OUTCOME_TRY(fill_copy(store->unshared(), temporary));
+        if (std::rename(temporary.c_str(), file.c_str()) != 0) {
+            return system_failure(file, "cannot be made", errno);
+        }
+        sync_folder(file.has_parent_path() ? file.parent_path() : ".");
+        return core::success();
+    }();
+    if (written.has_error()) {
+        unlink(temporary.c_str());
+    }
+    return written;
+}
+
+core::Result<void> restore(std::filesystem::path const& file, std::filesystem::path const& folder) {
+    OUTCOME_TRY(check_file(file, folder, true));
+    OUTCOME_TRY(from, open_copy(file));
+    OUTCOME_TRY(from.execute("BEGIN")); // what is looked at is what is copied
+    OUTCOME_TRY(check_copy(from));
+    OUTCOME_TRY(make_database(folder));
+    OUTCOME_TRY(to, open_database(database_path(folder), Store::Access::Write));
+    // In the hand before anything is written, so that not even a kill after the commit keeps it from ringing.
+    OUTCOME_TRY(opened, open_doorbell(folder));
+    core::UniqueFd const rings_at_the_end{std::move(opened)};
+    OUTCOME_TRY(copy(from, to));
+    return settle_as_writer(to);
+}
+
+} // namespace xpon::cfgdb
