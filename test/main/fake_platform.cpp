@@ -139,6 +139,9 @@ void const* CfgDbWrapper::db() const {
 
 namespace system_wrapper {
 
+SystemWrapper::SystemWrapper(std::chrono::milliseconds time_limit)
+  : limit{time_limit} {}
+
 core::Result<int> SystemWrapper::execute(std::string const& /*command*/) {
     return 0;
 }
