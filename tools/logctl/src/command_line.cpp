@@ -45,6 +45,8 @@ int run(int argc, char** argv) {
     add_confirm(program, chosen);
     add_export(program, chosen);
     add_import(program, chosen);
+    add_backup(program, chosen);
+    add_restore(program, chosen);
     add_watch(program, chosen);
 
     // Not a command of the program's parser, which would take the words that are to be completed for its own.

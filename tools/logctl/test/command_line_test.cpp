@@ -54,6 +54,8 @@ Subcommands:
   confirm                     Make what commit-confirm has changed permanent
   export                      Print the whole configuration as JSON: every setting that is not at its default
   import                      Make the configuration what a file from export says: all at once, or nothing
+  backup                      Copy the whole database, history included, to one file
+  restore                     Make the database what a copy says, all at once or not at all; a running daemon follows
   watch                       Show changes and the message bus' notifications and answers as they happen
 
 )"),

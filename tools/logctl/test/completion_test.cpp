@@ -39,10 +39,10 @@ printf '%s\n' "${COMPREPLY[@]}"
 }
 
 TEST(Completion, OffersCommandsAndOptions) {
-    EXPECT_THAT(offered("logctl "),
-                ElementsAre("check", "commit-confirm", "confirm", "export", "history", "import", "modules",
-                            "preview", "reset", "rollback", "set", "show", "status", "watch"));
-    EXPECT_THAT(offered("logctl re"), ElementsAre("reset"));
+    EXPECT_THAT(offered("logctl "), ElementsAre("backup", "check", "commit-confirm", "confirm", "export",
+                                                "history", "import", "modules", "preview", "reset", "restore",
+                                                "rollback", "set", "show", "status", "watch"));
+    EXPECT_THAT(offered("logctl re"), ElementsAre("reset", "restore"));
     EXPECT_THAT(offered("logctl watch --"),
                 ElementsAre("--count", "--database", "--help", "--json", "--timeout", "--version"));
     EXPECT_THAT(offered("logctl commit-confirm --d"), ElementsAre("--database", "--dry-run"));

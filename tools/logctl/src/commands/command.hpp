@@ -32,6 +32,8 @@ void add_commit_confirm(CLI::App& program, Action& chosen);
 void add_confirm(CLI::App& program, Action& chosen);
 void add_export(CLI::App& program, Action& chosen);
 void add_import(CLI::App& program, Action& chosen);
+void add_backup(CLI::App& program, Action& chosen);
+void add_restore(CLI::App& program, Action& chosen);
 void add_watch(CLI::App& program, Action& chosen);
 
 /// Prints what may stand in the place of the last word of a command line, for the shell's completion.

@@ -182,12 +182,22 @@ class Watch {
     }
 
     core::Result<void> take_changes() {
-        OUTCOME_TRY(feed->next());
-        OUTCOME_TRY(entries, cfgdb::history(context.database, last));
-        for (auto const& entry : entries) {
-            last = entry.number;
-            OUTCOME_TRY(show(database_change(entry)));
+        OUTCOME_TRY(changed, feed->next());
+        if (changed.empty()) {
+            return core::success();
         }
+        OUTCOME_TRY(all, cfgdb::history(context.database));
+        auto const newest = all.empty() ? 0 : all.back().number;
+        if (newest < last) { // an older copy was restored
+            tell(
+                fmt::format("the database was replaced: its newest transaction is {}, not {}", newest, last));
+        }
+        for (auto const& entry : all) {
+            if (entry.number > last) {
+                OUTCOME_TRY(show(database_change(entry)));
+            }
+        }
+        last = newest;
         return core::success();
     }
 
