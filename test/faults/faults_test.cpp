@@ -437,10 +437,10 @@ TEST_F(Faults, ADatabaseThatIsAwayForAMomentCostsNoChange) {
     set(a_change_of_every_output("debug"));
     std::filesystem::rename(database_file(), database_file() + ".away");
     daemon->process.kill(SIGCONT);
-    EXPECT_TRUE(wait_for_text(log_file, "the database was removed or replaced"));
+    EXPECT_TRUE(wait_for_text(log_file, "running.db: cannot be opened (No such file or directory)"));
     std::filesystem::rename(database_file() + ".away", database_file());
     expect_in_step();
-    report("database file moved away\trenamed, and back\tthe database was removed or replaced");
+    report("database file moved away\trenamed, and back\tcannot be opened (No such file or directory)");
 }
 
 TEST_F(Faults, ABrokerThatIsNotThereAtTheStartHoldsUpNothingAndIsFoundLater) {
