@@ -6,9 +6,9 @@
 
 namespace xpon::core {
 
-/// Keeps signals from the calling thread while it lives; what arrives meanwhile is delivered afterwards.
-/// A thread created meanwhile starts with them blocked and keeps them so: that is how every thread but the
-/// main one is made, so that signals always find the main thread.
+/// Blocks signals for the calling thread during its lifetime. Signals that arrive meanwhile are delivered
+/// afterwards. A thread created meanwhile inherits the blocked mask and keeps it. All threads but the main
+/// one are created this way, so that signals always reach the main thread.
 class BlockedSignals {
   public:
     /// Blocks every signal.

@@ -42,7 +42,7 @@ std::string ErrorPayload::to_string() const {
 
 std::ostream& operator<<(std::ostream& out, ErrorPayload const& payload) {
     auto const& info =
-        *payload.info; // NOLINT(bugprone-unchecked-optional-access): without it the process stops
+        *payload.info; // NOLINT(bugprone-unchecked-optional-access): the process aborts without it
     return out << fmt::format("[{}]: {} ({}:{}): {}", to_string(payload.error), info.text(),
                               info.location.file_name(), info.location.line(), info.location.function_name());
 }

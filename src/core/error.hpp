@@ -39,15 +39,15 @@ struct ErrorInfo {
     std::string_view text() const;
 };
 
-/// The error side of every `Result`: a code, and until it has been logged the message and the place.
+/// The error side of every `Result`: a code and, until the error has been logged, a message and a location.
 struct ErrorPayload {
     Error error = Error::NoError;
     std::optional<ErrorInfo> info;
 
-    /// No error and no `info`; only there because the result type wants a default.
+    /// No error and no `info`. It exists because the result type needs a default constructor.
     ErrorPayload() = default;
 
-    // Explicit: an implicit conversion would take its location inside the result library's header.
+    // Explicit: an implicit conversion would record a location inside the header of the result library.
     explicit ErrorPayload(Error code, std::source_location where = std::source_location::current());
     explicit ErrorPayload(Error code, std::string message,
                           std::source_location where = std::source_location::current());

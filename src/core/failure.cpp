@@ -6,7 +6,7 @@ namespace xpon::core {
 
 namespace {
 
-/// Writes a line at the failure level; its text is made only if the level is enabled.
+/// Writes a line at the failure level. The text is created only if the level is enabled.
 template <class MakeText>
 void log_line(ILogger& logger, std::source_location where, MakeText const& make_text) {
     if (logger.is_enabled(log_failure)) {

@@ -17,13 +17,13 @@ ErrorPayload fail(Error error, LocatedFormat<std::type_identity_t<Args>...> form
     return ErrorPayload{error, fmt::format(format.text, std::forward<Args>(args)...), format.location};
 }
 
-/// Logs a failed result before it is passed on, and returns what is passed on: the error reduced to its code.
-/// An error that still has its `info` leaves two lines: its own text at its own place (without asking whether
-/// the level is enabled), then the code's name at the caller's place. A reduced one leaves the second only.
+/// Logs a failed result and returns the error reduced to its code. An error that still has its `info` writes
+/// two lines: its own message at its own location (even if the level is disabled), then the code's name at
+/// the caller's location. A reduced error writes the second line only.
 ErrorPayload pass_on(ILogger& logger, ErrorPayload error,
                      std::source_location where = std::source_location::current());
 
-/// The same for a result; a success goes through untouched.
+/// The same for a result. A success is returned unchanged.
 template <class T>
 Result<T> pass_on(ILogger& logger, Result<T> result,
                   std::source_location where = std::source_location::current()) {
@@ -33,12 +33,12 @@ Result<T> pass_on(ILogger& logger, Result<T> result,
     return pass_on(logger, std::move(result).error(), where);
 }
 
-/// The result of a plain library function that returned the non-zero status `ret`: logs the status, with
-/// `errno` where that is set, and returns `ErrorCApi` without a message. `errno` is 0 afterwards.
+/// Converts the non-zero status `ret` of a C function: logs it, with `errno` if that is set, and returns
+/// `ErrorCApi` without a message. Sets `errno` to 0.
 ErrorPayload c_api_failure(ILogger& logger, int ret,
                            std::source_location where = std::source_location::current());
 
-/// The status of a plain library function as a result: 0 is success, anything else `c_api_failure`.
+/// Converts the status of a C function to a result: 0 is success, anything else is `c_api_failure`.
 inline Result<void> c_api_result(ILogger& logger, int ret,
                                  std::source_location where = std::source_location::current()) {
     if (ret != 0) {
@@ -47,10 +47,10 @@ inline Result<void> c_api_result(ILogger& logger, int ret,
     return success();
 }
 
-/// Logs the exception being handled and returns `Exception` without a message. Only inside a catch block.
+/// Logs the current exception and returns `Exception` without a message. Call it in a catch block only.
 ErrorPayload exception_failure(ILogger& logger, std::source_location where);
 
-/// Runs a step that returns a `Result`; an exception that escapes it is logged and becomes `Exception`.
+/// Runs a step that returns a `Result`. An exception is logged and becomes the error `Exception`.
 template <class Step>
 auto guarded(ILogger& logger, Step&& step, std::source_location where = std::source_location::current())
     -> std::invoke_result_t<Step> {
@@ -61,7 +61,7 @@ auto guarded(ILogger& logger, Step&& step, std::source_location where = std::sou
     }
 }
 
-/// As `guarded`, without a word in the log.
+/// The same as `guarded`, without logging.
 template <class Step>
 auto caught(Step&& step, std::source_location where = std::source_location::current())
     -> std::invoke_result_t<Step> {

@@ -13,13 +13,14 @@ enum class LogLevel : std::uint8_t { Debug = 0, Info = 1, Notice = 2, Warn = 3, 
 inline constexpr LogLevel log_routine = LogLevel::Debug;
 inline constexpr LogLevel log_failure = LogLevel::Error;
 
-/// Takes the program's log lines. Every operation is safe from any thread and throws nothing of its own.
+/// Receives the program's log lines. Every operation is safe from any thread and throws no exceptions of its
+/// own.
 class ILogger {
   public:
-    /// True if a line of this level would be written. Asked before a message is formatted.
+    /// True if a line of this level would be written. Callers ask before they format a message.
     virtual bool is_enabled(LogLevel level) const = 0;
 
-    /// Writes one line, whatever `is_enabled` says; `text` is only read during the call.
+    /// Writes one line, whatever `is_enabled` returns. `text` is read only during the call.
     virtual void log(LogLevel level, std::string_view text, std::source_location const& where) = 0;
 
     virtual ~ILogger() = default;

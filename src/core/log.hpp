@@ -12,7 +12,7 @@
 
 namespace xpon::core {
 
-/// A format string, checked at compile time, together with the place of the call that it stands in.
+/// A format string, checked at compile time, with the location of the call that contains it.
 template <class... Args>
 struct LocatedFormat {
     template <std::convertible_to<std::string_view> S>
@@ -25,7 +25,7 @@ struct LocatedFormat {
     std::source_location location;
 };
 
-/// Formats and writes a line with the caller's location, only if the logger accepts the level.
+/// Formats a line and writes it with the caller's location, but only if the logger accepts the level.
 template <class... Args>
 void log(ILogger& logger, LogLevel level, LocatedFormat<std::type_identity_t<Args>...> format,
          Args&&... args) {

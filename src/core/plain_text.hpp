@@ -5,8 +5,8 @@
 
 namespace xpon::core {
 
-/// The text without its control characters (below 0x20, and 0x7F). What reads such a text line by line, or
-/// obeys escape sequences, then takes nothing in it for an order.
+/// Returns the text without control characters (below 0x20, and 0x7F). A program that reads it line by line,
+/// or obeys escape sequences, then finds no command in it.
 std::string without_control_characters(std::string_view text);
 
 } // namespace xpon::core

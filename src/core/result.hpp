@@ -11,11 +11,11 @@ namespace xpon::core {
 
 namespace outcome = BOOST_OUTCOME_V2_NAMESPACE;
 
-/// Says on standard error which access was wrong and aborts.
+/// Writes the wrong access to standard error and aborts.
 [[noreturn]] void wrong_result_access(char const* access);
 
-/// Reading the value of a failed result, or the error of a successful one, is a programming error: it stops
-/// the process at once, in every build type.
+/// Reading the value of a failed result, or the error of a successful one, is a programming error. It aborts
+/// the process in every build type.
 struct XponPolicy : outcome::policy::base {
     template <class Impl>
     static constexpr void wide_value_check(Impl&& self) {
@@ -40,7 +40,7 @@ using outcome::success;
 
 } // namespace xpon::core
 
-// OUTCOME_TRY(expression) returns the expression's error to the caller, or goes on.
+// OUTCOME_TRY(expression) returns the error of the expression to the caller; otherwise execution continues.
 // OUTCOME_TRY(name, expression) also keeps the value, as `auto&& name`.
 #define XPON_TRY_SELECT(first, second, chosen, ...) chosen
 #define OUTCOME_TRY(...) XPON_TRY_SELECT(__VA_ARGS__, BOOST_OUTCOME_TRYA, BOOST_OUTCOME_TRYV, )(__VA_ARGS__)

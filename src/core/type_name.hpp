@@ -5,7 +5,7 @@
 
 namespace xpon::core {
 
-/// The type's name as a programmer writes it; as the compiler mangles it where it cannot be translated.
+/// The type's name as a programmer writes it, or the mangled name if it cannot be demangled.
 std::string readable(std::type_info const& type);
 
 template <class T>

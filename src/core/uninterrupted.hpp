@@ -4,8 +4,8 @@
 
 namespace xpon::core {
 
-/// Repeats a system call for as long as signals interrupt it. The result is that of the last call, which is
-/// below 0 for any other failure, with `errno` as that call left it.
+/// Repeats a system call while it fails with EINTR. Returns the result of the last call. A negative result is
+/// any other failure, with `errno` as that call set it.
 template <class Call>
 auto uninterrupted(Call call) {
     auto result = call();

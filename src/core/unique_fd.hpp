@@ -6,7 +6,7 @@
 
 namespace xpon::core {
 
-/// Owns one file descriptor and closes it; -1 means that there is none.
+/// Owns one file descriptor and closes it; -1 means no descriptor.
 class UniqueFd {
   public:
     UniqueFd() = default;

@@ -39,7 +39,8 @@ namespace {
 
 std::filesystem::path const pts_path{"/dev/pts"};
 
-// Called by the signal handlers, on the main thread; assigned and emptied by it with the signals blocked.
+// Called by the signal handlers on the main thread. The main thread sets and clears them with the signals
+// blocked.
 std::function<void()> restart_service;
 std::function<void()> stop_service;
 
@@ -55,12 +56,12 @@ void on_restart_signal(int /*signal*/) {
     }
 }
 
-/// From a launcher's creation to its end, lets the signals reach it.
+/// Lets the signals stop the launcher, from its creation to its end.
 void let_signals_reach(ServiceLauncher& launcher, std::atomic<bool>& restart) {
     core::BlockedSignals const while_assigning{SIGTERM, SIGINT, SIGHUP};
     stop_service = [&launcher, &restart] {
         restart = false;
-        std::ignore = launcher.stop(); // a handler has nobody to tell
+        std::ignore = launcher.stop(); // a signal handler has nowhere to report a failure
     };
     restart_service = [&launcher] { std::ignore = launcher.stop(); };
 }
@@ -75,14 +76,14 @@ void notify(char const* text) {
     sd_notify(0, text);
 }
 
-/// What `make` returns, or nothing after its exception was reported to the service manager.
+/// Returns the result of `make`, or nothing after reporting its exception to the service manager.
 template <class Make>
 auto create(status::CreationFailure const& failure, Make&& make)
     -> std::optional<std::invoke_result_t<Make>> {
     try {
         return std::forward<Make>(make)();
     } catch (std::exception const& exception) {
-        // The service manager takes orders such as MAINPID= out of any line, and the text may come out of a
+        // The service manager obeys assignments such as MAINPID= on any line, and the text may come from a
         // file.
         auto const reason = core::without_control_characters(exception.what());
         notify(fmt::format(fmt::runtime(failure.exception), reason).c_str());
@@ -92,7 +93,7 @@ auto create(status::CreationFailure const& failure, Make&& make)
     return std::nullopt;
 }
 
-/// Builds everything, serves, and releases it again in reverse order. False if something failed.
+/// Creates all objects, serves, and destroys them in reverse order. False if something failed.
 bool run_cycle(std::atomic<bool>& restart) {
     notify(status::starting);
 
@@ -124,8 +125,8 @@ bool run_cycle(std::atomic<bool>& restart) {
     }
 
     auto const system_wrapper = std::make_shared<system_wrapper::SystemWrapper>();
-    // Owned as the interfaces that the service takes: what is moved into a constructor that throws would
-    // otherwise be released by the conversion, before the failure is reported and out of order.
+    // Held as the interfaces that the service takes. Otherwise the conversion in a constructor call that
+    // throws would destroy the object, before the failure is reported and out of order.
     std::unique_ptr<IKernelConfigurator> kernel_configurator =
         std::make_unique<KernelConfigurator>(system_wrapper);
     std::unique_ptr<config_writer::IConfigWriter> writer =
@@ -168,16 +169,16 @@ bool run_cycle(std::atomic<bool>& restart) {
 } // namespace
 
 int run_daemon() {
-    // The text of a large file, over a megabyte, is needed for a moment only: above this size, in bytes,
-    // memory goes back to the system when it is freed. By itself the allocator would raise the limit and keep
-    // it.
+    // The text of a large file, over a megabyte, is needed only for a moment. Blocks above this size, in
+    // bytes, go back to the system when they are freed. By default the allocator would raise the limit and
+    // keep the memory.
     mallopt(M_MMAP_THRESHOLD, 128 * 1024);
 
     std::signal(SIGTERM, on_stop_signal);
     std::signal(SIGINT, on_stop_signal);
     std::signal(SIGHUP, on_restart_signal);
 
-    std::atomic<bool> restart = true; // cleared by the stop signals only
+    std::atomic<bool> restart = true; // only the stop signals clear it
     static_assert(std::atomic<bool>::is_always_lock_free, "it is written in a signal handler");
     while (restart) {
         if (!run_cycle(restart)) {

@@ -2,9 +2,9 @@
 
 namespace xpon::log_config {
 
-/// The whole life of the daemon: starts, serves, and starts again on SIGHUP, until SIGTERM or SIGINT (returns
-/// 0) or a failure (returns 1; the service manager has been told which). To be called once, from main(): it
-/// installs signal handlers. Exceptions of the steps that report no failure of their own end the process.
+/// The whole life of the daemon: starts, serves, and starts again on SIGHUP. Returns 0 after SIGTERM or
+/// SIGINT, and 1 after a failure that was reported to the service manager or logged. Call it once, from
+/// main(): it installs signal handlers. Exceptions from steps without a status text end the process.
 int run_daemon();
 
 } // namespace xpon::log_config

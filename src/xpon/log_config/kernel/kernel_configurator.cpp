@@ -10,7 +10,8 @@ using core::success;
 
 namespace {
 
-// 0 critical is the kernel's KERN_CRIT, 2 (linux/kern_levels.h). The kernel prints what is below the number.
+// Level 0 (critical) is the kernel's KERN_CRIT, which is 2 (linux/kern_levels.h). The kernel prints messages
+// below the number.
 constexpr int kernel_number_of_critical = 2;
 
 } // namespace

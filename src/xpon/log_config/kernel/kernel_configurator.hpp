@@ -7,13 +7,13 @@
 
 namespace xpon::log_config {
 
-/// Writes the level to /proc/sys/kernel/printk in the kernel's own numbering (level + 2), every time it is
-/// told to, whether or not the level changed. The numbers other than the console level stay as they are.
+/// Writes the level to /proc/sys/kernel/printk in the kernel's numbering (level + 2) at every call, even if
+/// it is unchanged. Only the console level changes; the other numbers in the file keep their values.
 class KernelConfigurator : public IKernelConfigurator {
   public:
     explicit KernelConfigurator(std::shared_ptr<system_wrapper::ISystemWrapper> const& system_wrapper);
 
-    /// Fails with `CommonError` naming the command if it cannot be run or exits non-zero. Logs nothing.
+    /// Fails with `CommonError`, naming the command, if it cannot be run or exits non-zero. Logs nothing.
     Result<void> apply_new_config(SyslogKernelDest const& dest) override;
 
   private:

@@ -6,7 +6,7 @@ namespace xpon::log_config {
 
 class IRemoteShellLogger {
   public:
-    /// Replaces the receiver of terminal events. Takes no lock: to be called while no event is being handled.
+    /// Replaces the callback for terminal events. Takes no lock: call it while no event is being handled.
     virtual Result<void> set_update_config_cb(UpdateConfigCb&& callback) = 0;
 
     virtual ~IRemoteShellLogger() = default;

@@ -10,12 +10,12 @@ namespace xpon::log_config {
 
 struct InotifyRecord {
     std::uint32_t mask;
-    std::string_view name; ///< up to its first zero or its whole field; empty for the directory itself
-    bool has_name;         ///< the record's name field has a length
+    std::string_view name; ///< up to the first NUL or the end of the field; empty for the directory itself
+    bool has_name;         ///< the record has a name field, even if the name in it is empty
 };
 
-/// Takes the first record off what one read of an inotify descriptor delivered; nothing when no whole record
-/// is left. `name` points into the buffer. Needs no alignment.
+/// Removes the first record from the data of one inotify read; nothing if no whole record is left. `name`
+/// points into the buffer. Needs no alignment.
 std::optional<InotifyRecord> take_inotify_record(std::span<char const>& buffer);
 
 } // namespace xpon::log_config

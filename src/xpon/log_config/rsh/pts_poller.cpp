@@ -23,13 +23,13 @@ using core::success;
 
 namespace {
 
-// Deletion is not among them: a terminal that goes away shows by its close.
+// Deletion is not watched: a terminal that goes away is noticed when it is closed.
 constexpr std::uint32_t watched_events = IN_CREATE | IN_CLOSE_WRITE | IN_CLOSE_NOWRITE;
 static_assert(watched_events == 0x118);
 
 constexpr std::size_t read_buffer_size = 4096;
 
-// Exits 1 if the syslog daemon is the only process that still has the terminal open.
+// Exits with 1 if the syslog daemon is the only process that still has the terminal open.
 constexpr char check_script[] = R"(counter=0
 for pid in $(fuser "{}" 2> /dev/null)
 do
@@ -68,7 +68,8 @@ PtsPoller::PtsPoller(std::filesystem::path const& path,
     if (watch_fd == -1) {
         throw_errno("inotify_add_watch failed ({})");
     }
-    // Not close-on-exec, like the inotify descriptor: the system wrapper closes them in what it starts.
+    // Not close-on-exec, like the inotify descriptor. The system wrapper closes both in the commands it
+    // starts.
     if (pipe(pipe_fds.data()) == -1) {
         throw_errno("pipe() failed ({})");
     }
@@ -141,7 +142,7 @@ Result<void> PtsPoller::handle_close(std::string const& name) {
     if (is_still_used(terminal)) {
         return success();
     }
-    // The full path, where the add message has the bare name.
+    // The full path; the add message has the bare name.
     return report(RemoteLoggerAction::Remove, name, "Remove remote shell {}", terminal);
 }
 

@@ -14,12 +14,12 @@
 
 namespace xpon::log_config {
 
-/// Watches the pseudo-terminal directory and reports terminals that come up and go away. Owns no thread:
-/// `polling` blocks the one that calls it, `stop` ends it from another.
+/// Watches the pseudo-terminal directory and reports terminals that open and close. It has no thread:
+/// `polling` blocks its caller, and `stop` ends it from another thread.
 class PtsPoller {
   public:
-    /// Opens the kernel's resources. Throws std::runtime_error with `errno` in the text. What a failed
-    /// construction had opened stays open: the process ends then.
+    /// Opens the kernel's resources. Throws std::runtime_error with `errno` in the text. After a failed
+    /// construction they stay open, because the process ends then.
     PtsPoller(std::filesystem::path const& path,
               std::shared_ptr<system_wrapper::ISystemWrapper> const& system_wrapper,
               std::shared_ptr<core::ILogger> const& logger, UpdateConfigCb&& update_config_cb);
@@ -28,17 +28,17 @@ class PtsPoller {
     PtsPoller(PtsPoller const&) = delete;
     PtsPoller& operator=(PtsPoller const&) = delete;
 
-    /// The watch loop, once per object. Returns success when stopped; `ErrorCApi` when poll or read fails, or
-    /// the callback's own error, and then handles no further terminal for the life of the process.
+    /// The watch loop; call it once per object. Returns success when stopped, `ErrorCApi` when poll or read
+    /// fails, or the error of the callback. After an error no terminal is handled any more.
     Result<void> polling();
 
-    /// Ends a running loop at its next wake-up; without one it does nothing. Safe from any thread.
+    /// Ends a running loop at its next wake-up; does nothing if no loop runs. Safe from any thread.
     Result<void> stop();
 
-    /// True while the loop runs; it stays true when the loop ended by an error.
+    /// True while the loop runs. It stays true if the loop ended with an error.
     std::atomic<bool> const& get_polling_flag() const { return polling_flag; }
 
-    /// Replaces the callback. Takes no lock: to be called while no event is being handled.
+    /// Replaces the callback. Takes no lock: call it while no event is being handled.
     Result<void> set_update_config_cb(UpdateConfigCb&& callback);
 
   private:

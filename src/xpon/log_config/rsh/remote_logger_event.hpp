@@ -11,7 +11,7 @@ using core::Result;
 
 enum class RemoteLoggerAction : std::uint32_t {
     Add = 0,    ///< a terminal was created
-    Remove = 1, ///< a terminal is gone, or nobody but the syslog daemon holds it
+    Remove = 1, ///< a terminal is gone, or only the syslog daemon has it open
 };
 
 struct RemoteLoggerEvent {
@@ -19,7 +19,7 @@ struct RemoteLoggerEvent {
     RemoteLoggerAction action;
 };
 
-/// Receives the events of remote terminals, on the polling thread. May be empty: then nobody listens.
+/// Receives the events of remote terminals, on the polling thread. If it is empty, events are dropped.
 using UpdateConfigCb = std::function<Result<void>(RemoteLoggerEvent const&)>;
 
 } // namespace xpon::log_config

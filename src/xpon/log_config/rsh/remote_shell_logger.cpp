@@ -13,15 +13,15 @@ RemoteShellLogger::RemoteShellLogger(std::filesystem::path const& dir,
                                      UpdateConfigCb&& update_config_cb)
   : poller{dir, system_wrapper, logger, std::move(update_config_cb)}
   , logger{logger} {
-    // A signal would interrupt the poller's poll, and that ends it for good.
+    // A signal would interrupt the poller's poll, which ends the poller for good.
     core::BlockedSignals const all;
-    // Nobody is left to handle the loop's error: that of a callback has been logged by it, the others are the
-    // kernel's.
+    // Nothing can handle the error of the loop. The callback has logged its own; the others come from the
+    // kernel.
     thread = std::thread{[this] { std::ignore = poller.polling(); }};
 }
 
 RemoteShellLogger::~RemoteShellLogger() {
-    // A wake-up that cannot be written leaves nothing to do but wait.
+    // If the wake-up cannot be written, the only choice is to wait.
     std::ignore = poller.stop();
     thread.join();
 }

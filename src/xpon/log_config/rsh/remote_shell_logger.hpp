@@ -10,15 +10,15 @@
 
 namespace xpon::log_config {
 
-/// Runs a PtsPoller on a thread of its own, from construction to destruction.
+/// Runs a PtsPoller on its own thread, from construction to destruction.
 class RemoteShellLogger : public IRemoteShellLogger {
   public:
-    /// Throws what PtsPoller's constructor throws; no thread is started then.
+    /// Throws what PtsPoller's constructor throws, before any thread is started.
     RemoteShellLogger(std::filesystem::path const& dir,
                       std::shared_ptr<system_wrapper::ISystemWrapper> const& system_wrapper,
                       std::shared_ptr<core::ILogger> const& logger, UpdateConfigCb&& update_config_cb);
-    /// Stops and joins the thread. A thread that has not begun its loop yet does not see the stop, and the
-    /// join then waits until the loop ends by itself.
+    /// Stops and joins the thread. If the thread has not entered its loop yet, it misses the stop, and the
+    /// join waits until the loop ends by itself.
     ~RemoteShellLogger() override;
 
     Result<void> set_update_config_cb(UpdateConfigCb&& callback) override;

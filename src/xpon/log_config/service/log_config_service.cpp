@@ -72,8 +72,8 @@ Result<void> LogConfigService::start_up() {
 
 Result<void> LogConfigService::master_change(ServiceCtx const& /*ctx*/) {
     auto const before = std::exchange(mode, ServiceMode::Standalone);
-    // Without the standalone flag that was just set, unlike in run(): whether that passes is the library's
-    // word.
+    // Unlike in run(), the mask lacks the standalone flag that was just set. Whether that passes is decided
+    // by `is_allowed_mode`.
     unsigned char const mask = ServiceMode::Master | ServiceMode::Standby;
     OUTCOME_TRY(pass_on(*logger, is_allowed_mode(mode, mask)));
     if (logger->is_enabled(log_failure)) {
@@ -142,7 +142,7 @@ Result<void> LogConfigService::update_syslog_configurator() {
 
 Result<SyslogSettings> LogConfigService::get_full_syslog_config() {
     void const* const db = cfgdb->db();
-    // In parentheses: braces would leave the padding as it is.
+    // Parentheses zero the whole record; braces would leave the padding as it is.
     auto settings = SyslogSettings();
     OUTCOME_TRY(c_api_result(*logger, init_SyslogSettings(&settings)));
     OUTCOME_TRY(
@@ -163,8 +163,8 @@ Result<void> LogConfigService::update_pts(RemoteLoggerEvent const& event) {
         OUTCOME_TRY(pass_on(
             *logger, guarded(*logger, [&] { return syslog_configurator->update_remote_logging(event); })));
         auto applied = guarded(*logger, [&] { return syslog_configurator->apply_new_config(settings); });
-        // Settings that the event thread read meanwhile may be newer than these and have been overwritten by
-        // them, also by a failed run: the file is written before the reload that failed.
+        // The event thread may have read newer settings meanwhile, and this call may have overwritten them.
+        // That holds even if this call failed, because the file is written before the reload.
         if (settings_read == before) {
             return pass_on(*logger, std::move(applied));
         }

@@ -19,7 +19,7 @@ namespace xpon::log_config {
 
 /// Turns the launcher's events into updates of the outputs. `run` executes on the launcher's thread, the
 /// events on its event thread, `update_pts` on the polling thread of the remote shell logger. The last two
-/// meet in the syslog configurator, whose own lock orders what they apply; the service takes none.
+/// share the syslog configurator, whose lock orders the updates. The service has no lock.
 class LogConfigService : public service::ServiceBase {
   public:
     /// Reads and writes nothing yet.
@@ -30,25 +30,26 @@ class LogConfigService : public service::ServiceBase {
                      std::unique_ptr<IRemoteShellLogger>&& rsh_logger,
                      std::vector<std::unique_ptr<ILogConfigFile>>&& log_files, service::ServiceMode mode);
 
-    /// First configuration pass, then serves until stopped. A failed pass is logged and returned: the service
-    /// does not serve then.
+    /// Configures all outputs once, then serves until stopped. If that fails, the error is logged and
+    /// returned, and the service does not serve.
     Result<void> run(service::ServiceCtx const& ctx) override;
     /// Reconfigures syslog-ng if the mode changed.
     Result<void> master_change(service::ServiceCtx const& ctx) override;
-    /// Brings every output that depends on a changed field up to date: syslog-ng, kernel, then the zlog
-    /// files. The first failure is logged and returned, and what would have followed is left undone.
+    /// Updates every output that depends on a changed field: syslog-ng, kernel, then the zlog files. Logs and
+    /// returns the first failure, and skips what follows.
     Result<void> config_change(service::ServiceCtx const& ctx,
                                std::vector<Config_change> const& changes) override;
     Result<void> sync(service::ServiceCtx const& ctx) override;
 
-    /// The first pass: kernel level, syslog-ng, then the callback for remote terminals; stops at a failure.
+    /// The first configuration: kernel level, syslog-ng, then the callback for remote terminals. Stops at a
+    /// failure.
     Result<void> start_up();
     Result<void> update_kernel_configurator();
     Result<void> update_syslog_configurator();
-    /// The record as stored, but for `kernel`, which holds the default. Safe from any thread.
+    /// The record as stored, except `kernel`, which holds the default. Safe from any thread.
     Result<SyslogSettings> get_full_syslog_config();
-    /// A remote terminal opened or closed: reads the settings, records the terminal, applies both. Does so
-    /// again if the settings were read for another update meanwhile.
+    /// Handles a remote terminal that opened or closed: reads the settings, records the terminal, applies
+    /// both. Repeats this if the settings were read for another update meanwhile.
     Result<void> update_pts(RemoteLoggerEvent const& event);
 
   private:
@@ -59,9 +60,8 @@ class LogConfigService : public service::ServiceBase {
     std::unique_ptr<IRemoteShellLogger> rsh_logger;
     std::vector<std::unique_ptr<ILogConfigFile>> log_files;
     service::ServiceMode mode;
-    /// How often `update_syslog_configurator` has read the settings. Incremented by the thread that runs it,
-    /// read by the polling thread, which so learns that what it has applied may be older than what it
-    /// replaced.
+    /// How often `update_syslog_configurator` has read the settings. The event thread increments it. If the
+    /// polling thread sees it change, the settings that it has applied may be older than those it replaced.
     std::atomic<unsigned> settings_read = 0;
 };
 

@@ -35,7 +35,7 @@ Result<void> SyslogConfigurator::apply_new_config(SyslogSettings const& settings
 
 Result<void> SyslogConfigurator::update_remote_logging(RemoteLoggerEvent const& event) {
     std::lock_guard const lock{mutex};
-    // The subscript is checked in every build: a number outside the table stops the process.
+    // The subscript is checked in every build: a number outside the table aborts the process.
     rsh_active[static_cast<std::size_t>(event.pts_number)] = event.action == RemoteLoggerAction::Add;
     return success();
 }

@@ -11,26 +11,26 @@
 
 namespace xpon::log_config {
 
-/// Keeps /etc/syslog-ng/syslog-ng.conf and the running syslog-ng at one set of settings and open terminals.
-/// It logs nothing; its callers log what it returns.
+/// Keeps /etc/syslog-ng/syslog-ng.conf and the running syslog-ng in step with the settings and the open
+/// terminals. Logs nothing; the callers log the returned errors.
 class SyslogConfigurator : public ISyslogConfigurator {
   public:
-    /// No terminal is open at first. `writer` is bound to the configuration file.
+    /// Initially no terminal is open. `writer` writes the configuration file.
     SyslogConfigurator(std::shared_ptr<system_wrapper::ISystemWrapper> const& system_wrapper,
                        std::unique_ptr<config_writer::IConfigWriter>&& writer);
 
-    /// Fails with the writer's error, with `Exception` if generating or writing throws (nothing is reloaded
-    /// then), or with `CommonError` "Failed reload syslog" while the new file stays. What the system wrapper
-    /// throws passes through.
+    /// Fails with the writer's error, with `Exception` if generating or writing throws (there is no reload
+    /// then), or with `CommonError` "Failed reload syslog", in which case the new file stays. Exceptions of
+    /// the system wrapper pass through.
     Result<void> apply_new_config(SyslogSettings const& settings) override;
     Result<void> update_remote_logging(RemoteLoggerEvent const& event) override;
 
-    /// The text for the settings and the terminals open now. Takes no lock: one thread at a time.
+    /// The text for the settings and the terminals that are open now. Takes no lock: one thread at a time.
     Result<std::string> generate_config(SyslogSettings const& settings) const;
 
   private:
     OpenShells rsh_active{}; // guarded by mutex
-    std::mutex mutex;        // also held over a whole generate-write-reload run
+    std::mutex mutex;        // also held while a configuration is generated, written and reloaded
     std::shared_ptr<system_wrapper::ISystemWrapper> system_wrapper;
     std::unique_ptr<config_writer::IConfigWriter> writer;
 };

@@ -10,7 +10,8 @@ namespace xpon::log_config {
 
 namespace {
 
-// The comment names another file than the one that is written; people and tools know it by this text.
+// The comment names a different file from the one that is written. It stays, because people and tools know
+// this text.
 constexpr std::string_view header =
     R"(#############################################################################
 # Default syslog-ng.conf file which collects all local logs into a
@@ -23,8 +24,8 @@ constexpr std::string_view header =
 template t_only_msg {template("$MESSAGE\n");};
 )";
 
-// use_dns(no) stands there twice. The backquoted names are syslog-ng's references to the two definitions
-// above.
+// The duplicate use_dns(no) is intended. The names in backquotes are syslog-ng's references to the two
+// definitions above.
 constexpr std::string_view options_and_sources = R"(options {
     create-dirs(yes);
     dir-perm(0777);
@@ -52,7 +53,7 @@ source s_local_backtrace {
 
 )";
 
-// Every range stops at alert, so emergencies pass no level filter, and f_0 passes alert only.
+// Every range ends at alert, so emergencies pass no level filter, and f_0 passes only alert.
 constexpr std::string_view filters = R"(#Filter names correspond to logging levels:
 #f_0 - critical; f_1 - error; f_2 - warning; f_3 - notice; f_4 - info; f_5 - debug;
 

@@ -10,8 +10,8 @@ namespace xpon::log_config {
 /// Entry N is true while a remote shell is open on /dev/pts/N.
 using OpenShells = std::array<bool, 16>;
 
-/// The whole text of syslog-ng.conf for these settings and terminals. Nothing is checked or escaped: a level
-/// above 5 names a filter that does not exist.
+/// The whole text of syslog-ng.conf for these settings and terminals. Checks and escapes nothing: a level
+/// above 5 produces the name of a filter that does not exist.
 std::string syslog_ng_text(SyslogSettings const& settings, OpenShells const& shells);
 
 } // namespace xpon::log_config

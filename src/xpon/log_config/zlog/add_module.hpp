@@ -28,10 +28,10 @@ Result<M> read_module(cfgdb::CfgDbWrapper const& cfgdb, ReadDescriptor<M> const&
     return descriptor;
 }
 
-/// Reads a module's descriptor and places a new module object in the map, in the place of one that had its
-/// key. Fails with `ErrorCApi`, the map untouched, if the descriptor cannot be read; throws what the
-/// constructor of ZlogModuleBase throws.
-// NOLINTBEGIN(performance-unnecessary-value-param): taken over, like the other two functions
+/// Reads a module's descriptor and stores a new module object in the map; an existing object with the same
+/// key is replaced. Fails with `ErrorCApi` if the descriptor cannot be read, and leaves the map unchanged.
+/// Throws what the constructor of ZlogModuleBase throws.
+// NOLINTBEGIN(performance-unnecessary-value-param): taken by value, like the other two functions
 template <class M, class S>
 Result<void> add_module(std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb, LogModules& modules,
                         std::shared_ptr<ILogConfigGenerator> const& generator, Modules_names module,

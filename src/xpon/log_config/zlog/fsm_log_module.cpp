@@ -17,12 +17,13 @@ constexpr unsigned long subject_count = 11;
 constexpr int port_count = 16;
 constexpr int ont_count = 256; // of each port
 
-/// The 16-bit words with which the descriptor begins, whatever its members are called: the levels of the
+/// The 16-bit words at the start of the descriptor, whatever its members are called: the levels of the
 /// subjects, of the OLT, of the ports, of the ONTs of port 1, of port 2 …
 using Levels = std::array<std::uint16_t, subject_count + 1 + port_count + port_count * ont_count>;
 static_assert(std::tuple_size_v<Levels> == 4124 && sizeof(ModuleFsmPon) >= sizeof(Levels));
 
-// In bytes, with every level debug. Where less is needed, the rest is never touched and costs nothing.
+// In bytes, with every level at debug. If less is needed, the unused memory is never touched and costs
+// nothing.
 constexpr std::size_t most_text = std::tuple_size_v<Levels> * 300;
 
 } // namespace

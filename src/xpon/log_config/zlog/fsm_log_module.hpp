@@ -8,8 +8,8 @@
 
 namespace xpon::log_config {
 
-/// The PON state machines: beside its 11 subjects the OLT, each of 16 PON ports and each of their 256 ONTs
-/// have a category and a level of their own.
+/// The PON state machines. Besides the 11 subjects, the OLT, each of the 16 PON ports and each of the 256
+/// ONTs per port have their own category and level.
 class FsmLogModule : public ZlogModuleBase<ModuleFsmPon, Fsm_subjects> {
   public:
     /// Throws std::runtime_error when a name lookup fails.

@@ -11,13 +11,14 @@ namespace xpon::log_config {
 
 using core::Result;
 
-/// Modules and their freshly read descriptor records, each held by value.
+/// Modules and their newly read descriptor records, each held by value.
 using ModuleChanges = std::vector<std::pair<Modules_names, std::any>>;
 
 class ILogConfigFile {
   public:
-    /// Takes over the changes of the file's own modules and skips the others. If there was one, rewrites the
-    /// file and tells its reader. After a failure the file is whole, old or new. One thread at a time.
+    /// Applies the changes of the file's own modules and ignores the others. If there was one, rewrites the
+    /// file and notifies the module that reads it. After a failure the file is complete, old or new. One
+    /// thread at a time.
     virtual Result<void> apply_new_config(ModuleChanges const& changes) = 0;
 
     virtual ~ILogConfigFile() = default;

@@ -5,14 +5,14 @@
 
 namespace xpon::log_config {
 
-/// Makes the text of zlog configuration files. Stateless; safe from any thread.
+/// Generates the text of zlog configuration files. Stateless; safe from any thread.
 class ILogConfigGenerator {
   public:
-    /// The rule lines of one category: one per level from the most severe down to `level`, 0 critical to 5
-    /// debug; any larger number means 5.
+    /// The rule lines of one category: one per level, from the most severe to `level` (0 critical to 5
+    /// debug). A larger number means 5.
     virtual std::string generate(std::string_view category, unsigned short level) = 0;
 
-    /// What stands before the rules.
+    /// The text before the rules.
     virtual std::string_view get_header() const = 0;
 
     virtual ~ILogConfigGenerator() = default;

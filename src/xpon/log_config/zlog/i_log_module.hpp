@@ -18,8 +18,8 @@ class ILogModule {
     /// The module's rule text as of the last successful update.
     virtual std::string const& get_config() const = 0;
 
-    /// Rebuilds the rule text from the module's descriptor record, held by value. Anything else is refused
-    /// with `CommonError`, and the text stays. Writes no file.
+    /// Rebuilds the rule text from the module's descriptor record, held by value. Any other type fails with
+    /// `CommonError` and leaves the text unchanged. Writes no file.
     virtual Result<void> update_config(std::any const& descriptor) = 0;
 
     virtual ~ILogModule() = default;

@@ -15,7 +15,7 @@ using core::success;
 
 namespace {
 
-/// What the configuration library's name lookups write into.
+/// The buffer that the name lookups of the configuration library write to.
 using NameBuffer = std::array<char, 15>;
 
 std::string text_of(NameBuffer const& buffer) {
@@ -33,7 +33,7 @@ std::string category_of(std::string const& stem, std::string const& subject) {
     if (subject != "SELF") {
         category += "_" + subject;
     }
-    // Also where the underscore belongs to the stem or to the subject itself.
+    // This also applies if the underscore belongs to the stem or to the subject.
     replace_first(category, "_1", "-");
     return category;
 }

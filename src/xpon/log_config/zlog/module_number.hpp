@@ -6,8 +6,8 @@
 
 namespace xpon::log_config {
 
-// The enumeration belongs to the configuration library and may be one of plain C, which no number initializes
-// and whose size the compiler chooses.
+// The enumeration belongs to the configuration library. It may be a plain C one, which cannot be initialised
+// from a number and whose size the compiler chooses.
 
 constexpr Modules_names module_of(std::uint32_t number) {
     return static_cast<Modules_names>(number);

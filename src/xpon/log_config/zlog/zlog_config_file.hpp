@@ -14,24 +14,24 @@
 
 namespace xpon::log_config {
 
-/// One file of /etc/zlog_modules_config: header, then the rules of its modules in ascending order.
+/// One file of /etc/zlog_modules_config: the header, then the rules of its modules in ascending order.
 class ZlogConfigFile : public ILogConfigFile {
   public:
-    /// Writes the file; tells nobody. `module` is the one that reads the file. Throws std::runtime_error when
-    /// the write fails.
+    /// Writes the file and notifies nobody. `module` is the one that reads the file. Throws
+    /// std::runtime_error if the write fails.
     ZlogConfigFile(std::unique_ptr<config_writer::IConfigWriter>&& writer,
                    std::shared_ptr<ILogConfigGenerator> const& generator, Modules_names module,
                    LogModules&& modules, std::shared_ptr<ipc::IIpc> const& ipc);
 
-    /// Fails with `CommonError` if a module refuses its change; the changes taken before it are written by
-    /// the next successful rewrite. Fails as well when writing or notifying fails or throws (`Exception`).
+    /// Fails with `CommonError` if a module refuses its change; changes applied before it are written by the
+    /// next successful rewrite. Also fails if writing or notifying fails or throws (`Exception`).
     Result<void> apply_new_config(ModuleChanges const& changes) override;
 
   private:
     Result<void> write();
     Result<void> notify();
 
-    [[maybe_unused]] Modules_names module; // told when its file changed: see `notification`
+    [[maybe_unused]] Modules_names module; // the one that is notified, see `notification`
     std::unique_ptr<config_writer::IConfigWriter> writer;
     LogModules modules;
     std::shared_ptr<ILogConfigGenerator> generator;

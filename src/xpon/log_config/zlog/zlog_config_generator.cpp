@@ -21,14 +21,14 @@ for_fatal = "%d(%d %b %T) CRIT   %-14.14c - %m [%f:%U:%L]%n"
 )";
 static_assert(header.size() == 201);
 
-// By level number. ERROR and DEBUG name no format: the default one carries the position in the source.
+// Indexed by level. ERROR and DEBUG name no format: they use the default one, which has the source location.
 constexpr std::array<std::string_view, 6> ZLOG_LEVEL_TO_STRING_TABLE{
     ".=FATAL >syslog, LOG_LOCAL0; for_fatal\n", ".=ERROR >syslog, LOG_LOCAL0;\n",
     ".=WARN >syslog, LOG_LOCAL0; for_info\n",   ".=NOTICE >syslog, LOG_LOCAL0; for_info\n",
     ".=INFO >syslog, LOG_LOCAL0; for_info\n",   ".=DEBUG >syslog, LOG_LOCAL0;\n",
 };
 
-/// Of all rules before one: their size but for the categories.
+/// For each rule, the total size of all rules before it, without the categories.
 constexpr auto sizes_before = [] {
     std::array<std::size_t, ZLOG_LEVEL_TO_STRING_TABLE.size() + 1> sizes{};
     std::transform_inclusive_scan(ZLOG_LEVEL_TO_STRING_TABLE.begin(), ZLOG_LEVEL_TO_STRING_TABLE.end(),
@@ -36,8 +36,7 @@ constexpr auto sizes_before = [] {
     return sizes;
 }();
 
-/// A step for each level instead of a loop: the size of its rule is a constant then, and a few instructions
-/// copy it.
+/// Unrolled by level: the size of each rule is then a constant, and a few instructions copy it.
 template <std::size_t... LEVELS>
 void write_rules(char* end, std::string_view category, std::size_t count,
                  std::index_sequence<LEVELS...> /*levels*/) {

@@ -18,13 +18,13 @@
 
 namespace xpon::log_config {
 
-/// A module whose descriptor M begins with one 16-bit level per subject of the enumeration S.
+/// A module whose descriptor M starts with one 16-bit level per subject of the enumeration S.
 template <class M, class S>
 class ZlogModuleBase : public ILogModule {
     static_assert(std::is_trivially_copyable_v<M>);
 
   public:
-    /// Throws std::runtime_error when a name lookup fails; a constructed object has `count` categories and a
+    /// Throws std::runtime_error if a name lookup fails. A constructed object has `count` categories and a
     /// current rule text. `count` is at most the number of 16-bit words in M.
     ZlogModuleBase(std::shared_ptr<ILogConfigGenerator> const& generator, M const& descriptor,
                    Modules_names module, unsigned long count, std::function<int(char*, S)> subject_lookup,
@@ -41,7 +41,7 @@ class ZlogModuleBase : public ILogModule {
     }
 
     /// Fills the categories, one per subject.
-    // NOLINTBEGIN(performance-unnecessary-value-param): both are taken over, like those of the constructor
+    // NOLINTBEGIN(performance-unnecessary-value-param): both taken by value, as in the constructor
     Result<void> generate_submodules(Modules_names module, unsigned long count,
                                      std::function<int(char*, S)> subject_lookup,
                                      std::function<void(std::string&)> subject_formatter) {

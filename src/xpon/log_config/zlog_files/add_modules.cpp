@@ -11,14 +11,14 @@ using core::success;
 
 namespace {
 
-/// Where the modules of one file come from and go to.
+/// Where the modules of one file are read from and stored.
 struct Target {
     LogModules& modules;
     std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb;
     std::shared_ptr<ILogConfigGenerator> const& generator;
 };
 
-/// A module whose subject CUSTOM_1LAYER is called C-L in its categories.
+/// A module whose subject CUSTOM_1LAYER becomes C-L in its categories.
 template <class M, class S>
 struct WithCustomLayer {
     ModuleEntry<M, S> const& entry;
@@ -43,8 +43,7 @@ Result<void> add(Target const& to, ModuleEntry<ModuleFsmPon, Fsm_subjects> const
     return success();
 }
 
-/// Adds the rows in order, up to the first that fails; whatever its error was, the file's is a CommonError
-/// with the same message.
+/// Adds the rows in order and stops at the first failure. Its code becomes CommonError; its message is kept.
 template <class... Rows>
 Result<void> add_all(Target const& to, Rows const&... rows) {
     Result<void> result = success();

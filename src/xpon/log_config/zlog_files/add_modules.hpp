@@ -10,9 +10,9 @@
 
 namespace xpon::log_config {
 
-/// Adds the modules of one zlog file to a map, reading their descriptors from the database. Stops at the
-/// first module that fails and returns `CommonError`; what was added before stays in the map. Throws what the
-/// constructors of the module objects throw.
+/// Reads the descriptors of the modules of one zlog file from the database and adds the modules to a map.
+/// Stops at the first module that fails and returns `CommonError`; modules added before stay in the map.
+/// Throws what the constructors of the module objects throw.
 using GenerateModulesFn =
     std::function<Result<void>(LogModules& modules, std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
                                std::shared_ptr<ILogConfigGenerator> const& generator)>;

@@ -1,7 +1,6 @@
 #pragma once
 
-// The logging modules of the board: one typed row each, so that a row which mixes two modules does not
-// compile.
+// The logging modules of the board, one typed row each. A row that mixes two modules does not compile.
 
 #include <cstdint>
 #include <tuple>
@@ -20,7 +19,7 @@ struct ModuleEntry {
     int (*read_descriptor)(void const* db, M* out, unsigned short const* key);
 };
 
-/// Gives `init_*` the shape of a reader, for the modules without stored settings.
+/// Gives `init_*` the signature of a reader, for modules without stored settings.
 template <auto init, class M>
 int defaults_only(void const* /*db*/, M* out, unsigned short const* /*key*/) {
     return init(out);
@@ -72,7 +71,7 @@ inline constexpr ModuleEntry<ModuleAaaConf,           AaaConf_subjects>         
 inline constexpr ModuleEntry<ModuleNetserve,          Netserve_subjects>          netserve           {module_of(43), 2, get_netserve_subjects_from_index,          getRunDb_CommonGCfg_logging_module_netserve};
 // clang-format on
 
-/// Every row, by ascending module number.
+/// All rows, by ascending module number.
 inline constexpr auto all =
     std::make_tuple(alarm_mgr, dna, fsm_pon, igmp, dhcp_ra, ipsg, pppoe_ia, lldp, l3_agent, snmp, session_mgr,
                     cli, switch_, lacp, datapath, arp, api_service, bootloader_upgrade, watchdog, ptable,
@@ -81,7 +80,7 @@ inline constexpr auto all =
                     log_config, acs_custom, acs_config_dump, acsd_config, aaa_conf, netserve);
 static_assert(std::tuple_size_v<decltype(all)> == 40);
 
-/// A descriptor begins with its subjects' levels; what may follow them belongs to the configuration library.
+/// A descriptor starts with its subjects' levels; anything after them belongs to the configuration library.
 template <class M, class S>
 constexpr bool has_a_level_for_each_subject(ModuleEntry<M, S> const& entry) {
     return sizeof(M) >= sizeof(std::uint16_t) * static_cast<std::size_t>(entry.subject_count);

@@ -8,7 +8,7 @@
 
 namespace xpon::log_config {
 
-/// One zlog file: its name, the module that reads it and hears of its changes, and what it holds.
+/// One zlog file: its name, the module that reads it and is told about changes, and the modules in it.
 struct ConfigFileEntry {
     std::string_view name;
     Modules_names module;

@@ -13,12 +13,12 @@
 
 namespace xpon::log_config {
 
-/// Where the modules of the board look for their files.
+/// The folder in which the modules of the board look for their files.
 inline constexpr char const* zlog_folder = "/etc/zlog_modules_config/";
 
-/// Writes every zlog file from the database and returns their objects, 26 in the order of the file table. The
-/// first file that fails ends the pass: the error is logged and returned, the files written so far stay on
-/// disk, those behind it stay as they were.
+/// Writes every zlog file from the database and returns the 26 file objects in the order of the file table.
+/// Stops at the first failure and logs and returns the error. Files written before it stay; the files after
+/// it are not touched.
 Result<std::vector<std::unique_ptr<ILogConfigFile>>>
 generate_zlog_config_files(std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
                            std::shared_ptr<ipc::IIpc> const& ipc,
@@ -30,8 +30,8 @@ generate_zlog_config_files_in(std::string const& folder, std::shared_ptr<cfgdb::
                               std::shared_ptr<ipc::IIpc> const& ipc,
                               std::shared_ptr<core::ILogger> const& logger);
 
-/// Builds one file object, which writes its file, and appends it to `files`. Fails with the error of
-/// `add_modules`, or with `CommonError` naming the path and what was thrown.
+/// Creates one file object, which writes its file, and appends it to `files`. Fails with the error of
+/// `add_modules`, or with `CommonError` naming the path and the exception.
 Result<void> add_config_file(std::string const& path, Modules_names module,
                              std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
                              std::shared_ptr<core::ILogger> const& logger,

@@ -40,7 +40,7 @@ constexpr std::array module_fields{
     field<lacp>(67),
     field<l3_agent>(68),
     field<snmp>(69),
-    // Under SNMP's value on purpose: the session manager's own file is rewritten at the next start only.
+    // SNMP's value on purpose: the session manager's own file is rewritten only at the next start.
     field<session_mgr>(71, snmp.module),
     field<cli>(73),
     field<netserve>(76),

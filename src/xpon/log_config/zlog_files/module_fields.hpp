@@ -10,13 +10,13 @@ namespace xpon::log_config {
 /// What a changed field of the logging configuration means for the zlog files.
 struct ModuleField {
     std::uint32_t field_id;
-    /// The module under which the record is handed to the files.
+    /// The module under which the files receive the record.
     Modules_names queued_as;
     /// Reads the module's record into `out`, by value; returns the reader's status.
     int (*read)(void const* db, std::any& out, unsigned short const* key);
 };
 
-/// The row of a field, null if the field belongs to no module's stored settings.
+/// The row of a field; null if the field belongs to no module with stored settings.
 ModuleField const* find_module_field(std::uint32_t field_id);
 
 } // namespace xpon::log_config
