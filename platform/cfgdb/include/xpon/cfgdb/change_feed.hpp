@@ -10,14 +10,14 @@
 
 namespace xpon::cfgdb {
 
-/// Hands out the changes that were committed after a position in the journal, none lost and none polled for.
+/// Returns the changes that were committed after a position in the journal. None is lost, and nothing polls.
 /// One thread at a time.
 class ChangeFeed {
   public:
-    /// The feed that the newest CfgDbWrapper of this process prepared; null if there is none or it was taken.
+    /// The feed prepared by the newest CfgDbWrapper of this process; null if there is none or it was taken.
     static std::unique_ptr<ChangeFeed> take();
 
-    /// A feed of one's own, of what is committed from now on. The database must exist; reading permission is
+    /// A separate feed of what is committed from now on. The database must exist; permission to read is
     /// enough.
     static core::Result<std::unique_ptr<ChangeFeed>>
     open(std::filesystem::path const& folder = default_folder);
@@ -28,10 +28,10 @@ class ChangeFeed {
     /// replaced or removed; `next` makes it unreadable again.
     virtual int fd() const = 0;
 
-    /// What was committed since the last call, oldest first, each field once; empty if nothing was. Never
-    /// waits for a change. After an error the position is unchanged and the next call hands out the same
-    /// again. If the journal no longer reaches back to the position, or the database is another one than it
-    /// was (its files were replaced, a copy was restored into it), every field is handed out.
+    /// The fields changed since the last call, oldest first, each once; empty if there are none. Never waits.
+    /// After an error the position is unchanged, and the next call returns the same changes again. Returns
+    /// every field if the journal no longer contains the position, or if the database was replaced (by other
+    /// files, or by a restore into it).
     virtual core::Result<std::vector<Config_change>> next() = 0;
 };
 

@@ -12,7 +12,7 @@ namespace xpon::cfgdb {
 
 /// One changed setting of one transaction. The texts are safe to print.
 struct HistoryEntry {
-    std::int64_t number; ///< of the transaction; the first one is 1, none is left out
+    std::int64_t number; ///< of the transaction; they count from 1 without gaps
     std::int64_t time;   ///< seconds since the epoch
     std::string author;
     std::string path;
@@ -20,9 +20,9 @@ struct HistoryEntry {
     std::string new_value;
 };
 
-/// What was changed by the transactions after this number, oldest first, as of one instant. The database must
-/// exist; reading permission is enough. The library keeps the newest 1000 transactions, whatever their size;
-/// a pending trial and what came after it are kept in any case.
+/// The changes of the transactions after this number, oldest first, as of one instant. The database must
+/// exist; permission to read is enough. The library keeps the newest 1000 transactions of any size, and
+/// always a pending trial and everything after it.
 core::Result<std::vector<HistoryEntry>> history(std::filesystem::path const& folder = default_folder,
                                                 std::int64_t after = 0);
 

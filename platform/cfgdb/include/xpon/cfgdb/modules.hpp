@@ -1,11 +1,11 @@
 #pragma once
 
 // The logging modules: identifiers, descriptor records, subjects, and the functions that read, default and
-// name them. Readers follow the rules of syslog_settings.hpp. Levels: 0 critical ... 5 debug.
+// name them. The readers follow the rules in syslog_settings.hpp. Levels: 0 critical ... 5 debug.
 
 #include <cstdint>
 
-/// Identifiers of the logging modules. 10, 12, 14 and 15 belong to no module.
+/// Identifiers of the logging modules. No module has 10, 12, 14 or 15.
 enum Modules_names : std::uint32_t {};
 
 // NOLINTBEGIN(bugprone-macro-parentheses): the arguments are types and names
@@ -37,7 +37,7 @@ enum Modules_names : std::uint32_t {};
 
 // NOLINTEND(bugprone-macro-parentheses)
 
-/// The PON state machines: 16 ports of 256 ONTs each have a level of their own.
+/// The PON state machines. Each of the 16 ports has 256 ONTs, and each ONT has its own level.
 enum Fsm_subjects : std::uint32_t {};
 struct ModuleFsmPon {
     std::uint16_t level[11];
@@ -97,6 +97,7 @@ XPON_BUILT_IN_MODULE(ModuleAaaConf,           AaaConf_subjects,           3, aaa
 #undef XPON_BUILT_IN_MODULE
 
 /// Writes the stem of a module's category names, in upper case and zero-terminated, into the caller's buffer
-/// of 15 bytes; the `get_*_subjects_from_index` functions do the same for the name of a subject. They return
-/// 0, or -1 with `errno` EINVAL and the buffer untouched for a number outside the catalogue or a null buffer.
+/// of 15 bytes. The `get_*_subjects_from_index` functions do the same for the name of a subject. They return
+/// 0. For a number outside the catalogue or a null buffer they return -1 with `errno` EINVAL and leave the
+/// buffer unchanged.
 extern "C" int get_modules_names_from_index(char* out, Modules_names module);

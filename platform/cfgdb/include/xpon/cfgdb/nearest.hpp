@@ -7,11 +7,11 @@
 
 namespace xpon::cfgdb {
 
-/// How many letters to add, drop or change; the case of a letter counts for nothing, a name cut short for
-/// one.
+/// The number of letters to add, drop or change. Case is ignored, and a name that is cut short counts as one
+/// change.
 std::size_t distance(std::string_view from, std::string_view to);
 
-/// Up to three of the names that are most like the text, in their order; nothing where none is near.
+/// Up to three names that are closest to the text, in their original order; none if no name is close.
 std::vector<std::string> nearest(std::string_view text, std::vector<std::string> const& names);
 
 } // namespace xpon::cfgdb

@@ -12,7 +12,7 @@
 
 namespace xpon::cfgdb {
 
-/// What a setting's value is, and so what is allowed.
+/// The type of a setting's value, which determines what is allowed.
 enum class Kind : std::uint8_t {
     Level,   ///< 0 critical ... 5 debug
     Folder,  ///< an absolute path that ends in '/'
@@ -21,7 +21,7 @@ enum class Kind : std::uint8_t {
     Port,
 };
 
-/// Levels, sizes and ports are numbers, folders and addresses are texts.
+/// Levels, sizes and ports are numbers; folders and addresses are text.
 using Value = std::variant<std::int64_t, std::string>;
 
 /// One value of the global logging configuration.
@@ -29,26 +29,27 @@ struct Setting {
     std::string path; ///< such as "syslog.remote.1.address" or "module.fsm_pon.ont.3.17"; case matters
     Kind kind;
     Value default_value;
-    std::uint32_t field_id; ///< what a change is announced as; 0 if it is built in and cannot be set
+    std::uint32_t field_id; ///< identifies a change; 0 if the setting is built in and cannot be set
     std::size_t offset;     ///< in bytes, in the record that the field's reader fills
 
     bool built_in() const { return field_id == 0; }
 };
 
 /// Every setting, built-in ones included: syslog first, then the modules by ascending value, each in the
-/// order of its record. Made at the first call and kept; safe from any thread, as everything in this header.
+/// order of its record. Created at the first call and kept. Safe from any thread, as is everything in this
+/// header.
 std::span<Setting const> settings();
 
-/// The setting of exactly this path; null if there is none.
+/// The setting with exactly this path; null if there is none.
 Setting const* find_setting(std::string_view path);
 
-/// The settings that a pattern names, in the order of `settings`, at least one. A pattern is a path in which
-/// `*` stands for any one component (as the last one for everything below) and `3-16` for the numbers from 3
-/// to 16. Fails with `InvalidInputArg`, naming the pattern, what is wrong and the nearest valid names.
+/// The settings that match a pattern, in the order of `settings`, at least one. A pattern is a path in which
+/// `*` matches any one component (as the last component, everything below), and `3-16` matches the numbers
+/// from 3 to 16. Fails with `InvalidInputArg`, naming the pattern, what is wrong and the nearest valid names.
 core::Result<std::vector<Setting const*>> expand(std::string_view pattern);
 
-/// The value that an operator's text stands for; levels by name or number. Fails with `InvalidInputArg`,
-/// naming path, text and what is allowed.
+/// The value of an operator's text; levels by name or number. Fails with `InvalidInputArg`, naming path, text
+/// and what is allowed.
 core::Result<Value> parse(Setting const& setting, std::string_view text);
 
 /// Whether the value may be stored for a setting of this kind.

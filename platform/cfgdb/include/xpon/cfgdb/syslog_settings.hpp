@@ -1,16 +1,17 @@
 #pragma once
 
 // The syslog records of the global logging configuration and their readers. The layouts are an interface:
-// the readers write straight into the caller's memory, byte for byte as given here (little-endian).
+// the readers write directly into the caller's memory, exactly in the layout given here (little-endian).
 //
 // Levels: 0 critical, 1 error, 2 warning, 3 notice, 4 info, 5 debug.
 //
 // Every reader takes the raw database handle, the record to fill and a key of three words, all zero for the
-// single global row. It returns 0, or -1 with `errno` set and the record untouched: EINVAL for a null
-// argument, another key or a stored value that is out of range, of the wrong type or in contradiction with
-// another (two receivers that are one), EBUSY for a database locked longer than 5 s, EIO for anything else
-// that the database could not do. What was wrong, with path and value, goes to syslog(3). On success `errno`
-// is left alone. Safe from any thread.
+// single global row. It returns 0 and leaves `errno` unchanged, or returns -1, sets `errno` and leaves the
+// record unchanged. The reason, with path and value, goes to syslog(3). Safe from any thread.
+//
+// EINVAL: a null argument, another key, or a stored value that is out of range or of the wrong type; also two
+// receivers with the same address and port. EBUSY: the database was locked for longer than 5 s. EIO: any
+// other failure of the database.
 
 #include <cstddef>
 #include <cstdint>
@@ -18,7 +19,7 @@
 struct SyslogFileDest {
     char path[32];       ///< NUL-terminated, ends in '/'
     std::uint32_t size;  ///< bytes after which the file is rotated
-    std::uint16_t level; ///< least severe level that is written
+    std::uint16_t level; ///< the least severe level that is written
 };
 
 struct SyslogConsoleDest {

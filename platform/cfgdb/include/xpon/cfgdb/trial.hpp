@@ -11,14 +11,15 @@
 
 namespace xpon::cfgdb {
 
-/// An instant that no change of the clock moves.
+/// A point in time that does not move when the clock is changed.
 struct BootInstant {
     std::string boot;     ///< which boot of the machine, as the kernel names it; empty: unknown
     std::int64_t seconds; ///< of CLOCK_BOOTTIME in that boot
 
-    /// Now, and so many seconds later.
+    /// The time this many seconds from now.
     static BootInstant in(std::int64_t seconds);
-    /// Whether it is over: reached, or of an earlier boot. A boot that is unknown counts as this one.
+    /// Whether the time has passed: it is reached, or belongs to an earlier boot. An unknown boot counts as
+    /// this one.
     bool over() const;
 };
 
@@ -29,12 +30,12 @@ struct Trial {
     std::string author;
 };
 
-/// The trial that waits for its confirmation; nothing if none does. The database must exist; reading
-/// permission is enough.
+/// The trial that waits for its confirmation, or nothing. The database must exist; permission to read is
+/// enough.
 core::Result<std::optional<Trial>> pending_trial(std::filesystem::path const& folder = default_folder);
 
-/// Commits as `Transaction::commit` does and remembers, in the same transaction, that it is a trial. Where
-/// nothing differs there is no trial. Fails with `Already` while another is pending.
+/// Commits as `Transaction::commit` does and records, in the same transaction, that it is a trial. If nothing
+/// differs, there is no trial. Fails with `Already` while another trial is pending.
 core::Result<std::vector<Change>> commit_trial(Transaction const& transaction, BootInstant const& end,
                                                std::filesystem::path const& folder = default_folder,
                                                std::string const& author = current_author());
@@ -42,8 +43,8 @@ core::Result<std::vector<Change>> commit_trial(Transaction const& transaction, B
 /// Makes the pending trial permanent and wakes the feeds. Fails with `Empty` if none is pending.
 core::Result<Trial> confirm_trial(std::filesystem::path const& folder = default_folder);
 
-/// Undoes a trial as a new transaction, if it is still pending: of the settings that it changed, those that
-/// still have its values. Otherwise does nothing.
+/// Undoes a trial with a new transaction, if it is still pending. Only settings that still have the trial's
+/// values are put back. Does nothing if the trial is not pending.
 core::Result<std::vector<Change>> undo_trial(std::int64_t number,
                                              std::filesystem::path const& folder = default_folder,
                                              std::string const& author = current_author());

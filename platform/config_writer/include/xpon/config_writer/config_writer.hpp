@@ -6,13 +6,13 @@
 
 namespace xpon::config_writer {
 
-/// Replaces a file so that a reader, a crash or a power cut finds the old text or the new one and nothing
-/// between: the text goes to a temporary file in the same folder, to the disk, and then takes the file's
-/// name. The file's mode is 0644. Any number of writers and processes may write one file at a time: the text
-/// of the last one to finish stays, whole. What a killed process left behind is removed by the next write.
+/// Replaces a file so that a reader sees either the old or the new text, even after a crash or a power cut.
+/// The text is written to a temporary file in the same folder, flushed to disk, and renamed to the target.
+/// The file's mode is 0644. Any number of writers and processes may write one file at the same time; the text
+/// of the last one to finish stays, complete. The next write removes the temporary file of a killed process.
 class ConfigWriter : public IConfigWriter {
   public:
-    /// Nothing is touched before the first write.
+    /// Touches nothing before the first write.
     explicit ConfigWriter(std::filesystem::path target_file);
 
     core::Result<void> write(std::string const& text) override;

@@ -8,7 +8,7 @@ namespace xpon::config_writer {
 
 class IConfigWriter {
   public:
-    /// Replaces the whole content of the writer's file. On failure the file is as it was, and the error names
+    /// Replaces the whole content of the writer's file. On failure the file is unchanged, and the error names
     /// the path and the reason. One thread at a time.
     virtual core::Result<void> write(std::string const& text) = 0;
 

@@ -9,18 +9,18 @@ namespace xpon::ipc {
 
 /// A module's file was rewritten and should be read again. Payload: FileChange.
 inline constexpr std::uint16_t file_changed_event = 12500;
-/// A module's answer once it has read its file, for everybody. Payload: FileAnswer.
+/// A module's answer after it has read its file, to everybody. Payload: FileAnswer.
 inline constexpr std::uint16_t file_changed_reply = 12501;
-/// Asks the broker for the last answer of every module; the header's `reply` names the event of the broker's
-/// message, which is `last_answers_reply` unless the asker wants another. Payload: LastAnswersQuery.
+/// Asks the broker for the last answer of every module. The header's `reply` names the event of the broker's
+/// message, usually `last_answers_reply`. Payload: LastAnswersQuery.
 inline constexpr std::uint16_t last_answers_query = 12502;
-/// The broker's message, to the address in the query. Payload: any number of LastAnswer, by module.
+/// The broker's message to the address in the query. Payload: any number of LastAnswer, ordered by module.
 inline constexpr std::uint16_t last_answers_reply = 12503;
 
 /// The header of the message that tells everybody that a module's file was rewritten.
 inline constexpr Header file_changed_header{everybody, file_changed_event, file_changed_reply};
 
-// The payloads; `payload_of` writes them, `record_in` and `records_in` read them.
+// The payloads. `payload_of` writes them; `record_in` and `records_in` read them.
 
 struct FileChange {
     std::uint32_t module;
@@ -31,14 +31,14 @@ static_assert(sizeof(FileChange) == 4);
 
 struct FileAnswer {
     std::uint32_t module;
-    std::uint32_t status; ///< 0, or the errno that kept the module from using its file
+    std::uint32_t status; ///< 0, or the errno with which the module failed to use its file
 
     bool operator==(FileAnswer const&) const = default;
 };
 static_assert(sizeof(FileAnswer) == 8);
 
 struct LastAnswersQuery {
-    Address asker; ///< where the broker's message goes
+    Address asker; ///< the destination of the broker's message
 
     bool operator==(LastAnswersQuery const&) const = default;
 };

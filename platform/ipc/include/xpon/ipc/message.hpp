@@ -14,7 +14,7 @@ namespace xpon::ipc {
 struct Header {
     Address destination;
     std::uint16_t event; ///< what happened
-    std::uint16_t reply; ///< the event that an answer carries; 0 if none is expected
+    std::uint16_t reply; ///< the event of an answer; 0 if none is expected
 
     bool operator==(Header const&) const = default;
 };
@@ -27,14 +27,14 @@ struct Message {
     bool operator==(Message const&) const = default;
 };
 
-/// The longest frame that travels; the broker cuts off a peer that sends a longer one.
+/// The longest frame allowed; the broker disconnects a peer that sends a longer one.
 inline constexpr std::size_t max_frame_size = 65536;
 inline constexpr std::size_t max_payload_size = max_frame_size - sizeof(Header);
 
-/// The frame of a message as it travels: header, then payload.
+/// The frame of a message: header, then payload.
 std::vector<std::byte> encode(Header const& header, std::span<std::byte const> payload);
 
-/// The message in a frame; nothing if the frame is shorter than a header.
+/// The message in a frame, or nothing if the frame is shorter than a header.
 std::optional<Message> decode(std::span<std::byte const> frame);
 
 } // namespace xpon::ipc

@@ -9,24 +9,24 @@
 
 namespace xpon::ipc {
 
-/// A record that travels as its own bytes, in the machine's own order: no padding, nothing to construct.
+/// A record that is sent as its own bytes, in the machine's byte order: no padding, no constructor needed.
 template <class T>
 concept Record = std::is_trivially_copyable_v<T> && std::has_unique_object_representations_v<T>;
 
-/// The payload that holds these records one after the other.
+/// The payload that contains these records one after the other.
 template <Record T>
 std::vector<std::byte> payload_of_all(std::span<T const> records) {
     auto const bytes = std::as_bytes(records);
     return {bytes.begin(), bytes.end()};
 }
 
-/// The payload that holds one record.
+/// The payload that contains one record.
 template <Record T>
 std::vector<std::byte> payload_of(T const& record) {
     return payload_of_all(std::span<T const>{&record, 1});
 }
 
-/// The records that a payload holds; nothing if its size is not a multiple of theirs.
+/// The records in a payload, or nothing if its size is not a multiple of the record size.
 template <Record T>
 std::optional<std::vector<T>> records_in(std::span<std::byte const> payload) {
     if (payload.size() % sizeof(T) != 0) {
@@ -39,7 +39,7 @@ std::optional<std::vector<T>> records_in(std::span<std::byte const> payload) {
     return records;
 }
 
-/// The record that a payload holds; nothing if its size is not exactly that of one.
+/// The record in a payload, or nothing if its size is not exactly the record size.
 template <Record T>
 std::optional<T> record_in(std::span<std::byte const> payload) {
     if (payload.size() != sizeof(T)) {

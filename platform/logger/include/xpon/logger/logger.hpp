@@ -11,18 +11,18 @@
 namespace xpon::logger {
 
 /// A logger of one category. While a context exists, the category's rules in the context's file decide which
-/// levels are written and how a line looks; without one, the built-in levels do (notice and above; debug and
-/// above for the daemon's own categories). Lines go to syslog(3), facility LOG_LOCAL0, and to standard error
-/// as well where that is a terminal. Safe from any thread.
+/// levels are written and how a line looks. Without a context the built-in levels apply (notice and above;
+/// debug and above for the daemon's own categories). Lines go to syslog(3), facility LOG_LOCAL0, and also to
+/// standard error if that is a terminal. Safe from any thread.
 class Logger : public core::ILogger {
   public:
     class LoggerContext;
 
-    /// Reads a zlog configuration file and makes it the process's rules until the context is destroyed; the
-    /// newest context wins. `name` is the category of the library's own lines, `number` tells contexts of one
-    /// name apart in them. A file that is missing or has lines that cannot be read is not a failure: one
-    /// warning names the file, the line and the reason, what could be read holds, and categories without a
-    /// readable rule get the built-in levels. Fails with `InvalidInputArg` on an empty name.
+    /// Reads a zlog configuration file. Its rules apply to the process until the context is destroyed; the
+    /// newest context wins. `name` is the category of the library's own lines; `number` distinguishes
+    /// contexts of the same name in them. A missing file or unreadable lines are not a failure: one warning
+    /// names the file, the line and the reason, the readable rules apply, and categories without a readable
+    /// rule use the built-in levels. Fails with `InvalidInputArg` on an empty name.
     static core::Result<std::unique_ptr<LoggerContext>>
     create_context(std::filesystem::path const& config_file, std::string const& name, std::uint16_t number);
 
@@ -41,7 +41,7 @@ class Logger : public core::ILogger {
     std::shared_ptr<Category> category;
 };
 
-/// The rules of one zlog configuration file, in force while the object lives.
+/// The rules of one zlog configuration file, which apply while the object lives.
 class Logger::LoggerContext {
   public:
     ~LoggerContext();
@@ -49,9 +49,9 @@ class Logger::LoggerContext {
     LoggerContext(LoggerContext const&) = delete;
     LoggerContext& operator=(LoggerContext const&) = delete;
 
-    /// Reads the file again; every logger obeys the new rules when it returns. A file that cannot be read, or
-    /// has a line that cannot, is an error naming file, line and reason, and leaves the rules as they were.
-    /// Safe from any thread.
+    /// Reads the file again. When it returns, every logger follows the new rules. If the file or one of its
+    /// lines cannot be read, the error names file, line and reason, and the old rules stay. Safe from any
+    /// thread.
     core::Result<void> reload();
 
   private:

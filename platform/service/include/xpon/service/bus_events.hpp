@@ -4,7 +4,7 @@
 
 namespace xpon::service {
 
-/// Event identifiers that the launcher obeys when they arrive from the bus, whatever their payload.
+/// Events from the bus that the launcher handles, whatever their payload.
 inline constexpr std::uint16_t master_change_event = 12100;
 inline constexpr std::uint16_t sync_event = 12101;
 

@@ -8,19 +8,20 @@
 
 namespace xpon::service {
 
-/// What the launcher hands to a service with every event.
+/// What the launcher passes to a service with every event.
 struct ServiceCtx {
-    /// The serving loop has begun: from now on events may be delivered. Called by `ServiceBase::run`.
+    /// Reports that the serving loop has started, so that events may be delivered. Called by
+    /// `ServiceBase::run`.
     std::function<void()> serving;
 };
 
-/// What the launcher drives. `run` is called on the launcher's thread, everything else on its event thread,
-/// one call at a time.
+/// A service that the launcher runs. `run` is called on the launcher's thread, everything else on its event
+/// thread, one call at a time.
 class IService {
   public:
     /// Serves until stopped.
     virtual core::Result<void> run(ServiceCtx const& ctx) = 0;
-    /// Ends `run`; called before, it makes `run` return as soon as it would serve.
+    /// Ends `run`. If it is called before `run`, then `run` returns as soon as it would serve.
     virtual core::Result<void> stop(ServiceCtx const& ctx) = 0;
     /// The redundancy role may have changed.
     virtual core::Result<void> master_change(ServiceCtx const& ctx) = 0;

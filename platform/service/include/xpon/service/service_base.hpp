@@ -7,8 +7,8 @@
 
 namespace xpon::service {
 
-/// The serving loop that services share: `run` reports through the context that serving has begun and waits
-/// until `stop`.
+/// The serving loop that services share. `run` reports through the context that serving has started, then
+/// waits for `stop`.
 class ServiceBase : public IService {
   public:
     core::Result<void> run(ServiceCtx const& ctx) override;

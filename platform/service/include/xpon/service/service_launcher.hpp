@@ -9,25 +9,27 @@
 
 namespace xpon::service {
 
-/// Runs one service: `run` on the caller's thread, the events (configuration changes when `follow_config`,
-/// master change and sync from the bus) one at a time on one event thread, and only while it serves.
+/// Runs one service: its `run` on the caller's thread, its events one at a time on one event thread, and only
+/// while the service serves. The events are configuration changes, if `follow_config` is set, and master
+/// change and sync from the bus.
 class ServiceLauncher {
   public:
-    /// Throws std::system_error when the kernel gives no descriptor, std::invalid_argument without a service.
+    /// Throws std::system_error if the kernel has no descriptor left, std::invalid_argument without a
+    /// service.
     ServiceLauncher(std::unique_ptr<IService>&& service, std::shared_ptr<core::ILogger> const& logger,
                     std::shared_ptr<ipc::IIpc> const& ipc, bool follow_config);
-    /// Destroys the service. Not while `run` is running.
+    /// Destroys the service. Must not be called while `run` is running.
     ~ServiceLauncher();
 
     ServiceLauncher(ServiceLauncher const&) = delete;
     ServiceLauncher& operator=(ServiceLauncher const&) = delete;
 
-    /// Runs the service until it is stopped or fails, and returns its result; the event thread has ended by
-    /// then. Once per launcher.
+    /// Runs the service until it is stopped or fails, and returns its result. The event thread has ended by
+    /// then. Call it once per launcher.
     core::Result<void> run();
 
-    /// Asks for the end: before, during and after `run`, from any thread, any number of times. Async-signal-
-    /// safe (one write, no lock, no allocation) and leaves `errno` alone.
+    /// Ends `run`. May be called before, during and after `run`, from any thread, any number of times.
+    /// Async-signal-safe (one write, no lock, no allocation); leaves `errno` unchanged.
     core::Result<void> stop();
 
   private:

@@ -7,7 +7,7 @@
 
 namespace xpon::service {
 
-/// The redundancy role that a service runs in; the values are flags of an 8-bit mask.
+/// The redundancy role of a service. The values are flags of an 8-bit mask.
 enum class ServiceMode : std::uint8_t {
     Init = 0x01,       ///< not running yet
     Master = 0x02,     ///< the active controller
@@ -21,9 +21,8 @@ unsigned char operator|(unsigned char mask, ServiceMode mode);
 /// "init", "master", "standby", "standalone", or "unknown (0x..)".
 std::string to_string(ServiceMode const& mode);
 
-/// Success if the mode may run under the mask, otherwise `InvalidState` naming both. Standalone is allowed
-/// whatever the mask says, as there is no redundancy role to check; any other mode only if the mask has its
-/// bit.
+/// Success if the mask allows the mode, otherwise `InvalidState` naming both. Standalone is always allowed,
+/// because it has no redundancy role to check. Any other mode needs its bit in the mask.
 core::Result<void> is_allowed_mode(ServiceMode const& mode, unsigned char const& mask);
 
 } // namespace xpon::service

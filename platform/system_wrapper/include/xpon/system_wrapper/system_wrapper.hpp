@@ -6,18 +6,17 @@
 
 namespace xpon::system_wrapper {
 
-/// Runs commands with `bash -c`: other shells take "cmd &> file" for a command in the background and report
-/// success. A command runs in a process group of its own with standard input from /dev/null, the default
-/// signal dispositions, an empty signal mask, no inherited descriptor above 2 and no inherited environment:
-/// PATH leads to the system's folders, and that is the only variable. Its standard output and error are the
-/// caller's.
+/// Runs commands with `bash -c`; other shells run "cmd &> file" in the background and report success. A
+/// command runs in its own process group with standard input from /dev/null, default signal dispositions, an
+/// empty signal mask and no inherited descriptor above 2. Its only environment variable is PATH, set to the
+/// system's folders. Standard output and error are the caller's.
 class SystemWrapper : public ISystemWrapper {
   public:
-    /// How long a command may run before its process group is killed.
+    /// The time limit after which a command's process group is killed.
     static constexpr std::chrono::milliseconds default_limit = std::chrono::seconds{30};
 
-    /// If the process ignores SIGCHLD the signal gets its default disposition, for without it no command has
-    /// an exit status.
+    /// If the process ignores SIGCHLD, restores its default disposition; otherwise no command would have an
+    /// exit status.
     explicit SystemWrapper(std::chrono::milliseconds time_limit = default_limit);
 
     core::Result<int> execute(std::string const& command) override;
