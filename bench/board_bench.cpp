@@ -19,6 +19,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sqlite3.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -153,6 +154,32 @@ void change_in_the_largest_file() {
     }
     std::filesystem::remove(std::string{zlog_folder} + "floor");
     set("module.*", "notice");
+}
+
+/// A change committed to a database that holds far more than it keeps, beside one committed to a new
+/// database.
+void commit_to_a_long_journal() {
+    std::filesystem::path const long_database = "/var/lib/xpon/long";
+    std::filesystem::path const new_database = "/var/lib/xpon/new";
+    for (auto const& folder : {long_database, new_database}) {
+        set("module.snmp.TRAP", "error", folder);
+    }
+    sqlite3* handle = nullptr;
+    auto const sql = "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 1000000) "
+                     "INSERT INTO journal(field_id, at) SELECT 69, 0 FROM n; PRAGMA wal_checkpoint(TRUNCATE)";
+    require(sqlite3_open((long_database / "running.db").c_str(), &handle) == SQLITE_OK &&
+                sqlite3_exec(handle, sql, nullptr, nullptr, nullptr) == SQLITE_OK &&
+                sqlite3_close(handle) == SQLITE_OK,
+            "a long journal");
+    cfgdb::CfgDbWrapper const long_held_open{"LONG", long_database}; // as the daemon holds its own
+    cfgdb::CfgDbWrapper const new_held_open{"NEW", new_database};
+    Times ours;
+    Times floor;
+    for (int round = 0; round < 300; ++round) {
+        ours.push_back(time_of([&] { set("module.snmp.TRAP", other_level(round), long_database); }));
+        floor.push_back(time_of([&] { set("module.snmp.TRAP", other_level(round), new_database); }));
+    }
+    print_row("commit, 1 000 000 journal entries, beside a new database", ours, floor, "1.5");
 }
 
 void shell_command() {
@@ -338,6 +365,7 @@ int main(int argc, char** argv) {
         xpon::test::write_file("/usr/sbin/syslog-ng-ctl", "#!/bin/sh\nexit 0\n");
         require(chmod("/usr/sbin/syslog-ng-ctl", 0755) == 0, "chmod");
         shell_command();
+        commit_to_a_long_journal();
         start(samples);
         change_and_memory(samples);
         change_in_the_largest_file();
