@@ -49,7 +49,7 @@ TEST_F(Clock, JumpsCostNoChangeAndNoTime) {
     if (!HasFailure()) {
         report("the clock jumps\t5 years ahead, 20 back, to the right time, while a failed change waits for "
                "its next "
-               "try\tnothing: it holds up nothing");
+               "try\tnothing; no output is delayed");
     }
 }
 

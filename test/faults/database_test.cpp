@@ -181,7 +181,7 @@ TEST_F(DatabaseFaults, AFullDiskRefusesTheChangeAndLeavesTheDaemonInStep) {
     EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report("disk full under the database\ta small file system is filled; the change is refused and made "
-               "again\tnothing: it holds up nothing");
+               "again\tnothing; no output is delayed");
     }
 }
 

@@ -357,7 +357,7 @@ TEST_P(Faults, CostNoChange) {
     EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report(fmt::format("{}\t{}\t{}", fault.what, fault.how,
-                           fault.told != nullptr ? fault.told : "nothing: it holds up nothing"));
+                           fault.told != nullptr ? fault.told : "nothing; no output is delayed"));
     }
 }
 
@@ -456,7 +456,7 @@ TEST_F(Faults, ABrokerThatIsNotThereAtTheStartHoldsUpNothingAndIsFoundLater) {
     EXPECT_TRUE(wait_event(*module, ipc::file_changed_event)) << "what was changed before is not told";
     EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
-        report("no message broker at the start\tit is started later\tnothing: it holds up nothing");
+        report("no message broker at the start\tit is started later\tnothing; no output is delayed");
     }
 }
 

@@ -37,7 +37,7 @@ class Restore : public FollowedBoard {
         EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
         EXPECT_EQ(stop_daemon(), 0);
         if (!HasFailure()) {
-            report(fmt::format("{}\t{}\tnothing: it holds up nothing", what, how));
+            report(fmt::format("{}\t{}\tnothing; no output is delayed", what, how));
         }
     }
 
