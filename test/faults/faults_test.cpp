@@ -81,7 +81,13 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     }
 
     void make_disk_read_only() {
-        expect_mounted(mount(nullptr, zlog_folder, nullptr, MS_REMOUNT | MS_RDONLY, nullptr), "read-only");
+        // Busy for as long as a file is being written there.
+        int result = 0;
+        wait_until([&] {
+            result = mount(nullptr, zlog_folder, nullptr, MS_REMOUNT | MS_RDONLY, nullptr);
+            return result == 0 || errno != EBUSY;
+        });
+        expect_mounted(result, "read-only");
     }
     void make_disk_writable() {
         expect_mounted(mount(nullptr, zlog_folder, nullptr, MS_REMOUNT, nullptr), "writable");

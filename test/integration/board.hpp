@@ -261,6 +261,22 @@ class Board : public testing::Test {
         return true;
     }
 
+    /// Whether the daemon has said how it ends and its first thread waits for another while one is in poll():
+    /// the one that watches terminals had not begun when it was stopped, and watches for ever.
+    bool waits_for_its_poller() {
+        if (auto const told = notified();
+            told.size() < 2 || told.back().find("READY=1") != std::string::npos) {
+            return false;
+        }
+        auto const waits_in = [&](std::filesystem::path const& thread, char const* function) {
+            return contents(thread / "wchan").find(function) != std::string::npos;
+        };
+        std::filesystem::directory_iterator const threads{proc() / "task"};
+        return waits_in(proc() / "task" / std::to_string(daemon->process.pid()), "futex") &&
+               std::any_of(begin(threads), end(threads),
+                           [&](auto const& thread) { return waits_in(thread, "poll_schedule"); });
+    }
+
     ScratchFolder scratch;
     int started = 0;
     std::unique_ptr<Program> journald;

@@ -196,7 +196,11 @@ TEST_F(Answers, AModuleThatMissedANotificationReadsItsFileWhenTheBrokerIsBack) {
     start_broker();
     ASSERT_TRUE(wait_connected(*bus));
     module->process.kill(SIGCONT);
-    EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
+    auto answer = next_answer();
+    if (answer == ipc::FileAnswer{9, ENOENT}) {
+        answer = next_answer(); // the broker may have died before that one had passed it: it comes once more
+    }
+    EXPECT_EQ(answer, (ipc::FileAnswer{9, 0}));
 }
 
 TEST_F(Answers, TheExampleRefusesWhatItDoesNotKnow) {
