@@ -68,7 +68,7 @@ core::Result<void> fill_copy(Connection const& from, std::filesystem::path const
 /// Opens a copy without making files beside it.
 core::Result<Connection> open_copy(std::filesystem::path const& file) {
     std::error_code none;
-    auto const log_size = std::filesystem::file_size(file.string() + "-wal", none);
+    auto const log_size = std::filesystem::file_size(log_path(file), none);
     if (!none && log_size > 0) {
         return Connection::open(file, SQLITE_OPEN_READONLY); // the log belongs to it
     }

@@ -18,11 +18,7 @@ namespace {
 using core::Error;
 using core::fail;
 
-std::string log_path(std::filesystem::path const& database) {
-    return database.string() + "-wal";
-}
-
-std::string index_path(std::filesystem::path const& database) {
+std::filesystem::path index_path(std::filesystem::path const& database) {
     return database.string() + "-shm";
 }
 
@@ -63,6 +59,10 @@ std::filesystem::path database_path(std::filesystem::path const& folder) {
     return folder / "running.db";
 }
 
+std::filesystem::path log_path(std::filesystem::path const& database) {
+    return database.string() + "-wal";
+}
+
 std::filesystem::path doorbell_path(std::filesystem::path const& folder) {
     return folder / "running.db.doorbell";
 }
@@ -80,7 +80,7 @@ void sync_folder(std::filesystem::path const& folder) {
 }
 
 FileIdentities identities(std::filesystem::path const& database) {
-    auto const identity = [](std::string const& path) {
+    auto const identity = [](std::filesystem::path const& path) {
         struct stat status{};
         bool const there = stat(path.c_str(), &status) == 0;
         return there ? FileIdentities::Identity{status.st_dev, status.st_ino} : FileIdentities::Identity{};

@@ -14,6 +14,7 @@ namespace xpon::cfgdb {
 core::ErrorPayload system_failure(std::filesystem::path const& path, char const* what, int reason);
 
 std::filesystem::path database_path(std::filesystem::path const& folder);
+std::filesystem::path log_path(std::filesystem::path const& database);
 
 /// Which files are the database: the file itself, its log and the log's index. All zeros for one that is not
 /// there.

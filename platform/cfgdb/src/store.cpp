@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <cstring>
 
+#include <fcntl.h>
+
 #include "core/failure.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
@@ -47,6 +49,14 @@ core::Result<void> fill_new_database(std::filesystem::path const& file) {
 
 int error_number_of(int code) {
     return (code & 0xFF) == SQLITE_BUSY ? EBUSY : EIO;
+}
+
+constexpr FileIdentities::Identity no_file{};
+
+/// Keeps the number of a file that is removed from being given to another one. Unlike closing any other
+/// descriptor, closing this one leaves SQLite's locks alone.
+core::UniqueFd hold(std::filesystem::path const& path) {
+    return core::UniqueFd{open(path.c_str(), O_PATH | O_CLOEXEC)};
 }
 
 std::string text_of(core::ErrorPayload const& error) {
@@ -154,20 +164,20 @@ core::Result<Store::Opened*> Store::current() const {
     for (int attempt = 0; attempt < most_attempts && (!opened || opened->files != identities(file));
          ++attempt) {
         if (opened) {
-            auto const before = opened->files;
             // Its log is no longer the one that others go on with.
             opened->connection.empty_log_at_close(false);
             // Before the next one: connections of one process share the log's index.
             opened.reset();
-            auto const now = identities(file);
-            bool const other_database = now.database != before.database && now.database.inode != 0;
-            if (access == Access::Write && other_database && now.log == before.log) {
-                // A file was moved into the place of the database, whose log would be read as that of the
-                // new one: pages of two databases in one.
-                remove_log(file);
-            }
+        }
+        auto const now = identities(file);
+        if (access == Access::Write && now.database != no_file && now.database != last.files.database &&
+            now.log != no_file && now.log == last.files.log) {
+            // Another file has taken the place of the database and would be read with the log of the old one:
+            // pages of two databases in one.
+            remove_log(file);
         }
         OUTCOME_TRY(fresh, open_files(file, access));
+        last = {fresh.files, hold(file), hold(log_path(file))};
         opened.emplace(std::move(fresh));
         ++openings;
     }

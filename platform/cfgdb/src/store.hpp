@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "core/result.hpp"
+#include "core/unique_fd.hpp"
 #include "files.hpp"
 #include "record.hpp"
 #include "sqlite.hpp"
@@ -91,6 +92,13 @@ class Store {
         std::int64_t checked_schema; ///< the cookie of the schema that was found good
     };
 
+    /// Also known while nothing is open.
+    struct LastOpened {
+        FileIdentities files;
+        core::UniqueFd database;
+        core::UniqueFd log;
+    };
+
     Store(std::string name, std::filesystem::path path, Access wanted);
     static core::Result<Opened> open_files(std::filesystem::path const& file, Access access);
     /// What lies at the path now, opened. With the mutex held.
@@ -100,8 +108,9 @@ class Store {
     std::filesystem::path file;
     Access access;
     mutable std::mutex mutex;
-    mutable std::optional<Opened> opened; // guarded by mutex; nothing after a failure
-    mutable std::int64_t openings = 0;    // guarded by mutex
+    mutable std::optional<Opened> opened; // guarded by mutex, as is what follows; nothing after a failure
+    mutable LastOpened last;
+    mutable std::int64_t openings = 0;
 };
 
 /// Opens an existing database, whatever it holds. Closing it leaves its log alone.

@@ -268,6 +268,22 @@ TEST_F(Feed, WhoseDatabaseIsAwayForAMomentSaysSoAndStartsOver) {
     EXPECT_EQ(rsh_level(), 5);
 }
 
+TEST_F(Feed, WhoseDatabaseWasRemovedAndPutBackFromACopyReadsTheCopyWithoutTheOldLog) {
+    change_level("debug");
+    copy_as_one_file(scratch / "copy");
+    change_level("error");
+    change(folder, {{"module.fsm_pon.*", "debug"}});
+    EXPECT_THAT(next(*feed), testing::SizeIs(2));
+    std::filesystem::remove(file);
+    EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr("cannot be opened")));
+    EXPECT_GT(std::filesystem::file_size(folder / "running.db-wal"), 0U) << "the old one's log, still there";
+    std::filesystem::copy_file(scratch / "copy", file); // might get the number of the old one
+    EXPECT_EQ(next(*feed), every_field(1));
+    EXPECT_EQ(rsh_level(), 5);
+    EXPECT_EQ(RawDatabase{file}.value("PRAGMA integrity_check"), "ok");
+    EXPECT_EQ(RawDatabase{file}.value("SELECT count(*) FROM setting"), "1");
+}
+
 TEST_F(Feed, WhoseLogOrIndexWasRemovedStartsOverAndFollows) {
     for (std::vector<char const*> const& names :
          {std::vector{"running.db-wal", "running.db-shm"}, {"running.db-wal"}, {"running.db-shm"}}) {
