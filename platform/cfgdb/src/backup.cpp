@@ -15,6 +15,7 @@
 #include "files.hpp"
 #include "record.hpp"
 #include "store.hpp"
+#include "xpon/cfgdb/log_folder.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
@@ -24,17 +25,21 @@ namespace {
 using core::Error;
 using core::fail;
 
-/// Makes one database what another is, in one transaction.
-core::Result<void> copy(Connection const& from, Connection const& to) {
+/// Makes one database what another is, in one transaction; returns SQLite's code.
+int copy(Connection const& from, Connection const& to) {
     auto* const running = sqlite3_backup_init(to.raw(), "main", from.raw(), "main");
     if (running == nullptr) {
-        return to.failure(sqlite3_extended_errcode(to.raw()));
+        return sqlite3_extended_errcode(to.raw());
     }
     constexpr int all_pages = -1;
     int const copied = sqlite3_backup_step(running, all_pages);
     int const finished = sqlite3_backup_finish(running);
-    int const code = copied == SQLITE_DONE ? finished : copied;
-    return code == SQLITE_OK ? core::Result<void>{core::success()} : to.failure(code);
+    return copied == SQLITE_DONE ? finished : copied;
+}
+
+/// Whether the code says that a database is too damaged to be written.
+bool is_damage(int code) {
+    return (code & 0xFF) == SQLITE_CORRUPT || (code & 0xFF) == SQLITE_NOTADB;
 }
 
 /// Fails for what a copy must not be written over or read from.
@@ -60,7 +65,9 @@ core::Result<void> check_file(std::filesystem::path const& file, std::filesystem
 
 core::Result<void> fill_copy(Connection const& from, std::filesystem::path const& file) {
     OUTCOME_TRY(to, Connection::open(file, SQLITE_OPEN_READWRITE));
-    OUTCOME_TRY(copy(from, to));
+    if (int const code = copy(from, to); code != SQLITE_OK) {
+        return to.failure(code);
+    }
     // One file without a log beside it, which can be read where nothing can be written.
     return to.execute("PRAGMA journal_mode = DELETE");
 }
@@ -88,6 +95,7 @@ core::Result<void> check_integrity(Connection const& connection) {
 }
 
 core::Result<void> check_values(Connection const& connection) {
+    auto const* const log_folder = find_setting("syslog.file.path");
     auto remote = syslog_record(remote_field).defaults;
     std::string wrong;
     OUTCOME_TRY(each_row(connection, [&](auto path, auto const* setting, StoredValue const& stored) {
@@ -97,6 +105,11 @@ core::Result<void> check_values(Connection const& connection) {
         if (!stored.value) {
             wrong = fmt::format("{}: {} is stored, allowed is {}", path, stored.description,
                                 allowed(setting->kind));
+        } else if (setting == log_folder) {
+            auto const& value = std::get<std::string>(*stored.value);
+            if (auto const flaw = log_folder_flaw(value)) {
+                wrong = fmt::format("{}: {} is not safe for the log file: {}", path, value, *flaw);
+            }
         } else if (setting->field_id == remote_field) {
             put(*setting, *stored.value, remote);
         }
@@ -152,12 +165,30 @@ core::Result<void> restore(std::filesystem::path const& file, std::filesystem::p
     OUTCOME_TRY(from.execute("BEGIN")); // what is looked at is what is copied
     OUTCOME_TRY(check_copy(from));
     OUTCOME_TRY(make_database(folder));
-    OUTCOME_TRY(to, open_database(database_path(folder), Store::Access::Write));
     // In the hand before anything is written, so that not even a kill after the commit keeps it from ringing.
     OUTCOME_TRY(opened, open_doorbell(folder));
     core::UniqueFd const rings_at_the_end{std::move(opened)};
-    OUTCOME_TRY(copy(from, to));
-    return settle_as_writer(to);
+    auto const path = database_path(folder);
+    {
+        OUTCOME_TRY(to, open_database(path, Store::Access::Write));
+        int const code = copy(from, to);
+        if (code == SQLITE_OK) {
+            // All is restored; what else there is to do, the next writer does.
+            std::ignore = settle_as_writer(to);
+            return core::success();
+        }
+        if (!is_damage(code)) {
+            return to.failure(code);
+        }
+    }
+    OUTCOME_TRY(locked, take_turns(folder));
+    core::UniqueFd const turn{std::move(locked)};
+    auto const fill = [&](std::filesystem::path const& temporary) -> core::Result<void> {
+        OUTCOME_TRY(fill_copy(from, temporary));
+        remove_log(path); // that of the damaged one
+        return core::success();
+    };
+    return make_file(path, fill, Existing::Replace);
 }
 
 } // namespace xpon::cfgdb

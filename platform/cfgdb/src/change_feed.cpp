@@ -68,8 +68,23 @@ class JournalFeed : public ChangeFeed {
         position = handed_out.entries.empty() ? 0 : handed_out.entries.back().sequence;
     }
 
-    /// Watches what lies there now. Whoever opens the database or the doorbell only to read wakes nobody.
     core::Result<void> watch() {
+        auto watched = watch_files();
+        if (watched.has_error() && !std::filesystem::exists(folder)) {
+            // Its return is heard where it was removed from.
+            auto above = folder;
+            do {
+                above = above.parent_path();
+            } while (above.has_relative_path() && !std::filesystem::exists(above));
+            std::ignore =
+                inotify_add_watch(inotify.get(), above.c_str(), IN_CREATE | IN_MOVED_TO | IN_ONLYDIR);
+            watched = watch_files(); // it may have come back meanwhile
+        }
+        return watched;
+    }
+
+    /// Watches what lies there now. Whoever opens the database or the doorbell only to read wakes nobody.
+    core::Result<void> watch_files() {
         struct Watched {
             std::filesystem::path path;
             std::uint32_t events;

@@ -1,15 +1,18 @@
 #include "files.hpp"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <system_error>
 
 #include <fcntl.h>
 #include <grp.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "core/uninterrupted.hpp"
 
 namespace xpon::cfgdb {
 
@@ -109,8 +112,17 @@ core::Result<void> make_folder(std::filesystem::path const& path) {
     return core::success();
 }
 
+core::Result<core::UniqueFd> take_turns(std::filesystem::path const& folder) {
+    core::UniqueFd opened{open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    if (!opened || core::uninterrupted([&] { return flock(opened.get(), LOCK_EX); }) != 0) {
+        return system_failure(folder, "cannot be locked", errno);
+    }
+    return opened;
+}
+
 core::Result<void> make_file(std::filesystem::path const& path,
-                             std::function<core::Result<void>(std::filesystem::path const&)> const& fill) {
+                             std::function<core::Result<void>(std::filesystem::path const&)> const& fill,
+                             Existing existing) {
     auto const folder = path.parent_path();
     auto temporary = path.string() + ".XXXXXX";
     core::UniqueFd file{mkostemp(temporary.data(), O_CLOEXEC)};
@@ -123,7 +135,10 @@ core::Result<void> make_file(std::filesystem::path const& path,
         }
         file.reset();
         OUTCOME_TRY(fill(temporary));
-        if (link(temporary.c_str(), path.c_str()) != 0 && errno != EEXIST) {
+        bool const placed = existing == Existing::Replace
+                                ? rename(temporary.c_str(), path.c_str()) == 0
+                                : link(temporary.c_str(), path.c_str()) == 0 || errno == EEXIST;
+        if (!placed) {
             return system_failure(path, "cannot be made", errno);
         }
         return core::success();

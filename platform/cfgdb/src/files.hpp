@@ -40,11 +40,18 @@ std::filesystem::path doorbell_path(std::filesystem::path const& folder);
 /// Makes the folder where there is none: mode 2770, of the group xpon where that exists.
 core::Result<void> make_folder(std::filesystem::path const& folder);
 
-/// Makes a file where there is none, readable and writable for owner and group, and readable for everybody if
-/// its folder is, whatever the umask. It appears complete, as `fill` leaves it, or not at all, also when
-/// several processes do this at once.
+/// Lets one process at a time make or replace the database; until it is destroyed.
+core::Result<core::UniqueFd> take_turns(std::filesystem::path const& folder);
+
+/// What make_file does with a file that is there already.
+enum class Existing { Keep, Replace };
+
+/// Makes a file where there is none, or in the place of another one, readable and writable for owner and
+/// group, and readable for everybody if its folder is, whatever the umask. It appears complete, as `fill`
+/// leaves it, or not at all, also when several processes do this at once.
 core::Result<void> make_file(std::filesystem::path const& path,
-                             std::function<core::Result<void>(std::filesystem::path const&)> const& fill);
+                             std::function<core::Result<void>(std::filesystem::path const&)> const& fill,
+                             Existing existing = Existing::Keep);
 
 /// Removes the log and its index. Only for one that belongs to a database which is no longer there.
 void remove_log(std::filesystem::path const& database);

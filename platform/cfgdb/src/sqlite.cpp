@@ -150,6 +150,7 @@ core::Result<Connection> Connection::open_named(std::filesystem::path const& fil
 }
 
 core::Result<Statement> Connection::prepare(char const* sql) const {
+    limit->restart(); // it may read the schema
     sqlite3_stmt* statement = nullptr;
     int const code =
         sqlite3_prepare_v3(handle.get(), sql, -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr);

@@ -68,10 +68,18 @@ std::string text_of(core::ErrorPayload const& error) {
 core::Result<void> make_database(std::filesystem::path const& folder) {
     auto const path = database_path(folder);
     std::error_code unknown; // then opening it says why
-    if (std::filesystem::exists(path, unknown) || unknown) {
+    auto const is_there = [&] { return std::filesystem::exists(path, unknown) || unknown; };
+    if (is_there()) {
         return core::success();
     }
     OUTCOME_TRY(make_folder(folder));
+    OUTCOME_TRY(locked, take_turns(folder));
+    core::UniqueFd const turn{std::move(locked)};
+    if (is_there()) {
+        return core::success();
+    }
+    // A database that was removed may have left its log, whose pages would get into the new one.
+    remove_log(path);
     OUTCOME_TRY(make_file(path, fill_new_database));
     return make_doorbell(folder);
 }

@@ -120,6 +120,34 @@ TEST_F(Backup, PutsADatabaseRightThatCannotBeUsed) {
     EXPECT_THAT(stored(), SizeIs(2));
 }
 
+TEST_F(Backup, TakesThePlaceOfADatabaseThatIsTooDamagedToBeWritten) {
+    auto const file = folder / "running.db";
+    auto const whole = test::read_file(file);
+    for (auto const& damaged : {std::string(8192, 'x'), std::string(100, '\0') + whole.substr(100),
+                                whole.substr(0, 4096), std::string{}}) {
+        auto const feed = ChangeFeed::open(folder).value();
+        std::filesystem::remove(folder / "running.db-wal");
+        std::filesystem::remove(folder / "running.db-shm");
+        test::write_file(file, damaged);
+        ASSERT_THAT(restore(copy, folder), IsOk()) << damaged.size();
+        EXPECT_THAT(stored(), ElementsAre("syslog.remote.1.address=10.0.0.1", "syslog.rsh.level=debug"));
+        EXPECT_TRUE(is_readable(feed->fd()));
+        EXPECT_THAT(feed->next().value(), SizeIs(23));
+        change(folder, {{"syslog.rsh.level", "info"}});
+        EXPECT_THAT(feed->next().value(), SizeIs(1));
+        EXPECT_EQ(RawDatabase{file}.value("PRAGMA integrity_check"), "ok");
+        struct stat status{};
+        ASSERT_EQ(stat(file.c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 07777U, 0660U);
+    }
+}
+
+TEST_F(Backup, IsRefusedIfOthersThanRootDecideWhatIsInItsLogFolder) {
+    RawDatabase{copy}.run("INSERT INTO setting VALUES('syslog.file.path', '/tmp/')");
+    expect_refused(Error::InvalidState, "syslog.file.path: /tmp/ is not safe for the log file: "
+                                        "others than root may write /tmp");
+}
+
 TEST_F(Backup, MadeFileByFileIsReadWithItsLog) {
     // Copied file by file while somebody has it open.
     RawDatabase const open{folder / "running.db"};

@@ -473,5 +473,22 @@ TEST(FeedAcrossProcesses, AWriterKilledBeforeItsCommitChangesNothing) {
                 ElementsAre("syslog.rsh.level: notice -> debug"));
 }
 
+TEST_F(Feed, HearsItsFolderComeBack) {
+    ScratchFolder const scratch;
+    auto const folder = scratch / "a/b/db";
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    auto const feed = ChangeFeed::open(folder).value();
+    std::filesystem::remove_all(scratch / "a");
+    EXPECT_TRUE(is_readable(feed->fd()));
+    EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr("cannot be watched")));
+    EXPECT_FALSE(is_readable(feed->fd()));
+    std::filesystem::create_directory(scratch / "a");
+    EXPECT_TRUE(is_readable(feed->fd()));
+    EXPECT_TRUE(feed->next().has_error());
+    change(folder, {{"syslog.rsh.level", "info"}});
+    EXPECT_TRUE(is_readable(feed->fd()));
+    EXPECT_THAT(feed->next().value(), testing::SizeIs(23));
+}
+
 } // namespace
 } // namespace xpon::cfgdb

@@ -330,6 +330,17 @@ TEST_F(BrokenDatabase, AfterItsRemovalReadersAndFeedFailInsteadOfGivingOldValues
     EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr(folder.string())));
 }
 
+TEST_F(BrokenDatabase, WhenItWasRemovedNothingOfItGetsIntoTheNextOne) {
+    change(folder, {{"module.fsm_pon.ont.*", "debug"}});         // a long log
+    CfgDbWrapper const reader{"TEST_CFGDB", folder, ReadOnly{}}; // keeps the log from being emptied
+    change(folder, {{"module.fsm_pon.ont.*", "error"}});
+    std::filesystem::remove(folder / "running.db");
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    RawDatabase const raw{folder / "running.db"};
+    EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
+    EXPECT_THAT(raw.rows("SELECT path, value FROM setting"), testing::ElementsAre("syslog.rsh.level|5"));
+}
+
 TEST_F(BrokenDatabase, AfterItsReplacementReadersGiveWhatTheNewOneHolds) {
     change(folder, {{"syslog.rsh.level", "debug"}});
     std::filesystem::copy_file(file, scratch / "copy");
