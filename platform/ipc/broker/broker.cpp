@@ -67,25 +67,31 @@ void Broker::run(int stop) {
 }
 
 void Broker::take_subscriptions() {
-    std::vector<std::vector<std::byte>> notices;
+    Subscribers::Notices notices;
     for (int count = 0; count < most_at_once && subscribers.take(notices); ++count) {
     }
+    pass_on(notices);
+}
+
+void Broker::pass_on(Subscribers::Notices const& notices) {
     for (auto const& notice : notices) {
         send_frame(frontend, notice);
     }
 }
 
 void Broker::forward_messages() {
+    Subscribers::Notices notices;
     for (int count = 0; count < most_at_once; ++count) {
         auto const frame = next_frame(frontend);
         if (!frame) {
-            return;
+            break;
         }
-        subscribers.publish(bytes_of(*frame));
+        subscribers.publish(bytes_of(*frame), notices);
         if (auto const reply = answers.take(bytes_of(*frame), milliseconds_since_the_epoch())) {
-            subscribers.publish(*reply);
+            subscribers.publish(*reply, notices);
         }
     }
+    pass_on(notices);
 }
 
 } // namespace xpon::ipc

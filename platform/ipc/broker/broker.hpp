@@ -22,6 +22,7 @@ class Broker {
     zmq::socket_t new_socket(zmq::socket_type type);
     void take_subscriptions();
     void forward_messages();
+    void pass_on(Subscribers::Notices const& notices);
 
     // All of it is the thread's that calls `run`; ZeroMQ has one of its own.
     zmq::context_t context{1};

@@ -13,7 +13,7 @@ namespace xpon::ipc {
 Subscribers::Subscribers(zmq::socket_t& stream)
   : socket{stream} {}
 
-bool Subscribers::take(std::vector<std::vector<std::byte>>& notices) {
+bool Subscribers::take(Notices& notices) {
     zmq::message_t name;
     if (!uninterrupted([&] { return socket.recv(name, zmq::recv_flags::dontwait); })) {
         return false;
@@ -31,47 +31,56 @@ bool Subscribers::take(std::vector<std::vector<std::byte>>& notices) {
     }
     auto& subscriber = found->second;
     bool const goes_on = data.size() != 0 && subscriber.take(bytes_of(data));
-    if (!goes_on) {
-        subscriber.leave();
-    }
     std::ranges::move(subscriber.take_notices(), std::back_inserter(notices));
     if (!goes_on) {
-        subscribers.erase(found);
+        forget(found, notices);
         std::ignore = send(connection, {});
     }
     return true;
 }
 
-void Subscribers::publish(std::span<std::byte const> message) {
+void Subscribers::publish(std::span<std::byte const> message, Notices& notices) {
     auto const frame = Subscriber::framed(message);
     zmq::message_t shared{frame.data(), frame.size()};
-    for (auto const& [connection, subscriber] : subscribers) {
-        if (subscriber.wants(message)) {
+    for (auto next = subscribers.begin(); next != subscribers.end();) {
+        auto const entry = next++;
+        if (entry->second.wants(message)) {
             zmq::message_t copy; // of the reference
             copy.copy(shared);
-            std::ignore = send(connection, std::move(copy));
+            // The announcement of an end is lost where too much of what the peer has sent waits before it.
+            if (send(entry->first, std::move(copy)) == Sent::Gone) {
+                forget(entry, notices);
+            }
         }
     }
 }
 
 void Subscribers::connect(Connection const& connection) {
     auto const introduction = Subscriber::introduction();
-    if (send(connection, zmq::message_t{introduction.data(), introduction.size()})) {
+    if (send(connection, zmq::message_t{introduction.data(), introduction.size()}) == Sent::Yes) {
         subscribers.try_emplace(connection);
     }
 }
 
-bool Subscribers::send(Connection const& connection, zmq::message_t message) {
+void Subscribers::forget(std::map<Connection, Subscriber>::iterator entry, Notices& notices) {
+    entry->second.leave();
+    std::ranges::move(entry->second.take_notices(), std::back_inserter(notices));
+    subscribers.erase(entry);
+}
+
+Subscribers::Sent Subscribers::send(Connection const& connection, zmq::message_t message) {
     try {
         auto const name = zmq::buffer(connection);
-        return uninterrupted(
-                   [&] { return socket.send(name, zmq::send_flags::sndmore | zmq::send_flags::dontwait); }) &&
-               uninterrupted([&] { return socket.send(message, zmq::send_flags::dontwait); });
+        bool const sent = uninterrupted([&] {
+                              return socket.send(name, zmq::send_flags::sndmore | zmq::send_flags::dontwait);
+                          }) &&
+                          uninterrupted([&] { return socket.send(message, zmq::send_flags::dontwait); });
+        return sent ? Sent::Yes : Sent::NoRoom;
     } catch (zmq::error_t const& error) {
         if (error.num() != EHOSTUNREACH) {
             throw;
         }
-        return false;
+        return Sent::Gone;
     }
 }
 

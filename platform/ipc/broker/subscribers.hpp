@@ -18,21 +18,27 @@ class Subscribers {
     /// The socket must be of the type `stream` and live longer.
     explicit Subscribers(zmq::socket_t& stream);
 
-    /// Takes one piece of what subscribers have sent, and what it changed for those who publish: see
-    /// Subscriber::take_notices. False if nothing was waiting. Throws zmq::error_t.
-    bool take(std::vector<std::vector<std::byte>>& notices);
+    /// What changed for those who publish: see Subscriber::take_notices.
+    using Notices = std::vector<std::vector<std::byte>>;
 
-    /// Sends a message to all who have subscribed to it; who has no room for it misses it. Throws
-    /// zmq::error_t.
-    void publish(std::span<std::byte const> message);
+    /// Takes one piece of what subscribers have sent, and adds what it changed. False if nothing was waiting.
+    /// Throws zmq::error_t.
+    bool take(Notices& notices);
+
+    /// Sends a message to all who have subscribed to it; who has no room for it misses it. Adds what was
+    /// changed by those who turn out to have gone. Throws zmq::error_t.
+    void publish(std::span<std::byte const> message, Notices& notices);
 
   private:
     /// The name by which the socket knows a connection.
     using Connection = std::string;
 
+    enum class Sent { Yes, NoRoom, Gone };
+
     void connect(Connection const& connection);
-    /// False if the connection has gone or has no room. An empty message ends it.
-    bool send(Connection const& connection, zmq::message_t message);
+    void forget(std::map<Connection, Subscriber>::iterator entry, Notices& notices);
+    /// An empty message ends the connection.
+    Sent send(Connection const& connection, zmq::message_t message);
 
     zmq::socket_t& socket;
     std::map<Connection, Subscriber> subscribers;
