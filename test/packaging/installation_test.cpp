@@ -13,6 +13,7 @@
 #include <gmock/gmock.h>
 
 #include "kit/child_process.hpp"
+#include "kit/golden.hpp"
 #include "kit/report.hpp"
 #include "kit/scratch_folder.hpp"
 
@@ -32,6 +33,9 @@ TEST(PostInstallation, KeepsTheFirstConfigurationOfSyslogNg) {
     std::filesystem::remove(conf);
     std::filesystem::remove(kept);
     EXPECT_EQ(configure(), 0); // without one there is nothing to keep
+    EXPECT_FALSE(std::filesystem::exists(kept));
+    write_file(conf, golden("syslog_ng/defaults.conf"));
+    EXPECT_EQ(configure(), 0); // the daemon's own text is nothing to go back to
     EXPECT_FALSE(std::filesystem::exists(kept));
     write_file(conf, "stock\n");
     EXPECT_EQ(configure(), 0);
