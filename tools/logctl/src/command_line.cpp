@@ -1,5 +1,6 @@
 #include "command_line.hpp"
 
+#include <csignal>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -18,6 +19,9 @@ constexpr int misused = 2;
 } // namespace
 
 int run(int argc, char** argv) {
+    // Whoever starts logctl may ignore it, and the kernel then keeps no exit status of the programs it runs.
+    std::signal(SIGCHLD, SIG_DFL);
+
     CLI::App program{"Shows and changes the board's log settings, whether the daemon runs or not.", "logctl"};
     program.set_version_flag("--version", "logctl " LOGCTL_VERSION);
     program.require_subcommand(0, 1);

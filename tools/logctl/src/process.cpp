@@ -65,8 +65,11 @@ int spawn(std::string const& program, std::vector<std::string> argv, Streams con
     sigset_t signals;
     sigemptyset(&signals);
     posix_spawnattr_setsigmask(&attributes, &signals);
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
     posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETPGROUP);
+    posix_spawnattr_setflags(&attributes,
+                             POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
     auto path = fmt::format("PATH={}", fmt::join(folders, ":"));
     std::array<char*, 2> environment{path.data(), nullptr};
     int const error =
@@ -107,7 +110,12 @@ core::Result<Finished> run_program(std::vector<std::string> const& argv, std::st
         kill(-pid, SIGKILL);
     }
     siginfo_t info{};
-    core::uninterrupted([&] { return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED); });
+    bool const known =
+        core::uninterrupted([&] { return waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED); }) == 0;
+    if (ended && !known) {
+        return fail(Error::CommonError, "{}: its exit status is lost ({})", argv.front(),
+                    std::generic_category().message(errno));
+    }
     if (!ended) {
         return fail(Error::CommonError, "{}: does not answer within {} s", argv.front(),
                     std::chrono::duration<double>{limit}.count());

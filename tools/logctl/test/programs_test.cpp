@@ -89,6 +89,14 @@ TEST_P(Programs, OfTheWorkingDirectoryAreNeverRun) {
     }
 }
 
+TEST(ProgramsOfAParentThatIgnoresSigchld, StillHaveAnExitStatus) {
+    Logctl logctl;
+    auto const expected = logctl({"preview", "SNMP", "--diff"});
+    EXPECT_EQ(expected.status, 0) << expected.err;
+    logctl.prefix = {"env", "--ignore-signal=CHLD"};
+    EXPECT_EQ(logctl({"preview", "SNMP", "--diff"}), expected);
+}
+
 INSTANTIATE_TEST_SUITE_P(Path, Programs, testing::Values("PATH=", "PATH=.", "PATH=:/usr/bin", "unset"),
                          [](auto const& test) { return "Case" + std::to_string(test.index); });
 

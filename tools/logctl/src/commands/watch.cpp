@@ -182,8 +182,18 @@ class Watch {
     }
 
     core::Result<void> take_changes() {
-        OUTCOME_TRY(changed, feed->next());
-        if (changed.empty()) {
+        auto const changed = feed->next();
+        if (changed.has_error()) {
+            // It may only be away for a moment; its return is announced like a change.
+            if (auto const text = changed.error().info ? std::string{changed.error().info->text()} : "";
+                text != trouble) {
+                tell(text);
+                trouble = text;
+            }
+            return core::success();
+        }
+        trouble.clear();
+        if (changed.value().empty()) {
             return core::success();
         }
         OUTCOME_TRY(all, cfgdb::history(context.database));
@@ -237,6 +247,7 @@ class Watch {
     std::shared_ptr<ipc::IIpc> bus;
     std::int64_t last = 0; // the newest transaction that was shown
     unsigned shown = 0;
+    std::string trouble; // that was told last, with the database
 };
 
 } // namespace
