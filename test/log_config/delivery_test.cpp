@@ -178,6 +178,7 @@ TEST_F(DeliveryTest, TerminalsThatOpenDuringChangesBringNoOldSettingsBack) {
         })) << "old settings in force after round "
             << round;
     }
+    ASSERT_FALSE(HasFailure());
     test::report(fmt::format("changes while terminals open and close\t{} rounds\tnever were old settings in "
                              "force at the end",
                              count));
