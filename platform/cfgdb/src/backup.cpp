@@ -169,7 +169,9 @@ core::Result<void> restore(std::filesystem::path const& file, std::filesystem::p
     OUTCOME_TRY(opened, open_doorbell(folder));
     core::UniqueFd const rings_at_the_end{std::move(opened)};
     auto const path = database_path(folder);
-    {
+    // An emptied file cannot be written either: whoever has it open since it was a database holds a lock on it.
+    std::error_code unknown;
+    if (std::filesystem::file_size(path, unknown) != 0) {
         OUTCOME_TRY(to, open_database(path, Store::Access::Write));
         int const code = copy(from, to);
         if (code == SQLITE_OK) {

@@ -19,6 +19,8 @@ using test::IsError;
 using test::IsOk;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
@@ -134,7 +136,7 @@ TEST_F(Backup, TakesThePlaceOfADatabaseThatIsTooDamagedToBeWritten) {
         EXPECT_TRUE(is_readable(feed->fd()));
         EXPECT_THAT(feed->next().value(), SizeIs(23));
         change(folder, {{"syslog.rsh.level", "info"}});
-        EXPECT_THAT(feed->next().value(), SizeIs(1));
+        EXPECT_THAT(feed->next().value(), Not(IsEmpty()));
         EXPECT_EQ(RawDatabase{file}.value("PRAGMA integrity_check"), "ok");
         struct stat status{};
         ASSERT_EQ(stat(file.c_str(), &status), 0);

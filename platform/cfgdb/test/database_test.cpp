@@ -284,7 +284,7 @@ TEST_F(BrokenDatabase, AFolderInItsPlaceIsRefused) {
 
 TEST_F(BrokenDatabase, AFileInPlaceOfTheFolderIsRefused) {
     test::write_file(folder, "");
-    EXPECT_EQ(opening_failure(folder), file.string() + ": cannot be made (Not a directory)");
+    EXPECT_EQ(opening_failure(folder), folder.string() + ": cannot be locked (Not a directory)");
 }
 
 TEST_F(BrokenDatabase, AFolderThatCannotBeMadeIsNamedWithTheReason) {

@@ -91,6 +91,7 @@ TEST_P(Programs, OfTheWorkingDirectoryAreNeverRun) {
 
 TEST(ProgramsOfAParentThatIgnoresSigchld, StillHaveAnExitStatus) {
     Logctl logctl;
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), (Outcome{0, "", ""}));
     auto const expected = logctl({"preview", "SNMP", "--diff"});
     EXPECT_EQ(expected.status, 0) << expected.err;
     logctl.prefix = {"env", "--ignore-signal=CHLD"};
