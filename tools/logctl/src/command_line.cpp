@@ -1,10 +1,15 @@
 #include "command_line.hpp"
 
+#include <algorithm>
 #include <csignal>
+#include <iterator>
+#include <span>
 #include <string_view>
 
+#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include "candidates.hpp"
 #include "commands/command.hpp"
 #include "output.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
@@ -16,7 +21,110 @@ namespace {
 constexpr int failed = 1;
 constexpr int misused = 2;
 
+struct Command {
+    char const* name;
+    char const* description;
+    Action (*declare)(Arguments& arguments);
+    /// What completes its arguments; where there is nothing, the shell completes the names of files.
+    Names (*candidates)(std::string const& begin) = nullptr;
+};
+
+// In the order of the help.
+constexpr Command commands[] = {
+    {"show", "Show settings: path, value, default, where it is stored", show_command, paths},
+    {"set", "Change settings: all of them at once, or none", set_command, assignments},
+    {"reset", "Put settings back to their defaults: all at once, or none", reset_command, settable_paths},
+    {"modules", "Show the modules: value, stem, files, subjects, levels", modules_command, module_names},
+    {"preview", "Show the text that the daemon would write, whether it runs or not", preview_command,
+     previews},
+    {"status", "Show for each output what is wanted, written and running; status 0 if all is in step",
+     status_command},
+    {"check", "Check every stored setting, and whether a private syslog-ng starts with the generated text",
+     check_command},
+    {"history", "Show who changed what, the newest last", history_command, paths},
+    {"rollback", "Undo everything after a transaction, as a new one; says what before it does it",
+     rollback_command},
+    {"commit-confirm", "Change settings now, and undo it by itself unless confirmed in time",
+     commit_confirm_command, assignments},
+    {"confirm", "Make what commit-confirm has changed permanent", confirm_command},
+    {"export", "Print the whole configuration as JSON: every setting that is not at its default",
+     export_command},
+    {"import", "Make the configuration what a file from export says: all at once, or nothing",
+     import_command},
+    {"backup", "Copy the whole database, history included, to one file", backup_command},
+    {"restore", "Make the database what a copy says, all at once or not at all; a running daemon follows",
+     restore_command},
+    {"watch", "Show changes and the message bus' notifications and answers as they happen", watch_command},
+};
+
+void add_options(CLI::App const& app, Names& to) {
+    for (auto const* option : app.get_options()) {
+        if (option->get_group().empty()) {
+            continue; // hidden
+        }
+        for (auto const& name : option->get_lnames()) {
+            to.insert("--" + name);
+        }
+    }
+}
+
+/// What may stand in the place of the last word.
+Names candidates(CLI::App const& program, std::span<std::string const> words) {
+    std::string const current = words.empty() ? "" : words.back();
+    auto const before = words.first(words.empty() ? 0 : words.size() - 1);
+    auto const name = std::ranges::find_first_of(before, commands, {}, {}, &Command::name);
+    auto const* const command =
+        name == before.end() ? nullptr : std::ranges::find(commands, *name, &Command::name);
+    Names found;
+    if (current.starts_with('-')) {
+        add_options(program, found);
+        if (command != nullptr) {
+            add_options(*program.get_subcommand(command->name), found);
+        }
+    } else if (command == nullptr) {
+        std::ranges::transform(commands, std::inserter(found, found.end()), &Command::name);
+    } else if (command->candidates != nullptr) {
+        found = command->candidates(current);
+    }
+    std::erase_if(found, [&](auto const& candidate) { return !candidate.starts_with(current); });
+    return found;
+}
+
 } // namespace
+
+template <class Value>
+void Arguments::add(Argument const& argument, Value& value) {
+    CLI::Option* option = nullptr;
+    if constexpr (std::is_same_v<Value, bool>) {
+        option = command.add_flag(argument.name, value, argument.help);
+    } else {
+        option = command.add_option(argument.name, value, argument.help);
+        option->type_name(argument.type);
+    }
+    option->required(argument.required);
+    if (argument.range) {
+        option->check(CLI::Range(argument.range->first, argument.range->second).description(""));
+    }
+    if (argument.hidden) {
+        option->group("");
+    }
+}
+
+template void Arguments::add(Argument const&, bool&);
+template void Arguments::add(Argument const&, std::string&);
+template void Arguments::add(Argument const&, std::vector<std::string>&);
+template void Arguments::add(Argument const&, std::int64_t&);
+template void Arguments::add(Argument const&, std::optional<std::int64_t>&);
+template void Arguments::add(Argument const&, std::optional<std::size_t>&);
+template void Arguments::add(Argument const&, std::optional<double>&);
+
+void Arguments::verify(std::function<std::string()> const& complaint) {
+    command.callback([complaint] {
+        if (auto const text = complaint(); !text.empty()) {
+            throw CLI::ValidationError{text};
+        }
+    });
+}
 
 int run(int argc, char** argv) {
     // Whoever starts logctl may ignore it, and the kernel then keeps no exit status of the programs it runs.
@@ -35,39 +143,33 @@ int run(int argc, char** argv) {
         .add_option("--database", context.database,
                     fmt::format("Where the configuration database is [{}]", cfgdb::default_folder))
         ->type_name("FOLDER");
-    Action chosen; // in the order of the help
-    add_show(program, chosen);
-    add_set(program, chosen);
-    add_reset(program, chosen);
-    add_modules(program, chosen);
-    add_preview(program, chosen);
-    add_status(program, chosen);
-    add_check(program, chosen);
-    add_history(program, chosen);
-    add_rollback(program, chosen);
-    add_commit_confirm(program, chosen);
-    add_confirm(program, chosen);
-    add_export(program, chosen);
-    add_import(program, chosen);
-    add_backup(program, chosen);
-    add_restore(program, chosen);
-    add_watch(program, chosen);
+    std::vector<std::pair<CLI::App*, Action>> actions;
+    for (auto const& command : commands) {
+        auto* const parsed = program.add_subcommand(command.name, command.description);
+        Arguments arguments{*parsed};
+        actions.emplace_back(parsed, command.declare(arguments));
+    }
 
     // Not a command of the program's parser, which would take the words that are to be completed for its own.
     if (argc > 2 && argv[1] == std::string_view{"complete"} && argv[2] == std::string_view{"--"}) {
-        complete(program, {argv + 3, argv + argc});
+        std::vector<std::string> const words{argv + 3, argv + argc};
+        for (auto const& candidate : candidates(program, words)) {
+            print(candidate + "\n");
+        }
         return flush_output().has_value() ? 0 : failed;
     }
 
     try {
         program.parse(argc, argv);
-        if (!chosen) {
+        if (program.get_subcommands().empty()) {
             throw CLI::RequiredError{"A command"};
         }
     } catch (CLI::ParseError const& error) {
         return program.exit(error) == 0 ? 0 : misused;
     }
-    auto const status = chosen(context);
+    auto const action =
+        std::ranges::find(actions, program.get_subcommands().front(), &std::pair<CLI::App*, Action>::first);
+    auto const status = action->second(context);
     auto const written = flush_output();
     if (status.has_value() && written.has_value()) {
         return status.value();

@@ -8,10 +8,25 @@
 
 namespace xpon::logctl {
 
-void add_apply_options(CLI::App& command, ApplyOptions& options) {
-    command.add_flag("-v,--verbose", options.verbose, "Say what is changed");
-    command.add_flag("--dry-run", options.dry_run,
-                     "Check everything and say what would be changed, but change nothing");
+void add_apply_options(Arguments& arguments, ApplyOptions& options) {
+    arguments.add({"-v,--verbose", "Say what is changed"}, options.verbose);
+    arguments.add({"--dry-run", "Check everything and say what would be changed, but change nothing"},
+                  options.dry_run);
+}
+
+std::string complaint_about(std::span<std::string const> assignments) {
+    auto const wrong = std::ranges::find_if(
+        assignments, [](auto const& text) { return text.find('=') == std::string::npos; });
+    return wrong == assignments.end() ? "" : fmt::format("PATH=VALUE: \"{}\" is not PATH=VALUE", *wrong);
+}
+
+core::Result<void> add_assignments(std::span<std::string const> assignments,
+                                   cfgdb::Transaction& transaction) {
+    for (std::string_view const assignment : assignments) {
+        auto const sign = assignment.find('=');
+        OUTCOME_TRY(transaction.set(assignment.substr(0, sign), assignment.substr(sign + 1)));
+    }
+    return core::success();
 }
 
 void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <span>
+
 #include "commands/command.hpp"
 #include "xpon/cfgdb/transaction.hpp"
 
@@ -11,7 +13,13 @@ struct ApplyOptions {
 };
 
 /// Adds the options to a command that changes settings.
-void add_apply_options(CLI::App& command, ApplyOptions& options);
+void add_apply_options(Arguments& arguments, ApplyOptions& options);
+
+/// Why these are not all PATH=VALUE; empty if they are.
+std::string complaint_about(std::span<std::string const> assignments);
+
+/// Adds these, each PATH=VALUE, to the transaction.
+core::Result<void> add_assignments(std::span<std::string const> assignments, cfgdb::Transaction& transaction);
 
 /// Says what is changed, and what the operator should know about it.
 void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose);

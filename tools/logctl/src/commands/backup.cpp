@@ -12,30 +12,23 @@ namespace {
 
 using Copy = core::Result<void> (*)(std::filesystem::path const& file, std::filesystem::path const& folder);
 
-void add(CLI::App& program, Action& chosen, char const* name, char const* description, char const* of_file,
-         Copy copy) {
-    auto* const command = program.add_subcommand(name, description);
+Action file_command(Arguments& arguments, char const* help, Copy copy) {
     auto const file = std::make_shared<std::string>();
-    command->add_option("FILE", *file, of_file)->required()->type_name("");
-    command->callback([file, copy, &chosen] {
-        chosen = [file, copy](Context const& context) -> core::Result<int> {
-            OUTCOME_TRY(copy(*file, context.database));
-            return 0;
-        };
-    });
+    arguments.add({.name = "FILE", .help = help, .required = true}, *file);
+    return [file, copy](Context const& context) -> core::Result<int> {
+        OUTCOME_TRY(copy(*file, context.database));
+        return 0;
+    };
 }
 
 } // namespace
 
-void add_backup(CLI::App& program, Action& chosen) {
-    add(program, chosen, "backup", "Copy the whole database, history included, to one file",
-        "Where to; a file of that name is replaced", cfgdb::backup);
+Action backup_command(Arguments& arguments) {
+    return file_command(arguments, "Where to; a file of that name is replaced", cfgdb::backup);
 }
 
-void add_restore(CLI::App& program, Action& chosen) {
-    add(program, chosen, "restore",
-        "Make the database what a copy says, all at once or not at all; a running daemon follows",
-        "The copy; it is checked first", cfgdb::restore);
+Action restore_command(Arguments& arguments) {
+    return file_command(arguments, "The copy; it is checked first", cfgdb::restore);
 }
 
 } // namespace xpon::logctl

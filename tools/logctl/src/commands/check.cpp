@@ -165,17 +165,13 @@ core::Result<int> check(Context const& context, Options const& options) {
 
 } // namespace
 
-void add_check(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand(
-        "check",
-        "Check every stored setting, and whether a private syslog-ng starts with the generated text");
+Action check_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command->add_flag("--json", options->json, "Print one JSON object");
-    command->add_flag("--mend", options->mend,
-                      "Give the group xpon what it needs of the database's folder and files, and say so");
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return check(context, *options); };
-    });
+    arguments.add({"--json", "Print one JSON object"}, options->json);
+    arguments.add(
+        {"--mend", "Give the group xpon what it needs of the database's folder and files, and say so"},
+        options->mend);
+    return [options](Context const& context) { return check(context, *options); };
 }
 
 } // namespace xpon::logctl

@@ -179,10 +179,7 @@ core::Result<int> recover(Context const& context) {
 core::Result<int> commit(Context const& context, Options const& options) {
     OUTCOME_TRY(seconds, seconds_in(options.words.front()));
     cfgdb::Transaction transaction;
-    for (std::string_view const assignment : std::span{options.words}.subspan(1)) {
-        auto const sign = assignment.find('=');
-        OUTCOME_TRY(transaction.set(assignment.substr(0, sign), assignment.substr(sign + 1)));
-    }
+    OUTCOME_TRY(add_assignments(std::span{options.words}.subspan(1), transaction));
     if (options.dry_run) {
         OUTCOME_TRY(apply(transaction, context, options));
         return 0;
@@ -287,41 +284,32 @@ core::Result<int> confirm(Context const& context) {
     return 0;
 }
 
-std::string check_assignment(std::string const& text) {
-    return text.find('=') != std::string::npos ? "" : "\"" + text + "\" is not PATH=VALUE";
+/// What is wrong with the words, unless logctl itself has called it.
+std::string complaint(Options const& options) {
+    if (options.recover || options.guard) {
+        return {};
+    }
+    return options.words.size() < 2 ? "MINUTES PATH=VALUE is required"
+                                    : complaint_about(std::span{options.words}.subspan(1));
 }
 
 } // namespace
 
-void add_commit_confirm(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand(
-        "commit-confirm", "Change settings now, and undo it by itself unless confirmed in time");
+Action commit_confirm_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command
-        ->add_option("MINUTES PATH=VALUE", options->words,
-                     "How long to wait for logctl confirm, also a part of a minute; then as for set")
-        ->type_name("");
-    add_apply_options(*command, *options);
+    arguments.add({"MINUTES PATH=VALUE",
+                   "How long to wait for logctl confirm, also a part of a minute; then as for set"},
+                  options->words);
+    add_apply_options(arguments, *options);
     // For the timer and the unit that runs before the daemon; for the process in the background.
-    command->add_flag("--recover", options->recover)->group("");
-    command->add_option("--guard", options->guard)->group("");
-    command->callback([options, &chosen] {
-        bool const hidden = options->recover || options->guard;
-        if (!hidden && options->words.size() < 2) {
-            throw CLI::RequiredError{"MINUTES PATH=VALUE"};
-        }
-        for (auto const& word : std::span{options->words}.subspan(hidden ? options->words.size() : 1)) {
-            if (auto const wrong = check_assignment(word); !wrong.empty()) {
-                throw CLI::ValidationError{"PATH=VALUE", wrong};
-            }
-        }
-        chosen = [options](Context const& context) { return commit_confirm(context, *options); };
-    });
+    arguments.add({.name = "--recover", .help = "", .hidden = true}, options->recover);
+    arguments.add({.name = "--guard", .help = "", .hidden = true}, options->guard);
+    arguments.verify([options] { return complaint(*options); });
+    return [options](Context const& context) { return commit_confirm(context, *options); };
 }
 
-void add_confirm(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand("confirm", "Make what commit-confirm has changed permanent");
-    command->callback([&chosen] { chosen = confirm; });
+Action confirm_command(Arguments& /*arguments*/) {
+    return confirm;
 }
 
 } // namespace xpon::logctl

@@ -32,10 +32,8 @@ core::Result<int> export_settings(Context const& context) {
 
 } // namespace
 
-void add_export(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand(
-        "export", "Print the whole configuration as JSON: every setting that is not at its default");
-    command->callback([&chosen] { chosen = export_settings; });
+Action export_command(Arguments& /*arguments*/) {
+    return export_settings;
 }
 
 } // namespace xpon::logctl

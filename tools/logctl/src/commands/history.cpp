@@ -75,16 +75,12 @@ core::Result<int> history(Context const& context, Options const& options) {
 
 } // namespace
 
-void add_history(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand("history", "Show who changed what, the newest last");
+Action history_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command->add_option("PATH", options->path, "Only the changes of these settings or this group")
-        ->type_name("");
-    command->add_option("--limit", options->limit, "Only the newest so many lines")->type_name("N");
-    command->add_flag("--json", options->json, "Print an array of JSON objects");
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return history(context, *options); };
-    });
+    arguments.add({"PATH", "Only the changes of these settings or this group"}, options->path);
+    arguments.add({"--limit", "Only the newest so many lines", "N"}, options->limit);
+    arguments.add({"--json", "Print an array of JSON objects"}, options->json);
+    return [options](Context const& context) { return history(context, *options); };
 }
 
 } // namespace xpon::logctl

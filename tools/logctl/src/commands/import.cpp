@@ -74,18 +74,16 @@ core::Result<int> import(Context const& context, Options const& options) {
 
 } // namespace
 
-void add_import(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand(
-        "import", "Make the configuration what a file from export says: all at once, or nothing");
+Action import_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command->add_option("FILE", options->file, "The file, - for standard input")->required()->type_name("");
-    command->add_flag("--merge", options->merge,
-                      "Leave the settings that the file does not name as they are, not at their defaults");
-    command->add_flag("--changed-exit", options->changed_exit, "Exit with status 2 if something was changed");
-    add_apply_options(*command, *options);
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return import(context, *options); };
-    });
+    arguments.add({.name = "FILE", .help = "The file, - for standard input", .required = true},
+                  options->file);
+    arguments.add(
+        {"--merge", "Leave the settings that the file does not name as they are, not at their defaults"},
+        options->merge);
+    arguments.add({"--changed-exit", "Exit with status 2 if something was changed"}, options->changed_exit);
+    add_apply_options(arguments, *options);
+    return [options](Context const& context) { return import(context, *options); };
 }
 
 } // namespace xpon::logctl

@@ -126,16 +126,11 @@ core::Result<int> modules(Context const& context, Options const& options) {
 
 } // namespace
 
-void add_modules(CLI::App& program, Action& chosen) {
-    auto* const command =
-        program.add_subcommand("modules", "Show the modules: value, stem, files, subjects, levels");
+Action modules_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command->add_option("NAME", options->name, "One module, by its name, stem or value; all if none is given")
-        ->type_name("");
-    command->add_flag("--json", options->json, "Print an array of JSON objects");
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return modules(context, *options); };
-    });
+    arguments.add({"NAME", "One module, by its name, stem or value; all if none is given"}, options->name);
+    arguments.add({"--json", "Print an array of JSON objects"}, options->json);
+    return [options](Context const& context) { return modules(context, *options); };
 }
 
 } // namespace xpon::logctl

@@ -77,21 +77,15 @@ core::Result<int> preview(Context const& context, Options const& options) {
 
 } // namespace
 
-void add_preview(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand(
-        "preview", "Show the text that the daemon would write, whether it runs or not");
+Action preview_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command
-        ->add_option(
-            "FILE", options->file,
-            "A zlog file such as SNMP.conf, or syslog-ng, with the terminals that it has an output for "
-            "now")
-        ->required()
-        ->type_name("");
-    command->add_flag("--diff", options->diff, "Show how it differs from the file on the disk");
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return preview(context, *options); };
-    });
+    arguments.add({.name = "FILE",
+                   .help = "A zlog file such as SNMP.conf, or syslog-ng, with the terminals that it has an "
+                           "output for now",
+                   .required = true},
+                  options->file);
+    arguments.add({"--diff", "Show how it differs from the file on the disk"}, options->diff);
+    return [options](Context const& context) { return preview(context, *options); };
 }
 
 } // namespace xpon::logctl

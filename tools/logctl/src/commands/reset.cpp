@@ -21,19 +21,14 @@ core::Result<int> reset(Context const& context, Options const& options) {
 
 } // namespace
 
-void add_reset(CLI::App& program, Action& chosen) {
-    auto* const command =
-        program.add_subcommand("reset", "Put settings back to their defaults: all at once, or none");
+Action reset_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command
-        ->add_option("PATH", options->patterns,
-                     "Such as syslog.file.level, module.snmp.* or * for everything")
-        ->required()
-        ->type_name("");
-    add_apply_options(*command, *options);
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return reset(context, *options); };
-    });
+    arguments.add({.name = "PATH",
+                   .help = "Such as syslog.file.level, module.snmp.* or * for everything",
+                   .required = true},
+                  options->patterns);
+    add_apply_options(arguments, *options);
+    return [options](Context const& context) { return reset(context, *options); };
 }
 
 } // namespace xpon::logctl

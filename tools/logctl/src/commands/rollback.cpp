@@ -64,18 +64,14 @@ core::Result<int> rollback(Context const& context, Options const& options) {
 
 } // namespace
 
-void add_rollback(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand(
-        "rollback", "Undo everything after a transaction, as a new one; says what before it does it");
+Action rollback_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command
-        ->add_option("NUMBER", options->number, "The last transaction of the history that stays; 0 for none")
-        ->required()
-        ->type_name("");
-    command->add_flag("--dry-run", options->dry_run, "Say what would be changed, but change nothing");
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return rollback(context, *options); };
-    });
+    arguments.add({.name = "NUMBER",
+                   .help = "The last transaction of the history that stays; 0 for none",
+                   .required = true},
+                  options->number);
+    arguments.add({"--dry-run", "Say what would be changed, but change nothing"}, options->dry_run);
+    return [options](Context const& context) { return rollback(context, *options); };
 }
 
 } // namespace xpon::logctl

@@ -81,20 +81,15 @@ core::Result<int> show(Context const& context, Options const& options) {
 
 } // namespace
 
-void add_show(CLI::App& program, Action& chosen) {
-    auto* const command =
-        program.add_subcommand("show", "Show settings: path, value, default, where it is stored");
+Action show_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command
-        ->add_option("PATH", options->patterns,
-                     "Settings or groups, such as syslog.file.level, syslog.remote, module.*.SELF or "
-                     "module.fsm_pon.ont.3.1-16; everything if none is given. ONT levels at the default are "
-                     "left out unless the path names ont")
-        ->type_name("");
-    command->add_flag("--json", options->json, "Print an array of JSON objects");
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) { return show(context, *options); };
-    });
+    arguments.add({"PATH",
+                   "Settings or groups, such as syslog.file.level, syslog.remote, module.*.SELF or "
+                   "module.fsm_pon.ont.3.1-16; everything if none is given. ONT levels at the default "
+                   "are left out unless the path names ont"},
+                  options->patterns);
+    arguments.add({"--json", "Print an array of JSON objects"}, options->json);
+    return [options](Context const& context) { return show(context, *options); };
 }
 
 } // namespace xpon::logctl

@@ -329,13 +329,10 @@ core::Result<int> status(Context const& context, bool json) {
 
 } // namespace
 
-void add_status(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand(
-        "status", "Show for each output what is wanted, written and running; status 0 if all is in step");
+Action status_command(Arguments& arguments) {
     auto const json = std::make_shared<bool>(false);
-    command->add_flag("--json", *json, "Print one JSON object");
-    command->callback(
-        [json, &chosen] { chosen = [json](Context const& context) { return status(context, *json); }; });
+    arguments.add({"--json", "Print one JSON object"}, *json);
+    return [json](Context const& context) { return status(context, *json); };
 }
 
 } // namespace xpon::logctl

@@ -32,7 +32,7 @@ using Clock = std::chrono::steady_clock;
 
 struct Options {
     bool json = false;
-    std::optional<unsigned> count;
+    std::optional<std::size_t> count;
     std::optional<double> timeout;
 };
 
@@ -246,31 +246,26 @@ class Watch {
     std::unique_ptr<cfgdb::ChangeFeed> feed;
     std::shared_ptr<ipc::IIpc> bus;
     std::int64_t last = 0; // the newest transaction that was shown
-    unsigned shown = 0;
+    std::size_t shown = 0;
     std::string trouble; // that was told last, with the database
 };
 
 } // namespace
 
-void add_watch(CLI::App& program, Action& chosen) {
-    auto* const command = program.add_subcommand(
-        "watch", "Show changes and the message bus' notifications and answers as they happen");
+Action watch_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    command->add_flag("--json", options->json, "Print one JSON object per line");
-    command->add_option("--count", options->count, "End after so many lines")
-        ->type_name("N")
-        ->check(CLI::Range(1U, 1'000'000'000U).description(""));
-    command
-        ->add_option("--timeout", options->timeout,
-                     "End after so many seconds; with --count, fail if there were fewer lines by then")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.0, 1e6).description(""));
-    command->callback([options, &chosen] {
-        chosen = [options](Context const& context) -> core::Result<int> {
-            OUTCOME_TRY((Watch{context, *options}.run()));
-            return 0;
-        };
-    });
+    arguments.add({"--json", "Print one JSON object per line"}, options->json);
+    arguments.add({.name = "--count", .help = "End after so many lines", .type = "N", .range = {{1, 1e9}}},
+                  options->count);
+    arguments.add({.name = "--timeout",
+                   .help = "End after so many seconds; with --count, fail if there were fewer lines by then",
+                   .type = "SECONDS",
+                   .range = {{0, 1e6}}},
+                  options->timeout);
+    return [options](Context const& context) -> core::Result<int> {
+        OUTCOME_TRY((Watch{context, *options}.run()));
+        return 0;
+    };
 }
 
 } // namespace xpon::logctl

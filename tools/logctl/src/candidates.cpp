@@ -1,0 +1,65 @@
+#include "candidates.hpp"
+
+#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/settings.hpp"
+#include "xpon/log_config/zlog_files/config_files.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+/// A whole path ends in `end`.
+Names paths_with(std::string const& begin, bool settable, std::string_view end) {
+    Names found;
+    for (auto const& setting : cfgdb::settings()) {
+        if (setting.path.starts_with(begin) && !(settable && setting.built_in())) {
+            auto const dot = setting.path.find('.', begin.size());
+            found.insert(dot == std::string::npos ? setting.path + std::string{end}
+                                                  : setting.path.substr(0, dot + 1));
+        }
+    }
+    return found;
+}
+
+} // namespace
+
+Names paths(std::string const& begin) {
+    return paths_with(begin, false, "");
+}
+
+Names settable_paths(std::string const& begin) {
+    return paths_with(begin, true, "");
+}
+
+Names assignments(std::string const& begin) {
+    auto const sign = begin.find('=');
+    if (sign == std::string::npos) {
+        return paths_with(begin, true, "=");
+    }
+    auto const found = cfgdb::expand(begin.substr(0, sign));
+    Names levels;
+    if (found.has_value() && found.value().front()->kind == cfgdb::Kind::Level) {
+        for (std::int64_t level = 0; cfgdb::is_allowed(cfgdb::Kind::Level, level); ++level) {
+            levels.insert(begin.substr(0, sign + 1) + cfgdb::to_text(cfgdb::Kind::Level, level));
+        }
+    }
+    return levels;
+}
+
+Names module_names(std::string const& /*begin*/) {
+    Names names;
+    for (auto const& module : cfgdb::modules()) {
+        names.emplace(module.name);
+    }
+    return names;
+}
+
+Names previews(std::string const& /*begin*/) {
+    Names names{"syslog-ng"};
+    for (auto const& file : log_config::zlog_files) {
+        names.emplace(file.name);
+    }
+    return names;
+}
+
+} // namespace xpon::logctl
