@@ -1,6 +1,7 @@
 #include "xpon/config_writer/config_writer.hpp"
 
 #include <algorithm>
+#include <array>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -81,6 +82,27 @@ void remove_leftovers(fs::path const& target) {
             remove_unless_in_use(entry->path());
         }
     }
+}
+
+/// Whether the target already is what a write would make of it. What cannot be read is written anew.
+bool is_as_wanted(fs::path const& target, std::string_view text) {
+    core::UniqueFd const file{::open(target.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
+    struct stat state{};
+    if (!file || ::fstat(file.get(), &state) != 0 || state.st_mode != (S_IFREG | file_mode) ||
+        state.st_uid != ::geteuid() || state.st_nlink != 1 ||
+        std::cmp_not_equal(state.st_size, text.size())) {
+        return false;
+    }
+    std::array<char, 16384> part;
+    ssize_t size = 0;
+    while ((size = uninterrupted([&] { return ::read(file.get(), part.data(), part.size()); })) > 0) {
+        std::string_view const there{part.data(), static_cast<std::size_t>(size)};
+        if (!text.starts_with(there)) {
+            return false;
+        }
+        text.remove_prefix(there.size());
+    }
+    return size == 0 && text.empty();
 }
 
 /// The new file on its way to the target's name; what has not got there is removed.
@@ -169,6 +191,9 @@ ConfigWriter::ConfigWriter(std::filesystem::path target_file)
 
 Result<void> ConfigWriter::write(std::string const& text) {
     remove_leftovers(target);
+    if (is_as_wanted(target, text)) {
+        return success();
+    }
     Replacement replacement{target};
     OUTCOME_TRY(replacement.create());
     OUTCOME_TRY(replacement.fill(text));

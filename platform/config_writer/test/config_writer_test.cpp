@@ -125,10 +125,10 @@ int __wrap_rename(char const* from, char const* to) {
 // NOLINTEND(bugprone-reserved-identifier)
 }
 
-mode_t mode_of(fs::path const& path) {
-    struct stat state{};
-    EXPECT_EQ(::stat(path.c_str(), &state), 0);
-    return state.st_mode & 07777;
+struct stat status_of(fs::path const& path) {
+    struct stat status{};
+    EXPECT_EQ(::lstat(path.c_str(), &status), 0);
+    return status;
 }
 
 /// Not by an emulator of another machine's programs.
@@ -226,8 +226,63 @@ TEST_F(ConfigWriterTest, TheModeIs0644WhateverTheUmaskOrTheOldFileSay) {
         auto const before = ::umask(umask_value);
         EXPECT_THAT(writer.write("text"), IsOk());
         ::umask(before);
-        EXPECT_EQ(mode_of(target), 0644U) << umask_value;
+        EXPECT_EQ(status_of(target).st_mode, S_IFREG | 0644U) << umask_value;
         ASSERT_EQ(::chmod(target.c_str(), 0600), 0);
+    }
+}
+
+TEST_F(ConfigWriterTest, AFileThatIsAsWantedIsLeftAlone) {
+    for (auto const& text : {std::string{}, std::string{"text"}, std::string(3'000'000, 'x')}) {
+        ASSERT_THAT(writer.write(text), IsOk());
+        auto const before = status_of(target);
+        kernel.calls.clear();
+        kernel.recording = true;
+        EXPECT_THAT(writer.write(text), IsOk());
+        kernel.recording = false;
+        EXPECT_THAT(kernel.calls, IsEmpty());
+        EXPECT_EQ(status_of(target).st_ino, before.st_ino);
+        EXPECT_EQ(read_file(target), text);
+    }
+}
+
+TEST_F(ConfigWriterTest, AFileThatDiffersInAnythingIsReplaced) {
+    std::string const text(40'000, 'x');
+    auto const other = folder / "other";
+    std::pair<char const*, std::function<void()>> const changes[] = {
+        {"nothing is there", [&] { fs::remove(target); }},
+        {"the last byte", [&] { write_file(target, std::string(39'999, 'x') + 'y'); }},
+        {"a byte less", [&] { write_file(target, std::string(39'999, 'x')); }},
+        {"a byte more", [&] { write_file(target, text + 'x'); }},
+        {"may be read by its owner only", [&] { ::chmod(target.c_str(), 0600); }},
+        {"may be written by all", [&] { ::chmod(target.c_str(), 0666); }},
+        {"runs as its owner", [&] { ::chmod(target.c_str(), 04644); }},
+        {"has a second name", [&] { fs::create_hard_link(target, other); }},
+        {"is a link to an equal file",
+         [&] {
+             write_file(other, text);
+             fs::remove(target);
+             fs::create_symlink(other, target);
+         }},
+        {"is a FIFO",
+         [&] {
+             fs::remove(target);
+             ::mkfifo(target.c_str(), 0644);
+         }},
+        {"belongs to another user", [&] { std::ignore = ::chown(target.c_str(), 65534, 0); }},
+    };
+    for (auto const& [what, change] : changes) {
+        if (::geteuid() != 0 && std::string_view{what} == "belongs to another user") {
+            continue; // only root can give a file away
+        }
+        ASSERT_THAT(writer.write(text), IsOk()) << what;
+        change();
+        EXPECT_THAT(writer.write(text), IsOk()) << what;
+        auto const status = status_of(target);
+        EXPECT_EQ(status.st_mode, S_IFREG | 0644U) << what;
+        EXPECT_EQ(status.st_uid, ::geteuid()) << what;
+        EXPECT_EQ(status.st_nlink, 1U) << what;
+        EXPECT_EQ(read_file(target), text) << what;
+        fs::remove(other);
     }
 }
 
@@ -361,22 +416,22 @@ TEST_F(ConfigWriterTest, AWriterLeavesTheTemporaryOfALivingOneAloneAndRemovesTha
 TEST_F(ConfigWriterTest, WhateverTwoProcessesWriteToOneTargetAReaderSeesOneWholeText) {
     auto const text_of = [](char letter) { return std::string(60'000, letter); };
     ASSERT_THAT(writer.write(text_of('0')), IsOk());
-    // Each writes a text of its own again and again to a disk that is slow, by more than one call.
-    auto const start_writer = [&](char letter, int rounds) {
+    // Each writes its two texts again and again to a disk that is slow, by more than one call.
+    auto const start_writer = [&](char first, char second, int rounds) {
         if (fork() == 0) {
             kernel.longest = 25'000;
             kernel.disk_takes = std::chrono::microseconds{300};
-            auto const text = text_of(letter);
             bool all_written = true;
             for (int round = 0; round < rounds; ++round) {
+                auto const text = text_of(round % 2 == 0 ? first : second);
                 all_written = ConfigWriter{target}.write(text).has_value() && all_written;
             }
             _exit(all_written ? 0 : 1);
         }
     };
     constexpr int rounds = 400;
-    start_writer('1', rounds);
-    start_writer('2', rounds);
+    start_writer('a', 'b', rounds);
+    start_writer('y', 'z', rounds);
     int running = 2;
     int failed = 0;
     std::map<char, int> texts_read;
@@ -394,10 +449,10 @@ TEST_F(ConfigWriterTest, WhateverTwoProcessesWriteToOneTargetAReaderSeesOneWhole
             failed += status == 0 ? 0 : 1;
         }
     }
-    EXPECT_EQ(torn, 0) << "of " << texts_read['1'] + texts_read['2'] + torn << " texts read";
+    EXPECT_EQ(torn, 0);
     EXPECT_EQ(failed, 0) << "writers";
-    EXPECT_GT(texts_read['1'], 0);
-    EXPECT_GT(texts_read['2'], 0);
+    EXPECT_GT(texts_read['a'] + texts_read['b'], 0);
+    EXPECT_GT(texts_read['y'] + texts_read['z'], 0);
     EXPECT_THAT(others(), IsEmpty());
 }
 
@@ -557,7 +612,7 @@ TEST_F(ConfigWriterTest, NoDescriptorIsLeftOpen) {
     for (auto const* const call : {"", "mkostemp", "flock", "fchmod", "write", "fdatasync", "rename"}) {
         kernel.fails = call;
         kernel.error = EIO;
-        std::ignore = writer.write("text"); // its result is another test's business
+        std::ignore = writer.write(call); // its result is another test's business
         EXPECT_EQ(count(), before) << call;
     }
 }
