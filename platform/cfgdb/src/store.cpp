@@ -186,10 +186,10 @@ core::Result<Store::Opened*> Store::current() const {
         }
         OUTCOME_TRY(fresh, open_files(file, access));
         last = {fresh.files, hold(file), hold(log_path(file))};
-        opened.emplace(std::move(fresh));
+        opened = std::make_unique<Opened>(std::move(fresh));
         ++openings;
     }
-    return &*opened;
+    return opened.get();
 }
 
 std::optional<ReadFailure> Store::read(Record const& record, void* out) const {

@@ -108,7 +108,7 @@ class Store {
     std::filesystem::path file;
     Access access;
     mutable std::mutex mutex;
-    mutable std::optional<Opened> opened; // guarded by mutex, as is what follows; nothing after a failure
+    mutable std::unique_ptr<Opened> opened; // guarded by mutex, as is what follows; null after a failure
     mutable LastOpened last;
     mutable std::int64_t openings = 0;
 };

@@ -24,13 +24,13 @@ bool Subscribers::take(Notices& notices) {
     auto const found = subscribers.find(connection);
     // The socket announces a connection, and its end, by a message without content.
     if (found == subscribers.end()) {
-        if (data.size() == 0) {
+        if (data.empty()) {
             connect(connection);
         }
         return true;
     }
     auto& subscriber = found->second;
-    bool const goes_on = data.size() != 0 && subscriber.take(bytes_of(data));
+    bool const goes_on = !data.empty() && subscriber.take(bytes_of(data));
     std::ranges::move(subscriber.take_notices(), std::back_inserter(notices));
     if (!goes_on) {
         forget(found, notices);
