@@ -15,7 +15,7 @@ signal_child() {
     kill -"$1" $! 2>/dev/null || true
 }
 
-# Exits with the child's status. After a signal that was passed on, the wait has ended but not the child, so it is repeated.
+# Exits with the child's status. A signal that is passed on ends `wait` but not the child, so `wait` is repeated.
 exit_with_child() {
     local interrupted status
     until
