@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 # Sourced by scripts that run a list of stages. The output of each stage is shown and kept in build/stages/SCRIPT/NAME.log.
 
-failed=() skipped=()
+passed=() failed=() skipped=()
 stages_start=$EPOCHREALTIME
 stage_logs=build/stages/${0##*/}
 unpassed=build/unpassed.$$ # what run_tests leaves for finish to print
@@ -30,6 +30,7 @@ stage() { # NAME COMMAND [ARGS...]
         skipped+=("$name")
         printf '== %s: %s\n' "$name" "$last"
     else
+        passed+=("$name")
         printf '== %s: passed in %s\n' "$name" "$(print_since "$start")"
     fi
 }
