@@ -48,11 +48,8 @@ std::vector<std::string> every_field(int sequence) {
     return all;
 }
 
-class Feed : public testing::Test {
+class Feed : public DatabaseFolder {
   protected:
-    ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
-    std::filesystem::path file = folder / "running.db";
     std::filesystem::path doorbell = folder / "running.db.doorbell";
     std::optional<CfgDbWrapper> cfgdb{std::in_place, "TEST_CFGDB", folder};
     std::unique_ptr<ChangeFeed> feed = ChangeFeed::take();
@@ -62,8 +59,7 @@ class Feed : public testing::Test {
     /// -1 if it cannot be read.
     int rsh_level() const {
         CapturedSyslog const syslog;
-        SyslogRshDest rsh{};
-        return getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb->db(), &rsh, all_zero_key) == 0 ? rsh.level : -1;
+        return cfgdb::rsh_level(*cfgdb);
     }
 
     /// A copy as of now, without a log.
@@ -425,9 +421,7 @@ TEST(FeedAcrossProcesses, ACommitWakesAndIsVisibleAtOnceTwoHundredTimes) {
         commit.give();
         ASSERT_TRUE(test::wait_readable(feed->fd())) << i;
         ASSERT_THAT(next(*feed), ElementsAre(fmt::format("56:{}", i)));
-        SyslogRshDest rsh{};
-        ASSERT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
-        ASSERT_EQ(rsh.level, i % 2 == 1 ? 5 : 4) << i;
+        ASSERT_EQ(rsh_level(cfgdb), i % 2 == 1 ? 5 : 4) << i;
     }
 }
 

@@ -29,11 +29,11 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-class Transactions : public testing::Test {
+class Transactions : public DatabaseFolder {
   protected:
     Transactions() {
         Transaction{}.commit(folder).value(); // makes the database
-        raw.emplace(folder / "running.db");
+        raw.emplace(file);
     }
 
     std::vector<std::string> settings() const {
@@ -44,8 +44,6 @@ class Transactions : public testing::Test {
         return raw->rows("SELECT number, author, path, old, new FROM history ORDER BY entry");
     }
 
-    test::ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
     std::optional<RawDatabase> raw;
 };
 
@@ -229,8 +227,7 @@ TEST_F(Transactions, AreAllOrNothing) {
     EXPECT_THAT(transaction.set("*.fsm_pon.*", "debug"), IsOk());
     EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
     EXPECT_THAT(transaction.commit(folder),
-                IsError(Error::CommonError,
-                        (folder / "running.db").string() + ": UNIQUE constraint failed: history.path"));
+                IsError(Error::CommonError, file.string() + ": UNIQUE constraint failed: history.path"));
     EXPECT_THAT(settings(), IsEmpty());
     EXPECT_THAT(journal(), IsEmpty());
     EXPECT_THAT(history(), SizeIs(1));
