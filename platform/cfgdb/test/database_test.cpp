@@ -176,7 +176,6 @@ TEST(NewDatabase, ThatNobodyHasOpenCanBeCopiedAndPutBackAsOneFile) {
 }
 
 // --- files that are not what they should be
-// -------------------------------------------------------------------
 
 class BrokenDatabase : public DatabaseFolder {
   protected:
@@ -215,8 +214,7 @@ class BrokenDatabase : public DatabaseFolder {
     /// Every way in says the same.
     void expect_failure(Error code, std::string const& text) const {
         EXPECT_EQ(opening_failure(folder), text);
-        Transaction transaction;
-        ASSERT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+        auto transaction = wish({{"syslog.file.level", "debug"}});
         EXPECT_THAT(transaction.commit(folder), IsError(code, text));
         EXPECT_THAT(transaction.preview(folder), IsError(code, text));
         EXPECT_THAT(stored_settings(folder), IsError(code, text));
@@ -288,7 +286,6 @@ TEST_F(BrokenDatabase, ReadingDoesNotMakeADatabase) {
 }
 
 // --- a file that changes under an open handle
-// -----------------------------------------------------------------
 
 TEST_F(BrokenDatabase, OpenedForReadingItIsNeitherMadeNorFollowed) {
     EXPECT_THROW((CfgDbWrapper{"TEST_CFGDB", folder / "other", ReadOnly{}}), std::runtime_error);
@@ -344,7 +341,6 @@ TEST_F(BrokenDatabase, AReplacementThatCannotBeUsedFailsUntilItCan) {
 }
 
 // --- what is no table
-// ------------------------------------------------------------------------------------------
 
 TEST_F(BrokenDatabase, AViewATriggerAndAVirtualTableAreRefused) {
     make();
@@ -380,7 +376,6 @@ TEST_F(BrokenDatabase, AQueryWithoutEndIsEndedAfterFiveSeconds) {
 }
 
 // --- texts of others
-// -------------------------------------------------------------------------------------------
 
 TEST_F(BrokenDatabase, WhatItHoldsIsSafeInLogsOnTerminalsAndInNotifications) {
     for (std::string const name : {"x\nMAINPID=222\nREADY=1", "x\x1b[2J\x1b]0;y\x07"}) {
@@ -429,7 +424,6 @@ TEST_F(BrokenDatabase, TheNameOfAViewAndTheAuthorOfATrialAreSafeToo) {
 }
 
 // --- errors of the disk
-// ----------------------------------------------------------------------------------------
 
 TEST_F(BrokenDatabase, AFileThatEndsTooEarlyIsNotCalledASuccess) {
     make_large();
@@ -450,7 +444,6 @@ TEST_F(BrokenDatabase, AFileThatEndsTooEarlyIsNotCalledASuccess) {
 }
 
 // --- locks
-// ----------------------------------------------------------------------------------------------------
 
 constexpr char const* locked = "locked by another process for more than 5 s";
 
@@ -500,8 +493,7 @@ TEST_F(BrokenDatabase, AWriterThatHoldsItStopsOtherWritersButNoReader) {
     }};
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
     holder.start();
-    Transaction transaction;
-    ASSERT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.file.level", "debug"}});
     EXPECT_THAT(transaction.commit(folder), IsError(Error::CommonError, file.string() + ": " + locked));
     EXPECT_EQ(rsh_level(cfgdb), 3);
 }
@@ -527,7 +519,6 @@ TEST_F(BrokenDatabase, AReaderThatIsLockedOutForLongerThanFiveSecondsReportsBusy
 }
 
 // --- who may
-// --------------------------------------------------------------------------------------------------
 
 class OtherUsers : public DatabaseFolder {
   protected:
@@ -573,8 +564,7 @@ class OtherUsers : public DatabaseFolder {
     void read_and_try_to_write() const {
         EXPECT_THAT(stored_settings(folder),
                     IsOkAnd(ElementsAre(testing::Field(&StoredSetting::value, "debug"))));
-        Transaction transaction;
-        EXPECT_THAT(transaction.set("syslog.file.level", "error"), IsOk());
+        auto transaction = wish({{"syslog.file.level", "error"}});
         EXPECT_THAT(transaction.preview(folder), IsOkAnd(testing::SizeIs(1)));
         auto const refused = file.string() + ": cannot be written (Permission denied)";
         EXPECT_THAT(transaction.commit(folder), IsError(Error::NoAccess, refused));

@@ -185,15 +185,20 @@ class CapturedSyslog {
     std::string captured;
 };
 
-/// Sets and commits; the changes as "path: old -> new".
-inline std::vector<std::string> change(std::filesystem::path const& folder,
-                                       std::vector<std::pair<std::string, std::string>> const& settings,
-                                       std::string const& author = "operator") {
+/// A transaction that sets these.
+inline Transaction wish(std::vector<std::pair<std::string, std::string>> const& settings) {
     Transaction transaction;
     for (auto const& [pattern, value] : settings) {
         EXPECT_THAT(transaction.set(pattern, value), test::IsOk());
     }
-    auto const changes = transaction.commit(folder, author);
+    return transaction;
+}
+
+/// Sets and commits; the changes as "path: old -> new".
+inline std::vector<std::string> change(std::filesystem::path const& folder,
+                                       std::vector<std::pair<std::string, std::string>> const& settings,
+                                       std::string const& author = "operator") {
+    auto const changes = wish(settings).commit(folder, author);
     EXPECT_THAT(changes, test::IsOk());
     std::vector<std::string> texts;
     for (auto const& [setting, old_value, new_value] : changes.value()) {
