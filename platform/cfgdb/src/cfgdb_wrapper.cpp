@@ -12,8 +12,7 @@ namespace {
 template <class T>
 T or_throw(core::Result<T> result) {
     if (result.has_error()) {
-        auto const& info = result.error().info;
-        throw std::runtime_error(std::string{info ? info->text() : ""});
+        throw std::runtime_error{result.error().message()};
     }
     return std::move(result).value();
 }
@@ -22,7 +21,7 @@ T or_throw(core::Result<T> result) {
 
 CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const& folder)
   : store{or_throw(Store::open(name, folder, Store::Access::Write))} {
-    offer(or_throw(make_feed(store, folder)));
+    ChangeFeed::offer(or_throw(make_feed(store, folder)));
 }
 
 CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const& folder, ReadOnly)

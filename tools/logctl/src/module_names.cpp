@@ -4,7 +4,7 @@
 
 #include <fmt/format.h>
 
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/log_config/zlog_files/generate_zlog_config_files.hpp"
 
 namespace xpon::logctl {

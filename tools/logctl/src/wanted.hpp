@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "commands/command.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/log_config/syslog_ng/syslog_ng_text.hpp"
 #include "xpon/log_config/zlog_files/config_files.hpp"
 
