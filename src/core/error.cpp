@@ -32,12 +32,14 @@ ErrorPayload::ErrorPayload(Error code, std::string message, std::source_location
   : error{code}
   , info{ErrorInfo{std::move(message), where}} {}
 
+std::string ErrorPayload::message() const {
+    return std::string{info ? info->text() : ""};
+}
+
 std::string ErrorPayload::to_string() const {
-    auto text = fmt::format("Error: {}", core::to_string(error));
-    if (info && !info->text().empty()) {
-        return fmt::format("{}. Message: {}.", text, info->text());
-    }
-    return text;
+    auto const text = message();
+    return text.empty() ? fmt::format("Error: {}", core::to_string(error))
+                        : fmt::format("Error: {}. Message: {}.", core::to_string(error), text);
 }
 
 std::ostream& operator<<(std::ostream& out, ErrorPayload const& payload) {

@@ -52,6 +52,9 @@ struct ErrorPayload {
     explicit ErrorPayload(Error code, std::string message,
                           std::source_location where = std::source_location::current());
 
+    /// The message; empty if there is none.
+    std::string message() const;
+
     /// Short form: "Error: CommonError. Message: text." or, without a message, "Error: CommonError".
     std::string to_string() const;
 };

@@ -21,7 +21,6 @@
 #include "xpon/ipc/file_events.hpp"
 #include "xpon/ipc/message.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
-#include "xpon/service/bus_events.hpp"
 
 namespace xpon::test {
 namespace {
@@ -177,7 +176,7 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
         flood = std::jthread{[peer](std::stop_token const& end) {
             std::vector<std::byte> const payload(1000);
             while (!end.stop_requested()) {
-                std::ignore = peer->send({ipc::everybody, service::master_change_event, 0}, payload);
+                std::ignore = peer->send({ipc::everybody, ipc::master_change_event, 0}, payload);
                 std::ignore = peer->send({ipc::everybody, 1, 0}, payload);
             }
         }};
@@ -195,7 +194,7 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
             // For everybody: nothing else, half a header, a master change with a payload, a notification with
             // half of one and with a long one, two frames in one message.
             std::string const everybody{"\xFE\xFF\0\0", 4};
-            auto const master_change = header(service::master_change_event);
+            auto const master_change = header(ipc::master_change_event);
             auto const notification = header(ipc::file_changed_event);
             while (!end.stop_requested()) {
                 for (auto const& frame :

@@ -8,7 +8,6 @@
 #include "kit/ipc_ready.hpp"
 #include "kit/report.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
-#include "xpon/service/bus_events.hpp"
 
 namespace xpon::test {
 namespace {
@@ -60,7 +59,7 @@ class Retries : public BoardClock {
 
   private:
     void wake_daemon() const {
-        ASSERT_THAT(peer->send({ipc::everybody, service::master_change_event, 0}, {}), IsOk());
+        ASSERT_THAT(peer->send({ipc::everybody, ipc::master_change_event, 0}, {}), IsOk());
     }
 
     static constexpr char const* woken = "Master-change event with mode";

@@ -4,7 +4,7 @@
 
 #include "integration/board.hpp"
 #include "log_config/wanted.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 
 namespace xpon::test {
 

@@ -17,7 +17,6 @@
 #include "kit/random.hpp"
 #include "kit/report.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
-#include "xpon/service/bus_events.hpp"
 
 namespace xpon::test {
 namespace {
@@ -117,7 +116,7 @@ class NoChangeIsLost : public FollowedBoard {
     }
 
     void change_master() {
-        EXPECT_THAT(bus->send({ipc::everybody, service::master_change_event, 0}, {}), IsOk());
+        EXPECT_THAT(bus->send({ipc::everybody, ipc::master_change_event, 0}, {}), IsOk());
     }
 
     void hang_up() {

@@ -6,8 +6,8 @@
 
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/syslog_settings.hpp"
 #include "xpon/log_config/zlog_files/catalogue.hpp"
 

@@ -12,12 +12,9 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <spawn.h>
-#include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include "core/unique_fd.hpp"
+#include "core/process.hpp"
 #include "kit/wait_readable.hpp"
 
 namespace xpon::test {
@@ -38,8 +35,7 @@ class ChildProcess {
     /// Throws std::system_error if the program cannot be run.
     explicit ChildProcess(Command const& command)
       : id{spawn(command)}
-      , end{static_cast<int>(syscall(SYS_pidfd_open, id, 0))} // glibc 2.36 has it for C only
-    {
+      , end{core::open_pidfd(id)} {
         if (!end) {
             check(errno, "pidfd_open");
         }
@@ -55,7 +51,7 @@ class ChildProcess {
     ~ChildProcess() {
         if (end && !status) {
             kill(SIGKILL);
-            reap();
+            core::reap(id);
         }
     }
 
@@ -71,7 +67,7 @@ class ChildProcess {
     /// Waits for the end: the exit status, 128 + n after death by signal n; nothing at the deadline.
     std::optional<int> wait(std::chrono::milliseconds deadline = default_deadline) {
         if (!status && wait_readable(end.get(), deadline)) {
-            reap();
+            status = core::reap(id);
         }
         return status;
     }
@@ -89,12 +85,6 @@ class ChildProcess {
         }
     }
 
-    static std::vector<char*> pointers(std::vector<std::string>& texts) {
-        std::vector<char*> all(texts.size() + 1, nullptr);
-        std::ranges::transform(texts, all.begin(), [](auto& text) { return text.data(); });
-        return all;
-    }
-
     /// The additions come first and replace what the test itself has under the same name.
     static std::vector<std::string> merged_environment(std::vector<std::string> const& additions) {
         auto merged = additions;
@@ -110,42 +100,19 @@ class ChildProcess {
     }
 
     static pid_t spawn(Command const& command) {
-        auto argv = command.argv;
-        auto environment = merged_environment(command.environment);
-
-        posix_spawn_file_actions_t files;
-        posix_spawn_file_actions_init(&files);
-        posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        core::UniqueFd const input{open("/dev/null", O_RDONLY | O_CLOEXEC)};
+        core::Program program{.argv = command.argv, .environment = merged_environment(command.environment)};
+        program.streams.at(0) = input.get();
+        core::UniqueFd output;
         if (!command.output.empty()) {
-            posix_spawn_file_actions_addopen(&files, STDOUT_FILENO, command.output.c_str(),
-                                             O_WRONLY | O_CREAT | O_APPEND, S_IRUSR | S_IWUSR);
-            posix_spawn_file_actions_adddup2(&files, STDOUT_FILENO, STDERR_FILENO);
+            output.reset(
+                open(command.output.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, S_IRUSR | S_IWUSR));
+            check(output ? 0 : errno, command.output.c_str());
+            program.streams = {input.get(), output.get(), output.get()};
         }
-        posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-
-        posix_spawnattr_t attributes;
-        posix_spawnattr_init(&attributes);
-        sigset_t signals;
-        sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&attributes, &signals);
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&attributes, &signals);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
-
         pid_t pid = -1;
-        int const error = posix_spawnp(&pid, argv.at(0).c_str(), &files, &attributes, pointers(argv).data(),
-                                       pointers(environment).data());
-        posix_spawnattr_destroy(&attributes);
-        posix_spawn_file_actions_destroy(&files);
-        check(error, argv.at(0).c_str());
+        check(core::start(std::move(program), pid), command.argv.at(0).c_str());
         return pid;
-    }
-
-    void reap() {
-        siginfo_t info{};
-        while (waitid(P_PID, static_cast<id_t>(id), &info, WEXITED) != 0 && errno == EINTR) {
-        }
-        status = info.si_code == CLD_EXITED ? info.si_status : 128 + info.si_status;
     }
 
     pid_t id;

@@ -33,8 +33,8 @@ MATCHER_P2(IsError, code, message_matcher, "is an error with a code and message 
     }
     auto const& error = arg.error();
     *result_listener << error.to_string();
-    auto const text = std::string{error.info ? error.info->text() : ""};
-    return error.error == code && testing::ExplainMatchResult(message_matcher, text, result_listener);
+    return error.error == code &&
+           testing::ExplainMatchResult(message_matcher, error.message(), result_listener);
 }
 
 } // namespace xpon::test

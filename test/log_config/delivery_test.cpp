@@ -18,7 +18,7 @@
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_until.hpp"
 #include "log_config/wanted.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/transaction.hpp"
 #include "xpon/config_writer/config_writer.hpp"
 #include "xpon/ipc/file_events.hpp"

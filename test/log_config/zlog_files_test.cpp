@@ -13,7 +13,7 @@
 #include "kit/golden.hpp"
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/transaction.hpp"
 #include "xpon/log_config/zlog/zlog_config_generator.hpp"
 #include "xpon/log_config/zlog_files/catalogue.hpp"

@@ -10,7 +10,7 @@
 #include "kit/golden.hpp"
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/transaction.hpp"
 #include "xpon/log_config/zlog_files/config_files.hpp"
 #include "xpon/log_config/zlog_files/generate_zlog_config_files.hpp"

@@ -11,7 +11,7 @@
 #include "module_list.hpp"
 #include "record.hpp"
 #include "store.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/syslog_settings.hpp"
 
 namespace xpon::cfgdb {

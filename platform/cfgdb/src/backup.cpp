@@ -98,13 +98,12 @@ core::Result<void> check_values(Connection const& connection) {
     auto const* const log_folder = find_setting("syslog.file.path");
     auto remote = syslog_record(remote_field).defaults;
     std::string wrong;
-    OUTCOME_TRY(each_row(connection, [&](auto path, auto const* setting, StoredValue const& stored) {
+    OUTCOME_TRY(each_row(connection, [&](auto path, auto const* setting, StoredRow const& stored) {
         if (setting == nullptr || !wrong.empty()) {
             return; // a row of another release harms nothing
         }
         if (!stored.value) {
-            wrong = fmt::format("{}: {} is stored, allowed is {}", path, stored.description,
-                                allowed(setting->kind));
+            wrong = fmt::format("{}: {} is stored, allowed is {}", path, stored.text, allowed(setting->kind));
         } else if (setting == log_folder) {
             auto const& value = std::get<std::string>(*stored.value);
             if (auto const flaw = log_folder_flaw(value)) {

@@ -12,8 +12,7 @@ namespace {
 template <class T>
 T or_throw(core::Result<T> result) {
     if (result.has_error()) {
-        auto const& info = result.error().info;
-        throw std::runtime_error(std::string{info ? info->text() : ""});
+        throw std::runtime_error{result.error().message()};
     }
     return std::move(result).value();
 }

@@ -5,12 +5,12 @@
 #include <cerrno>
 #include <cstring>
 #include <mutex>
-#include <system_error>
 #include <utility>
 
 #include <sys/inotify.h>
 
 #include "core/failure.hpp"
+#include "core/reason.hpp"
 #include "core/unique_fd.hpp"
 #include "files.hpp"
 #include "journal_feed.hpp"
@@ -31,7 +31,7 @@ class JournalFeed : public ChangeFeed {
     core::Result<void> start() {
         if (!inotify) {
             return fail(Error::CommonError, "{}: no inotify instance ({})", store->path().string(),
-                        std::generic_category().message(errno));
+                        core::reason_of(errno));
         }
         OUTCOME_TRY(watch());
         OUTCOME_TRY(now, store->journal_from({}));
@@ -101,7 +101,7 @@ class JournalFeed : public ChangeFeed {
             bool const added = inotify_add_watch(inotify.get(), path.c_str(), events) >= 0;
             if (!added && (errno != ENOENT || path == folder)) {
                 return fail(Error::CommonError, "{}: cannot be watched ({})", path.string(),
-                            std::generic_category().message(errno));
+                            core::reason_of(errno));
             }
         }
         watching = true;

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "core/reason.hpp"
 #include "core/uninterrupted.hpp"
 
 namespace xpon::cfgdb {
@@ -73,7 +74,7 @@ std::filesystem::path doorbell_path(std::filesystem::path const& folder) {
 core::ErrorPayload system_failure(std::filesystem::path const& path, char const* what, int reason) {
     bool const refused = reason == EACCES || reason == EPERM || reason == EROFS;
     return fail(refused ? Error::NoAccess : Error::CommonError, "{}: {} ({})", path.string(), what,
-                std::generic_category().message(reason));
+                core::reason_of(reason));
 }
 
 void sync_folder(std::filesystem::path const& folder) {

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include "core/failure.hpp"
+#include "core/reason.hpp"
 
 namespace xpon::cfgdb {
 
@@ -44,9 +45,9 @@ std::optional<std::string> log_folder_flaw(std::filesystem::path const& folder) 
     for (int links = 0; links <= most_links;) {
         struct stat status{};
         if (lstat(here.c_str(), &status) != 0) {
-            return errno == ENOENT ? std::nullopt
-                                   : std::optional{fmt::format("{}: {}", here.string(),
-                                                               std::generic_category().message(errno))};
+            return errno == ENOENT
+                       ? std::nullopt
+                       : std::optional{fmt::format("{}: {}", here.string(), core::reason_of(errno))};
         }
         if (S_ISLNK(status.st_mode)) {
             ++links;

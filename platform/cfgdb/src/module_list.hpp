@@ -1,7 +1,7 @@
 #pragma once
 
 // The one list of the logging modules. Everything that exists once per module is generated from it: the
-// catalogue, the settings, and the plain functions that read, default and name.
+// module table, the settings, and the plain functions that read, default and name.
 
 #include "xpon/cfgdb/modules.hpp"
 

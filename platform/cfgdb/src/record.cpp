@@ -9,7 +9,7 @@
 #include <fmt/compile.h>
 #include <fmt/format.h>
 
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/syslog_settings.hpp"
 
 namespace xpon::cfgdb {

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "core/reason.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
@@ -38,8 +39,7 @@ std::string system_reason(int code, int error_number) {
     if (known != std::end(not_of_the_system)) {
         return known->words;
     }
-    return error_number != 0 ? std::generic_category().message(error_number)
-                             : fmt::format("SQLite's error {}", code);
+    return error_number != 0 ? core::reason_of(error_number) : fmt::format("SQLite's error {}", code);
 }
 
 } // namespace
@@ -143,7 +143,7 @@ core::Result<Connection> Connection::open_named(std::filesystem::path const& fil
         // SQLite goes on without the permission to write, and keeps the reason to itself.
         bool const refused = faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0;
         return fail(Error::NoAccess, "{}: cannot be written ({})", file.string(),
-                    std::generic_category().message(refused ? errno : EROFS));
+                    core::reason_of(refused ? errno : EROFS));
     }
     sqlite3_busy_timeout(opened, patience_ms);
     return connection;

@@ -59,10 +59,6 @@ core::UniqueFd hold(std::filesystem::path const& path) {
     return core::UniqueFd{open(path.c_str(), O_PATH | O_CLOEXEC)};
 }
 
-std::string text_of(core::ErrorPayload const& error) {
-    return std::string{error.info ? error.info->text() : ""};
-}
-
 } // namespace
 
 core::Result<void> make_database(std::filesystem::path const& folder) {
@@ -199,7 +195,7 @@ std::optional<ReadFailure> Store::read(Record const& record, void* out) const {
     };
     auto const now = current();
     if (now.has_error()) {
-        return ReadFailure{EIO, text_of(now.error())};
+        return ReadFailure{EIO, now.error().message()};
     }
     auto const& [files, connection, record_rows, journal_rows, cookie] = *now.value();
     auto filled = record.defaults;
@@ -258,7 +254,7 @@ core::Result<Journal> Store::journal_from(std::optional<std::int64_t> sequence) 
 
 core::Result<void>
 each_row(Connection const& connection,
-         std::function<void(std::string_view path, Setting const* setting, StoredValue value)> const& take) {
+         std::function<void(std::string_view path, Setting const* setting, StoredRow row)> const& take) {
     OUTCOME_TRY(statement, connection.prepare("SELECT path, value FROM setting ORDER BY path"));
     auto rows = statement.run();
     PathWalk walk{settings_by_path()};
@@ -270,7 +266,8 @@ each_row(Connection const& connection,
         }
         auto value = rows.value(1);
         if (setting != nullptr && value && is_allowed(setting->kind, *value)) {
-            take(path, setting, {std::move(value), {}});
+            auto text = to_text(setting->kind, *value);
+            take(path, setting, {std::move(value), std::move(text)});
         } else {
             take(path, setting, {std::nullopt, rows.description(1)});
         }

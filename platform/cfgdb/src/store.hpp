@@ -26,9 +26,10 @@ struct ReadFailure {
 };
 
 /// What a row of the settings' table holds.
-struct StoredValue {
-    std::optional<Value> value; ///< nothing if it is none that the setting may have
-    std::string description;    ///< of such a one, for people: safe to print
+struct StoredRow {
+    std::optional<Value> value; ///< nothing if the setting may not have it
+    std::string
+        text; ///< the value as an operator writes it, or a description of what is no value; safe to print
 };
 
 struct JournalEntry {
@@ -123,6 +124,6 @@ core::Result<void> settle_as_writer(Connection const& connection);
 /// (or a built-in one).
 core::Result<void>
 each_row(Connection const& connection,
-         std::function<void(std::string_view path, Setting const* setting, StoredValue value)> const& take);
+         std::function<void(std::string_view path, Setting const* setting, StoredRow row)> const& take);
 
 } // namespace xpon::cfgdb

@@ -32,33 +32,27 @@ core::Result<std::vector<Setting const*>> settable(std::string_view pattern) {
 }
 
 /// What is stored for a setting of this program; a default has no row.
-using StoredValues = std::map<Setting const*, StoredValue>;
+using StoredRows = std::map<Setting const*, StoredRow>;
 
-core::Result<StoredValues> stored_values(Connection const& connection) {
-    StoredValues values;
-    OUTCOME_TRY(each_row(connection, [&values](auto /*path*/, auto const* setting, StoredValue value) {
+core::Result<StoredRows> stored_rows(Connection const& connection) {
+    StoredRows rows;
+    OUTCOME_TRY(each_row(connection, [&rows](auto /*path*/, auto const* setting, StoredRow row) {
         if (setting != nullptr) {
-            values.emplace(setting, std::move(value));
+            rows.emplace(setting, std::move(row));
         }
     }));
-    return values;
-}
-
-/// A stored value as an operator writes it, or a description of what cannot be one.
-std::string text_of(Setting const* setting, StoredValue const& stored) {
-    return stored.value ? to_text(setting->kind, *stored.value) : stored.description;
+    return rows;
 }
 
 using Wanted = std::map<Setting const*, Value>;
 
 /// A setting's value now, as an operator writes it.
-std::string current_text(Setting const& setting, StoredValues const& stored) {
+std::string current_text(Setting const& setting, StoredRows const& stored) {
     auto const row = stored.find(&setting);
-    return row == stored.end() ? to_text(setting.kind, setting.default_value)
-                               : text_of(&setting, row->second);
+    return row == stored.end() ? to_text(setting.kind, setting.default_value) : row->second.text;
 }
 
-std::vector<Change> differences(Wanted const& wanted, StoredValues const& stored) {
+std::vector<Change> differences(Wanted const& wanted, StoredRows const& stored) {
     std::vector<Change> changes;
     for (auto const& [setting, value] : wanted) {
         auto const row = stored.find(setting);
@@ -73,7 +67,7 @@ std::vector<Change> differences(Wanted const& wanted, StoredValues const& stored
 
 /// Whether the receivers are all different once the changes are made, if there are any of theirs.
 core::Result<void> check_receivers(std::vector<Change> const& changes, Wanted const& wanted,
-                                   StoredValues const& stored) {
+                                   StoredRows const& stored) {
     auto theirs = changes | std::views::filter(
                                 [](auto const& change) { return change.setting->field_id == remote_field; });
     if (theirs.empty()) {
@@ -104,7 +98,7 @@ using OnlyFrom = std::map<Setting const*, std::string>;
 
 core::Result<std::vector<Change>> plan(Wanted const& wanted, OnlyFrom const& only_from,
                                        Connection const& connection) {
-    OUTCOME_TRY(stored, stored_values(connection));
+    OUTCOME_TRY(stored, stored_rows(connection));
     auto changes = differences(wanted, stored);
     std::erase_if(changes, [&only_from](auto const& change) {
         auto const from = only_from.find(change.setting);
@@ -254,10 +248,9 @@ core::Result<std::vector<StoredSetting>> stored_settings(std::filesystem::path c
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
     std::vector<StoredSetting> stored;
     stored.reserve(settings().size());
-    OUTCOME_TRY(
-        each_row(store->unshared(), [&stored](auto path, auto const* setting, StoredValue const& value) {
-            stored.push_back({std::string{path}, setting, value.value.has_value(), text_of(setting, value)});
-        }));
+    OUTCOME_TRY(each_row(store->unshared(), [&stored](auto path, auto const* setting, StoredRow const& row) {
+        stored.push_back({std::string{path}, setting, row.value.has_value(), row.text});
+    }));
     return stored;
 }
 

@@ -440,9 +440,8 @@ TEST_F(BrokenDatabase, WhatItHoldsIsSafeInLogsOnTerminalsAndInNotifications) {
         auto const fed = feed->next();
         ASSERT_THAT(returned, IsError(Error::CommonError, testing::_));
         ASSERT_THAT(fed, IsError(Error::CommonError, testing::_));
-        for (auto const& text :
-             {logged.substr(0, logged.size() - 1), thrown, std::string{returned.error().info->text()},
-              std::string{fed.error().info->text()}}) {
+        for (auto const& text : {logged.substr(0, logged.size() - 1), thrown, returned.error().message(),
+                                 fed.error().message()}) {
             EXPECT_THAT(text, HasSubstr("malformed database schema (x\\x")) << "what the test wants to see";
             EXPECT_TRUE(std::ranges::all_of(text, [](char c) { return c >= ' ' && c <= '~'; })) << text;
         }

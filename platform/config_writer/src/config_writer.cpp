@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "core/reason.hpp"
 #include "core/uninterrupted.hpp"
 #include "core/unique_fd.hpp"
 
@@ -170,7 +171,7 @@ class Replacement {
     /// Without the temporary's name, so that one reason always has one text.
     ErrorPayload failed_to(std::string_view step,
                            std::source_location where = std::source_location::current()) const {
-        auto const reason = std::generic_category().message(errno);
+        auto const reason = core::reason_of(errno);
         return ErrorPayload{Error::CommonError,
                             fmt::format("Cannot write \"{}\": failed to {} its temporary file: {}",
                                         target.string(), step, reason),

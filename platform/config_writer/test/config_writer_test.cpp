@@ -414,8 +414,8 @@ TEST_F(ConfigWriterTest, AWriterLeavesTheTemporaryOfALivingOneAloneAndRemovesTha
 }
 
 TEST_F(ConfigWriterTest, WhateverTwoProcessesWriteToOneTargetAReaderSeesOneWholeText) {
-    auto const text_of = [](char letter) { return std::string(60'000, letter); };
-    ASSERT_THAT(writer.write(text_of('0')), IsOk());
+    auto const whole_text = [](char letter) { return std::string(60'000, letter); };
+    ASSERT_THAT(writer.write(whole_text('0')), IsOk());
     // Each writes its two texts again and again to a disk that is slow, by more than one call.
     auto const start_writer = [&](char first, char second, int rounds) {
         if (fork() == 0) {
@@ -423,7 +423,7 @@ TEST_F(ConfigWriterTest, WhateverTwoProcessesWriteToOneTargetAReaderSeesOneWhole
             kernel.disk_takes = std::chrono::microseconds{300};
             bool all_written = true;
             for (int round = 0; round < rounds; ++round) {
-                auto const text = text_of(round % 2 == 0 ? first : second);
+                auto const text = whole_text(round % 2 == 0 ? first : second);
                 all_written = ConfigWriter{target}.write(text).has_value() && all_written;
             }
             _exit(all_written ? 0 : 1);
@@ -438,7 +438,7 @@ TEST_F(ConfigWriterTest, WhateverTwoProcessesWriteToOneTargetAReaderSeesOneWhole
     int torn = 0;
     while (running > 0) {
         auto const text = read_file(target);
-        if (text.empty() || text != text_of(text.front())) {
+        if (text.empty() || text != whole_text(text.front())) {
             ++torn;
         } else {
             ++texts_read[text.front()];
@@ -618,14 +618,14 @@ TEST_F(ConfigWriterTest, NoDescriptorIsLeftOpen) {
 }
 
 TEST_F(ConfigWriterTest, AReaderAlwaysSeesOneWholeText) {
-    auto const text_of = [](int round) {
+    auto const whole_text = [](int round) {
         return std::string(static_cast<std::size_t>(round % 7 * 3000 + 1),
                            static_cast<char>('a' + round % 26));
     };
-    ASSERT_THAT(writer.write(text_of(0)), IsOk());
+    ASSERT_THAT(writer.write(whole_text(0)), IsOk());
     std::set<std::string> whole;
     for (int round = 0; round < 7 * 26; ++round) {
-        whole.insert(text_of(round));
+        whole.insert(whole_text(round));
     }
     std::atomic<bool> over = false;
     std::atomic<std::size_t> texts_read = 0;
@@ -637,15 +637,15 @@ TEST_F(ConfigWriterTest, AReaderAlwaysSeesOneWholeText) {
         }
     }};
     for (int round = 1; round <= 2000; ++round) {
-        ASSERT_THAT(writer.write(text_of(round)), IsOk());
+        ASSERT_THAT(writer.write(whole_text(round)), IsOk());
     }
     EXPECT_TRUE(test::wait_until([&] { // however slow the reader is
-        EXPECT_THAT(writer.write(text_of(2000)), IsOk());
+        EXPECT_THAT(writer.write(whole_text(2000)), IsOk());
         return texts_read > 100;
     }));
     over = true;
     reader.join();
-    EXPECT_EQ(read_file(target), text_of(2000));
+    EXPECT_EQ(read_file(target), whole_text(2000));
 }
 
 } // namespace

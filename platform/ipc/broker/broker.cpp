@@ -60,7 +60,7 @@ void Broker::run(int stop) {
     std::array<zmq::pollitem_t, 3> items{
         {{frontend, 0, ZMQ_POLLIN, 0}, {backend, 0, ZMQ_POLLIN, 0}, {nullptr, stop, ZMQ_POLLIN, 0}}};
     while ((items[2].revents & ZMQ_POLLIN) == 0) {
-        uninterrupted([&] { return zmq::poll(items, std::chrono::milliseconds{-1}); });
+        despite_signals([&] { return zmq::poll(items, std::chrono::milliseconds{-1}); });
         take_subscriptions();
         forward_messages();
     }

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -14,13 +13,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "core/reason.hpp"
+
 namespace xpon::ipc {
 
 namespace {
 
 /// Reads `errno`.
 std::runtime_error failure(char const* what, std::filesystem::path const& path) {
-    return std::runtime_error{fmt::format("{} {}: {}", what, path.string(), std::strerror(errno))};
+    return std::runtime_error{fmt::format("{} {}: {}", what, path.string(), core::reason_of(errno))};
 }
 
 std::string owner_in(int lock_file) {

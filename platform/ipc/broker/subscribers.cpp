@@ -15,11 +15,11 @@ Subscribers::Subscribers(zmq::socket_t& stream)
 
 bool Subscribers::take(Notices& notices) {
     zmq::message_t name;
-    if (!uninterrupted([&] { return socket.recv(name, zmq::recv_flags::dontwait); })) {
+    if (!despite_signals([&] { return socket.recv(name, zmq::recv_flags::dontwait); })) {
         return false;
     }
     zmq::message_t data;
-    std::ignore = uninterrupted([&] { return socket.recv(data, zmq::recv_flags::none); });
+    std::ignore = despite_signals([&] { return socket.recv(data, zmq::recv_flags::none); });
     auto const connection = name.to_string();
     auto const found = subscribers.find(connection);
     // The socket announces a connection, and its end, by a message without content.
@@ -71,10 +71,10 @@ void Subscribers::forget(std::map<Connection, Subscriber>::iterator entry, Notic
 Subscribers::Sent Subscribers::send(Connection const& connection, zmq::message_t message) {
     try {
         auto const name = zmq::buffer(connection);
-        bool const sent = uninterrupted([&] {
+        bool const sent = despite_signals([&] {
                               return socket.send(name, zmq::send_flags::sndmore | zmq::send_flags::dontwait);
                           }) &&
-                          uninterrupted([&] { return socket.send(message, zmq::send_flags::dontwait); });
+                          despite_signals([&] { return socket.send(message, zmq::send_flags::dontwait); });
         return sent ? Sent::Yes : Sent::NoRoom;
     } catch (zmq::error_t const& error) {
         if (error.num() != EHOSTUNREACH) {

@@ -25,7 +25,7 @@ inline std::string zmq_endpoint(std::filesystem::path const& socket) {
 
 /// Runs a ZeroMQ call again for as long as a signal interrupts it.
 template <class Call>
-auto uninterrupted(Call call) {
+auto despite_signals(Call call) {
     for (;;) {
         try {
             return call();
@@ -39,7 +39,7 @@ auto uninterrupted(Call call) {
 
 /// Sends one frame without waiting; false if the queue is full. Throws zmq::error_t.
 inline bool send_frame(zmq::socket_t& socket, std::span<std::byte const> frame) {
-    return uninterrupted([&] {
+    return despite_signals([&] {
                return socket.send(zmq::buffer(frame.data(), frame.size()), zmq::send_flags::dontwait);
            })
         .has_value();
@@ -51,7 +51,7 @@ inline std::optional<zmq::message_t> next_frame(zmq::socket_t& socket) {
     bool inside = false;
     for (;;) {
         zmq::message_t frame;
-        if (!uninterrupted([&] { return socket.recv(frame, zmq::recv_flags::dontwait); })) {
+        if (!despite_signals([&] { return socket.recv(frame, zmq::recv_flags::dontwait); })) {
             return std::nullopt;
         }
         if (!inside && !frame.more()) {

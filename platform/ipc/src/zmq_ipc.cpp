@@ -1,21 +1,20 @@
 #include "xpon/ipc/zmq_ipc.hpp"
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <stdexcept>
 #include <system_error>
 
 #include <sys/epoll.h>
-#include <sys/random.h>
 #include <sys/un.h>
 
 #include "core/blocked_signals.hpp"
 #include "core/failure.hpp"
 #include "core/unique_fd.hpp"
-#include "unconfirmed.hpp"
+#include "handshake.hpp"
 #include "xpon/ipc/payload.hpp"
 #include "zmq_frames.hpp"
 
@@ -32,26 +31,14 @@ using core::success;
 constexpr std::chrono::milliseconds first_reconnect_interval{1000};
 constexpr std::chrono::milliseconds longest_reconnect_interval{8000};
 
-// An endpoint to itself: what it sent up to this number has passed the broker. Payload: the number.
-constexpr std::uint16_t confirmation_event = 12505;
-
-template <class Number>
-Number random_number() {
-    Number number{};
-    while (getrandom(&number, sizeof number, 0) != ssize_t{sizeof number}) {
-        if (errno != EINTR) {
-            throw std::system_error{errno, std::generic_category(), "no random number"};
-        }
-    }
-    return number;
+Address unused_address() {
+    std::random_device random;
+    return {std::uniform_int_distribution<std::uint32_t>{any_address.value + 1}(random)};
 }
 
-Address unused_address() {
-    Address address{0};
-    while (address.value <= any_address.value) {
-        address.value = random_number<std::uint32_t>();
-    }
-    return address;
+std::uint64_t random_number() {
+    std::random_device random;
+    return std::uniform_int_distribution<std::uint64_t>{0, std::uint64_t{1} << 63}(random);
 }
 
 zmq::socket_t connected_socket(zmq::context_t& context, zmq::socket_type type,
@@ -94,16 +81,7 @@ core::UniqueFd joined(int first, int second) {
     return both;
 }
 
-// It publishes through an XPUB socket, which is a PUB socket that can be asked what it was subscribed to. The
-// broker passes every subscription on to those who publish; so when the endpoint's own subscription comes
-// back to it, both of its connections are up and the broker has its subscriptions. Only then can a message
-// that it sends to itself arrive: that message is how `receive` reports the connection. The subscription is
-// withdrawn when one of the two connections ends.
-//
-// What is sent while there is no connection is dropped by ZeroMQ, and so is what waits for a broker that
-// dies. The endpoint therefore keeps what it sends until a message to itself that it sent later has come
-// back, and sends at every connection again what it still has. One such message is under way at a time, so a
-// burst costs few of them.
+// It publishes through an XPUB socket, which is a PUB socket that reports what it was subscribed to.
 class ZmqIpc final : public IIpc {
   public:
     ZmqIpc(Address own_address, std::string endpoint_name, std::filesystem::path const& folder)
@@ -128,12 +106,12 @@ class ZmqIpc final : public IIpc {
         std::lock_guard const lock{mutex};
         try {
             attend_connection();
-            if (!connected && !unconfirmed.has_room_for(frame)) {
-                return queue_is_full(header, Unconfirmed::capacity);
+            if (!handshake.accepts(frame)) {
+                return queue_is_full(header, Handshake::capacity);
             }
             bool const sent = send_frame(publisher, frame);
             if (sent) {
-                unconfirmed.add(std::move(frame));
+                handshake.sent(std::move(frame));
             }
             attend_connection();
             if (!sent) {
@@ -153,9 +131,7 @@ class ZmqIpc final : public IIpc {
             }
             while (auto const frame = next_frame(subscriber)) {
                 auto message = decode(bytes_of(*frame));
-                if (message && message->header == confirmation_header) {
-                    take_confirmation(message->payload);
-                } else if (message) {
+                if (message && !take_confirmation(*message)) {
                     return message;
                 }
             }
@@ -176,75 +152,32 @@ class ZmqIpc final : public IIpc {
     }
 
     /// Takes what the publisher was subscribed to since the last call, and sends what is due. With the lock
-    /// held, also after each sending: that takes away the announcement of what has arrived meanwhile. Throws
-    /// zmq::error_t.
+    /// held, and also after each sending, which takes away the announcement of what has arrived meanwhile.
+    /// Throws zmq::error_t.
     void attend_connection() {
         do {
             while (auto const notice = next_frame(publisher)) {
-                if (std::ranges::equal(bytes_of(*notice), own_subscription)) {
-                    connected = true;
-                    greeting_due = true;
-                } else if (std::ranges::equal(bytes_of(*notice), own_withdrawal)) {
-                    connected = false;
-                }
+                handshake.take_notice(bytes_of(*notice));
             }
-            // The full queue of the connection before may still be in the way; then the next call tries
-            // again.
-        } while ((greeting_due && greet()) || (confirmation_due() && ask_for_confirmation()));
+        } while (handshake.send_due([this](auto frame) { return send_frame(publisher, frame); }));
     }
 
-    bool greet() {
-        awaited.reset(); // the answer of the broker before is lost
-        bool const sent = send_frame(publisher, encode({own, connected_event, 0}, {})) &&
-                          std::ranges::all_of(unconfirmed.entries(), [this](auto const& entry) {
-                              return send_frame(publisher, entry.frame);
-                          });
-        greeting_due = !sent;
-        return sent;
-    }
-
-    bool confirmation_due() const { return connected && !awaited && !unconfirmed.entries().empty(); }
-
-    bool ask_for_confirmation() {
-        auto const number = unconfirmed.last_number();
-        bool const sent = send_frame(publisher, encode(confirmation_header, payload_of(number)));
-        if (sent) {
-            awaited = number;
-        }
-        return sent;
-    }
-
-    void take_confirmation(std::span<std::byte const> payload) {
+    bool take_confirmation(Message const& message) {
         std::lock_guard const lock{mutex};
-        // Another endpoint with the same address has other numbers.
-        if (auto const number = record_in<std::uint64_t>(payload); number && number == awaited) {
-            unconfirmed.confirm(*number);
-            awaited.reset();
+        bool const taken = handshake.take_confirmation(message);
+        if (taken) {
+            attend_connection();
         }
-        attend_connection();
-    }
-
-    /// A subscription as ZeroMQ passes it on: 1 (a withdrawal: 0), then the prefix.
-    std::vector<std::byte> notice_of(std::byte kind, Address destination) const {
-        auto notice = payload_of(destination);
-        notice.insert(notice.begin(), kind);
-        return notice;
+        return taken;
     }
 
     Address const own;
     std::string const name;
-    std::vector<std::byte> const own_subscription = notice_of(std::byte{1}, own);
-    std::vector<std::byte> const own_withdrawal = notice_of(std::byte{0}, own);
-    Header const confirmation_header{own, confirmation_event, 0};
     zmq::context_t context{1};
     std::mutex mutex;
-    zmq::socket_t publisher;   // guarded by mutex
-    bool connected = false;    // guarded by mutex; both ways, as far as is known
-    bool greeting_due = false; // guarded by mutex
-    // guarded by mutex; the first number is random, so that it says whose it is
-    Unconfirmed unconfirmed{random_number<std::uint64_t>() / 2};
-    std::optional<std::uint64_t> awaited; // guarded by mutex; the number that is under way
-    zmq::socket_t subscriber;             // the receiving thread's
+    zmq::socket_t publisher;                   // guarded by mutex
+    Handshake handshake{own, random_number()}; // guarded by mutex
+    zmq::socket_t subscriber;                  // the receiving thread's
     core::UniqueFd wake_up;
 };
 

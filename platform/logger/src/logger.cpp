@@ -4,7 +4,6 @@
 #include <array>
 #include <mutex>
 #include <stdexcept>
-#include <system_error>
 #include <utility>
 
 #include <cerrno>
@@ -13,6 +12,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "core/reason.hpp"
 #include "core/uninterrupted.hpp"
 #include "core/unique_fd.hpp"
 #include "rules_in_force.hpp"
@@ -37,7 +37,7 @@ ZlogFile load_zlog_file(std::filesystem::path const& path) {
         size = uninterrupted([&] { return ::read(file.get(), part.data(), part.size()); });
         text.append(part.data(), static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
     }
-    return size == 0 ? read_zlog_file(text) : unreadable_zlog_file(std::generic_category().message(errno));
+    return size == 0 ? read_zlog_file(text) : unreadable_zlog_file(core::reason_of(errno));
 }
 
 /// Names the file, and the first of the lines that cannot be read.

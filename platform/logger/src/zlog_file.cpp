@@ -57,8 +57,7 @@ class Reader {
             text.remove_prefix(std::min(text.size(), line.size() + 1));
             ++number;
             if (auto const result = read_line(trimmed(line)); !result) {
-                auto const& info = result.error().info;
-                file.problems.push_back({number, std::string{info ? info->text() : ""}});
+                file.problems.push_back({number, result.error().message()});
             }
         }
         // Such a file would switch everything off: it is the rest of one.

@@ -8,7 +8,6 @@
 #include <poll.h>
 
 #include "core/failure.hpp"
-#include "xpon/service/bus_events.hpp"
 
 namespace xpon::service {
 
@@ -20,8 +19,8 @@ struct BusEvent {
 
 namespace {
 
-constexpr BusEvent master_change{master_change_event, "master_change", &IService::master_change};
-constexpr BusEvent sync{sync_event, "sync", &IService::sync};
+constexpr BusEvent master_change{ipc::master_change_event, "master_change", &IService::master_change};
+constexpr BusEvent sync{ipc::sync_event, "sync", &IService::sync};
 
 BusEvent const* bus_event(std::uint16_t id) {
     for (auto const* const event : {&master_change, &sync}) {

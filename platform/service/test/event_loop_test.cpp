@@ -10,7 +10,6 @@
 #include "fakes.hpp"
 #include "kit/fake_logger.hpp"
 #include "kit/matchers.hpp"
-#include "xpon/service/bus_events.hpp"
 
 namespace xpon::service {
 namespace {
@@ -55,15 +54,15 @@ struct EventLoopTest : testing::Test {
 };
 
 TEST_F(EventLoopTest, DeliversWhatWasThereBeforeServingBegan) {
-    bus.push(master_change_event);
-    bus.push(sync_event);
+    bus.push(ipc::master_change_event);
+    bus.push(ipc::sync_event);
     feed.push({52, 58});
     EXPECT_THAT(run_for(3), testing::UnorderedElementsAre("master_change", "sync", "config_change 52 58"));
     EXPECT_THAT(logger.texts(), IsEmpty());
 }
 
 TEST_F(EventLoopTest, DeliversWhatWasThereAlsoWhereNothingRingsAnyMore) {
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     bus.source.fall_silent();
     feed.push({52});
     feed.source.fall_silent();
@@ -73,7 +72,7 @@ TEST_F(EventLoopTest, DeliversWhatWasThereAlsoWhereNothingRingsAnyMore) {
 TEST_F(EventLoopTest, DeliversWhatComesWhileItWaits) {
     service.answer = [this](std::string const& event) {
         if (event == "config_change 52") {
-            bus.push(sync_event);
+            bus.push(ipc::sync_event);
         } else {
             std::ignore = flags.finished.raise();
         }
@@ -84,12 +83,12 @@ TEST_F(EventLoopTest, DeliversWhatComesWhileItWaits) {
 }
 
 TEST_F(EventLoopTest, MessagesArriveInOrderWhateverTheirPayloadAndAllOthersAreIgnored) {
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     bus.push(12500);
     bus.push(0);
-    bus.source.push(ipc::Message{{{7}, master_change_event, 1}, {std::byte{1}, std::byte{2}}});
+    bus.source.push(ipc::Message{{{7}, ipc::master_change_event, 1}, {std::byte{1}, std::byte{2}}});
     bus.push(12102);
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     EXPECT_THAT(run_for(3), ElementsAre("sync", "master_change", "sync"));
 }
 
@@ -102,13 +101,13 @@ TEST_F(EventLoopTest, ListsArriveInOrder) {
 
 TEST_F(EventLoopTest, AServiceThatWantsAMasterChangeGetsOneFirstOfAll) {
     service.wants_master_change = [] { return true; };
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     EXPECT_THAT(run_for(2), ElementsAre("master_change", "sync"));
 }
 
 TEST_F(EventLoopTest, AQuestionThatThrowsLeavesTheServiceServing) {
     service.wants_master_change = []() -> bool { throw std::runtime_error{"no idea"}; };
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     EXPECT_THAT(run_for(1), ElementsAre("sync"));
     EXPECT_THAT(logger.texts(), ElementsAre("An std::exception was thrown: no idea ",
                                             "is_required_master_change_event failed: Error: Exception"));
@@ -116,7 +115,7 @@ TEST_F(EventLoopTest, AQuestionThatThrowsLeavesTheServiceServing) {
 
 TEST_F(EventLoopTest, BeforeServingNothingButTheStopIsDelivered) {
     EventFlags silent;
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     feed.push({52});
     service.wants_master_change = [] { return true; };
     std::ignore = silent.stop.raise();
@@ -127,7 +126,8 @@ TEST_F(EventLoopTest, BeforeServingNothingButTheStopIsDelivered) {
 
 TEST_F(EventLoopTest, TheBusIsReadBeforeServingAndItsEventsAreDeliveredOnceEachAfterwards) {
     EventFlags not_serving_yet;
-    for (auto const event : {sync_event, master_change_event, sync_event, master_change_event}) {
+    for (auto const event :
+         {ipc::sync_event, ipc::master_change_event, ipc::sync_event, ipc::master_change_event}) {
         bus.push(event);
     }
     service.wants_master_change = [] { return true; };
@@ -143,7 +143,7 @@ TEST_F(EventLoopTest, TheBusIsReadBeforeServingAndItsEventsAreDeliveredOnceEachA
 }
 
 TEST_F(EventLoopTest, OnceTheServicesRunIsOverThereIsNothingToStop) {
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     std::ignore = flags.finished.raise();
     std::ignore = flags.stop.raise();
     EXPECT_THAT(run(), IsEmpty());
@@ -151,7 +151,7 @@ TEST_F(EventLoopTest, OnceTheServicesRunIsOverThereIsNothingToStop) {
 
 TEST_F(EventLoopTest, NothingIsDeliveredAfterAStop) {
     for (int i = 0; i < 3; ++i) {
-        bus.push(sync_event);
+        bus.push(ipc::sync_event);
         feed.push({52});
     }
     service.answer = [this](auto const&) {
@@ -177,9 +177,9 @@ TEST_F(EventLoopTest, ErrorsOfHandlersAreLoggedOnceAndServingGoesOn) {
         end_after(3);
         return core::fail(Error::CommonError, "no disk");
     };
-    bus.push(master_change_event);
-    bus.push(sync_event);
-    bus.push(sync_event);
+    bus.push(ipc::master_change_event);
+    bus.push(ipc::sync_event);
+    bus.push(ipc::sync_event);
     EXPECT_THAT(run(), ElementsAre("master_change", "sync", "sync"));
     EXPECT_THAT(logger.texts(), ElementsAre("master_change failed: Error: CommonError. Message: no disk.",
                                             "sync failed: Error: CommonError. Message: no disk.",
@@ -195,8 +195,8 @@ TEST_F(EventLoopTest, ExceptionsOfHandlersAreErrors) {
         }
         throw 7;
     };
-    bus.push(sync_event);
-    bus.push(master_change_event);
+    bus.push(ipc::sync_event);
+    bus.push(ipc::master_change_event);
     EXPECT_THAT(run(), ElementsAre("sync", "master_change"));
     EXPECT_THAT(logger.texts(),
                 ElementsAre("An std::exception was thrown: broken ", "sync failed: Error: Exception",
@@ -242,7 +242,7 @@ TEST_F(EventLoopTest, ABusThatFailsIsLoggedOnceAndAskedAgainLater) {
     for (int i = 0; i < 2; ++i) {
         bus.source.push(core::fail(Error::CommonError, "no bus"));
     }
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     auto const begin = Clock::now();
     EXPECT_THAT(run_for(1), ElementsAre("sync"));
     EXPECT_GE(Clock::now() - begin, 3s);
@@ -322,7 +322,7 @@ TEST_F(EventLoopTest, AFieldThatFailsIsToldOnceForEachReasonAndThatItWorksAgain)
 
 TEST_F(EventLoopTest, ASourceThatFailsDoesNotHoldUpTheOther) {
     feed.source.push(core::fail(Error::CommonError, "locked"));
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     EXPECT_THAT(run_for(1), ElementsAre("sync"));
 }
 
@@ -338,7 +338,7 @@ TEST_F(EventLoopTest, AFloodOnTheBusHoldsUpNeitherChangesNorTheStop) {
 }
 
 TEST_F(EventLoopTest, WithoutAFeedOnlyTheBusIsListenedTo) {
-    bus.push(sync_event);
+    bus.push(ipc::sync_event);
     service.answer = [this](auto const&) {
         std::ignore = flags.finished.raise();
         return core::success();

@@ -16,7 +16,6 @@
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/cfgdb/transaction.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
-#include "xpon/service/bus_events.hpp"
 #include "xpon/service/service_launcher.hpp"
 
 namespace xpon::service {
@@ -118,11 +117,11 @@ struct RealSourcesTest : testing::Test {
 TEST_F(RealSourcesTest, EventsOfTheBusAndChangesOfTheDatabaseArrive) {
     run();
     ASSERT_TRUE(connected(1));
-    announce(master_change_event);
+    announce(ipc::master_change_event);
     ASSERT_TRUE(journal.wait_for(1));
     commit("syslog.remote.level", "debug");
     ASSERT_TRUE(journal.wait_for(2));
-    announce(sync_event);
+    announce(ipc::sync_event);
     ASSERT_TRUE(journal.wait_for(3));
     EXPECT_THAT(journal.entries(), ElementsAre("master_change", "config_change 54", "sync"));
 }
@@ -137,7 +136,7 @@ TEST_F(RealSourcesTest, WhatHappensDuringTheStartUpIsDeliveredOnceTheServiceServ
     commit("syslog.file.level", "debug");
     run();
     ASSERT_TRUE(connected(1));
-    announce(master_change_event);
+    announce(ipc::master_change_event);
     ASSERT_TRUE(heard.wait_for(2)); // the connection and the event
     commit("module.dna.*", "debug");
     start_up_is_over.set_value();
@@ -176,7 +175,7 @@ TEST_F(RealSourcesTest, ABrokerThatIsRestartedIsHeardAgain) {
     start_broker();
     ASSERT_TRUE(test::wait_connected(*peer));
     ASSERT_TRUE(connected(2));
-    announce(master_change_event);
+    announce(ipc::master_change_event);
     ASSERT_TRUE(journal.wait_for(1));
     EXPECT_THAT(journal.entries(), ElementsAre("master_change"));
 }

@@ -17,7 +17,6 @@
 #include "kit/fake_logger.hpp"
 #include "kit/matchers.hpp"
 #include "service_run.hpp"
-#include "xpon/service/bus_events.hpp"
 
 namespace xpon::service {
 namespace {
@@ -94,7 +93,7 @@ TEST_F(LauncherTest, CallsTheServicesRunOnTheCallersThreadAndItsEventsOnAnother)
         EXPECT_EQ(event_thread, std::this_thread::get_id()) << event;
         return core::Result<void>{core::success()};
     };
-    bus->push(sync_event);
+    bus->push(ipc::sync_event);
     EXPECT_THAT(launched.run(), IsOk());
     EXPECT_EQ(run_thread, std::this_thread::get_id());
     EXPECT_NE(event_thread, run_thread);
@@ -102,7 +101,7 @@ TEST_F(LauncherTest, CallsTheServicesRunOnTheCallersThreadAndItsEventsOnAnother)
 
 TEST_F(LauncherTest, StoppedBeforeRunItStillRunsTheServiceWhichReturnsOnceItWouldServe) {
     auto launched = launcher();
-    bus->push(sync_event);
+    bus->push(ipc::sync_event);
     feed.push({52});
     service.run_as = [this](ServiceCtx const& ctx) {
         journal.add("start up");
@@ -127,7 +126,7 @@ TEST_F(LauncherTest, StopsAskedForManyTimesReachTheServiceOnce) {
 
 TEST_F(LauncherTest, NoEventIsDeliveredBeforeTheServiceServes) {
     auto launched = launcher();
-    bus->push(sync_event);
+    bus->push(ipc::sync_event);
     feed.push({52});
     service.run_as = [this](ServiceCtx const& ctx) {
         // Give the event thread every chance to come too early: let it run until it sleeps.
@@ -220,7 +219,7 @@ TEST_F(LauncherTest, AHandlerThatIsRunningIsWaitedForWhenTheServicesRunReturns) 
         journal.add("synchronised");
         return core::success();
     };
-    bus->push(sync_event);
+    bus->push(ipc::sync_event);
     EXPECT_THAT(launched.run(), IsError(Error::CommonError, ""));
     EXPECT_THAT(journal.entries(), ElementsAre("sync", "synchronised"));
 }
@@ -248,7 +247,7 @@ TEST_F(LauncherTest, CanBeDestroyedWithoutARun) {
 
 TEST_F(LauncherTest, WithoutADatabaseOfThisProcessItSaysSoAndServesWithoutChanges) {
     ServiceLauncher launched{std::move(made), logger, bus, true};
-    bus->push(sync_event);
+    bus->push(ipc::sync_event);
     service.answer = [&](auto const&) { return launched.stop(); };
     EXPECT_THAT(launched.run(), IsOk());
     EXPECT_THAT(journal.entries(), ElementsAre("sync", "stop"));
@@ -306,7 +305,7 @@ TEST_F(LauncherTest, TheEventThreadBlocksEverySignalAndTheCallersMaskStays) {
         mask_in_event = blocked_signals();
         return launched.stop();
     };
-    bus->push(sync_event);
+    bus->push(ipc::sync_event);
     EXPECT_THAT(launched.run(), IsOk());
     EXPECT_EQ(mask_in_run, mask_before);
     EXPECT_EQ(blocked_signals(), mask_before);

@@ -77,8 +77,9 @@ extern "C" {
 // NOLINTBEGIN(bugprone-reserved-identifier): the linker gives these names
 int __real_open(char const* path, int flags, ...);
 int __real_pidfd_open(pid_t pid, unsigned flags);
-int __real_posix_spawn(pid_t* pid, char const* path, posix_spawn_file_actions_t const* actions,
-                       posix_spawnattr_t const* attributes, char* const* arguments, char* const* environment);
+int __real_posix_spawnp(pid_t* pid, char const* path, posix_spawn_file_actions_t const* actions,
+                        posix_spawnattr_t const* attributes, char* const* arguments,
+                        char* const* environment);
 pid_t __real_waitpid(pid_t pid, int* status, int options);
 
 int __wrap_open(char const* path, int flags, ...) {
@@ -101,13 +102,13 @@ int __wrap_pidfd_open(pid_t pid, unsigned flags) {
     return __real_pidfd_open(pid, flags);
 }
 
-int __wrap_posix_spawn(pid_t* pid, char const* path, posix_spawn_file_actions_t const* actions,
-                       posix_spawnattr_t const* attributes, char* const* arguments,
-                       char* const* environment) {
-    if (auto const error = error_of("posix_spawn")) {
+int __wrap_posix_spawnp(pid_t* pid, char const* path, posix_spawn_file_actions_t const* actions,
+                        posix_spawnattr_t const* attributes, char* const* arguments,
+                        char* const* environment) {
+    if (auto const error = error_of("posix_spawnp")) {
         return *error;
     }
-    return __real_posix_spawn(pid, path, actions, attributes, arguments, environment);
+    return __real_posix_spawnp(pid, path, actions, attributes, arguments, environment);
 }
 
 pid_t __wrap_waitpid(pid_t pid, int* status, int options) {
@@ -389,10 +390,10 @@ TEST(SystemWrapper, WhatKeepsACommandFromRunningIsNamed) {
         char const* message;
     };
     constexpr Case cases[] = {
-        {{"posix_spawn", EAGAIN},
+        {{"posix_spawnp", EAGAIN},
          "Cannot run /bin/bash for command \"exit 3\": Resource temporarily unavailable"},
-        {{"posix_spawn", ENOMEM}, "Cannot run /bin/bash for command \"exit 3\": Cannot allocate memory"},
-        {{"posix_spawn", EACCES}, "Cannot run /bin/bash for command \"exit 3\": Permission denied"},
+        {{"posix_spawnp", ENOMEM}, "Cannot run /bin/bash for command \"exit 3\": Cannot allocate memory"},
+        {{"posix_spawnp", EACCES}, "Cannot run /bin/bash for command \"exit 3\": Permission denied"},
         {{"open", EMFILE}, "Cannot open /dev/null for command \"exit 3\": Too many open files"},
     };
     for (auto const& [fault, message] : cases) {

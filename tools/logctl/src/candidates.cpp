@@ -1,6 +1,6 @@
 #include "candidates.hpp"
 
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/settings.hpp"
 #include "xpon/log_config/outputs/outputs.hpp"
 

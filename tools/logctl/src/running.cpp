@@ -16,7 +16,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
-#include "core/unique_fd.hpp"
+#include "core/process.hpp"
 #include "file_text.hpp"
 #include "process.hpp"
 #include "xpon/cfgdb/printable.hpp"
@@ -151,7 +151,7 @@ struct BusyTerminals {
 /// watches the terminal hears of it.
 BusyTerminals busy_terminals(Process const& process) {
     BusyTerminals busy;
-    core::UniqueFd const target{static_cast<int>(syscall(SYS_pidfd_open, process.pid, 0))};
+    auto const target = core::open_pidfd(process.pid);
     if (!target) {
         return busy;
     }

@@ -11,7 +11,7 @@
 #include "stored.hpp"
 #include "table.hpp"
 #include "wanted.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/nearest.hpp"
 #include "xpon/cfgdb/printable.hpp"
 

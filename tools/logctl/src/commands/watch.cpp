@@ -17,7 +17,7 @@
 #include "core/failure.hpp"
 #include "core/unique_fd.hpp"
 #include "output.hpp"
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/change_feed.hpp"
 #include "xpon/cfgdb/history.hpp"
 #include "xpon/ipc/file_events.hpp"

@@ -2,20 +2,11 @@
 
 #include <cstdint>
 
+#include "xpon/ipc/event_numbers.hpp"
 #include "xpon/ipc/message.hpp"
 #include "xpon/ipc/payload.hpp"
 
 namespace xpon::ipc {
-
-/// A module's file was rewritten and should be read again. Payload: FileChange.
-inline constexpr std::uint16_t file_changed_event = 12500;
-/// A module's answer after it has read its file, to everybody. Payload: FileAnswer.
-inline constexpr std::uint16_t file_changed_reply = 12501;
-/// Asks the broker for the last answer of every module. The header's `reply` names the event of the broker's
-/// message, usually `last_answers_reply`. Payload: LastAnswersQuery.
-inline constexpr std::uint16_t last_answers_query = 12502;
-/// The broker's message to the address in the query. Payload: any number of LastAnswer, ordered by module.
-inline constexpr std::uint16_t last_answers_reply = 12503;
 
 /// The header of the message that tells everybody that a module's file was rewritten.
 inline constexpr Header file_changed_header{everybody, file_changed_event, file_changed_reply};

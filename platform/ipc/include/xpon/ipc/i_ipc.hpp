@@ -1,20 +1,14 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdint>
 #include <optional>
 #include <span>
 
 #include "core/result.hpp"
+#include "xpon/ipc/event_numbers.hpp"
 #include "xpon/ipc/message.hpp"
 
 namespace xpon::ipc {
-
-/// An endpoint receives a message with this event and no payload from itself after a connection to the broker
-/// is established in both directions. It may have missed earlier messages; from now on it receives all. A
-/// program that reloads on notification must therefore reload on this event too. The event may come more than
-/// once.
-inline constexpr std::uint16_t connected_event = 12504;
 
 /// One endpoint on the message bus.
 class IIpc {

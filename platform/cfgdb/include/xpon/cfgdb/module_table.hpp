@@ -23,7 +23,7 @@ struct Module {
 /// Every module, by ascending value.
 std::span<Module const> modules();
 
-/// The module of this value; null for a number outside the catalogue.
+/// The module of this value; null for a number outside the table.
 Module const* find_module(Modules_names value);
 
 } // namespace xpon::cfgdb

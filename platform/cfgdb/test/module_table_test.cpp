@@ -1,4 +1,4 @@
-#include "xpon/cfgdb/catalogue.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 
 #include <array>
 #include <cerrno>
