@@ -22,6 +22,7 @@
 #include "xpon/config_writer/config_writer.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
 #include "xpon/log_config/kernel/kernel_configurator.hpp"
+#include "xpon/log_config/paths.hpp"
 #include "xpon/log_config/rsh/remote_shell_logger.hpp"
 #include "xpon/log_config/service/log_config_service.hpp"
 #include "xpon/log_config/syslog_ng/syslog_configurator.hpp"
@@ -130,7 +131,7 @@ bool run_cycle(std::atomic<bool>& restart) {
     std::unique_ptr<IKernelConfigurator> kernel_configurator =
         std::make_unique<KernelConfigurator>(system_wrapper);
     std::unique_ptr<config_writer::IConfigWriter> writer =
-        std::make_unique<config_writer::ConfigWriter>("/etc/syslog-ng/syslog-ng.conf");
+        std::make_unique<config_writer::ConfigWriter>(syslog_ng_conf);
     std::unique_ptr<ISyslogConfigurator> syslog_configurator =
         std::make_unique<SyslogConfigurator>(system_wrapper, std::move(writer));
     std::unique_ptr<IRemoteShellLogger> rsh_logger =

@@ -68,12 +68,12 @@ TEST_F(Bus, AModuleThatReachesANewBrokerBeforeTheDaemonDoesIsToldOfEveryChange) 
             change();
         }
         start_broker();
-        Module module{zlog_path(snmp)};
+        Module module{snmp.path};
         if (when == 2) {
-            ASSERT_TRUE(module.reads(wanted.zlog_file(snmp)));
+            ASSERT_TRUE(module.reads(wanted(snmp)));
             change(); // the daemon looks for the new broker after a second at the earliest
         }
-        EXPECT_TRUE(module.reads(wanted.zlog_file(snmp)));
+        EXPECT_TRUE(module.reads(wanted(snmp)));
     }
     EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
@@ -87,9 +87,9 @@ TEST_F(Bus, AModuleThatReachesANewBrokerBeforeTheDaemonDoesIsToldOfEveryChange) 
 TEST_F(Bus, APeerThatSubscribesWithoutEndTakesNoMemoryAndHoldsUpNobody) {
     start_everything();
     wait_until_serving();
-    Module module{zlog_path(snmp)};
+    Module module{snmp.path};
     Wanted const wanted{database};
-    ASSERT_TRUE(module.reads(wanted.zlog_file(snmp)));
+    ASSERT_TRUE(module.reads(wanted(snmp)));
     auto const own_kilobytes_of_broker = [&] {
         std::istringstream status{contents(fmt::format("/proc/{}/status", broker->process.pid()))};
         std::string line;
@@ -117,7 +117,7 @@ TEST_F(Bus, APeerThatSubscribesWithoutEndTakesNoMemoryAndHoldsUpNobody) {
     // It comes back all the time.
     for (char const* level : {"critical", "debug", "info"}) {
         set({{"module.snmp.TRAP", level}});
-        EXPECT_TRUE(module.reads(wanted.zlog_file(snmp))) << level;
+        EXPECT_TRUE(module.reads(wanted(snmp))) << level;
     }
     auto const grown = own_kilobytes_of_broker() - before;
     fmt::print("the broker has grown by {} kB\n", grown);
@@ -143,11 +143,11 @@ TEST_F(Bus, NothingInThePlaceOfItsFilesKeepsTheBrokerDown) {
     ASSERT_EQ(mkfifo((folder / "subscribe").c_str(), 0600), 0);
     ASSERT_EQ(mkfifo((folder / "lock").c_str(), 0600), 0);
     start_broker();
-    Module module{zlog_path(snmp)};
+    Module module{snmp.path};
     Wanted const wanted{database};
-    ASSERT_TRUE(module.reads(wanted.zlog_file(snmp)));
+    ASSERT_TRUE(module.reads(wanted(snmp)));
     set({{"module.snmp.TRAP", "critical"}});
-    EXPECT_TRUE(module.reads(wanted.zlog_file(snmp)));
+    EXPECT_TRUE(module.reads(wanted(snmp)));
     EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report("a FIFO or a folder in the place of the bus's files\tmade while there is no broker\tnothing; "

@@ -30,13 +30,13 @@ TEST_F(Clock, JumpsCostNoChangeAndNoTime) {
     daemon = start(with_own_clock({XPON_DAEMON}, Jumps::TimeOfDay));
     ASSERT_TRUE(daemon->wait_ready());
     wait_until_serving();
-    auto const folder_in_the_way = zlog_path(snmp);
+    auto const folder_in_the_way = snmp.path;
     for (auto const* const by : {"+5y", "-20y", "+0"}) {
         // A change fails, and is waiting for its next try when the clock jumps.
         std::filesystem::remove(folder_in_the_way);
         std::filesystem::create_directory(folder_in_the_way);
         set(a_change_of_every_output(*by == '-' ? "error" : "debug"));
-        EXPECT_TRUE(holds(printk, Wanted{database}.kernel()));
+        EXPECT_TRUE(holds(printk, Wanted{database}(log_config::kernel_output())));
         jump(by);
         EXPECT_EQ(year() == now, *by == '+' && by[1] == '0');
         std::filesystem::remove(folder_in_the_way);

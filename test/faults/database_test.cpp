@@ -44,10 +44,9 @@ class DatabaseFaults : public FollowedBoard {
     }
 
     static std::map<std::string, std::string> outputs() {
-        std::map<std::string, std::string> texts{{printk, contents(printk)},
-                                                 {syslog_ng_conf, contents(syslog_ng_conf)}};
-        for (auto const& entry : log_config::zlog_files) {
-            texts.emplace(zlog_path(entry), contents(zlog_path(entry)));
+        std::map<std::string, std::string> texts;
+        for (auto const& output : log_config::outputs()) {
+            texts.emplace(output.path, contents(output.path));
         }
         return texts;
     }

@@ -94,8 +94,8 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
 
     void make_folder_immutable() { make_immutable(zlog_folder, true); }
     void make_folder_mutable() { make_immutable(zlog_folder, false); }
-    void make_file_immutable() { make_immutable(zlog_path(snmp), true); }
-    void make_file_mutable() { make_immutable(zlog_path(snmp), false); }
+    void make_file_immutable() { make_immutable(snmp.path, true); }
+    void make_file_mutable() { make_immutable(snmp.path, false); }
 
     void slow_disk_down() { tamper_with("fdatasync", "delay_exit=100000"); }
     void let_disk_fail() { tamper_with("fdatasync", "error=EIO"); }
@@ -108,16 +108,16 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
 
     void put_folder_in_place() {
         taken_away = snmp.name;
-        std::filesystem::remove(zlog_path(snmp));
-        std::filesystem::create_directory(zlog_path(snmp));
+        std::filesystem::remove(snmp.path);
+        std::filesystem::create_directory(snmp.path);
     }
-    void remove_folder() { std::filesystem::remove(zlog_path(snmp)); }
+    void remove_folder() { std::filesystem::remove(snmp.path); }
 
     void put_link_in_place() {
         taken_away = snmp.name;
         write_file(scratch / "elsewhere", "not to be written\n");
-        std::filesystem::remove(zlog_path(snmp));
-        std::filesystem::create_symlink(scratch / "elsewhere", zlog_path(snmp));
+        std::filesystem::remove(snmp.path);
+        std::filesystem::create_symlink(scratch / "elsewhere", snmp.path);
     }
     void check_what_the_link_named() { EXPECT_EQ(read_file(scratch / "elsewhere"), "not to be written\n"); }
 

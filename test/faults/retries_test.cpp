@@ -77,7 +77,7 @@ TEST_F(Retries, ADiskThatIsFullForTwoDaysCostsNoChange) {
         while (fill.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
         }
     }
-    auto const before = contents(zlog_path(snmp));
+    auto const before = contents(snmp.path);
     set({{"module.snmp.*", "error"}});
     EXPECT_TRUE(wait_until([this] { return lines_with("No space left on device") > 0; }));
     // By then ten tries are over, of which the last came after 1023 s.
@@ -86,12 +86,12 @@ TEST_F(Retries, ADiskThatIsFullForTwoDaysCostsNoChange) {
     }
     EXPECT_GE(lines_with("No space left on device"), 48);
     EXPECT_EQ(lines_with("config_change of field"), 1) << "told once, however often it is tried";
-    EXPECT_EQ(contents(zlog_path(snmp)), before);
+    EXPECT_EQ(contents(snmp.path), before);
 
     std::filesystem::remove(filler);
     pass(std::chrono::minutes{30});
     pass(std::chrono::minutes{0}); // what was due has been tried
-    EXPECT_EQ(contents(zlog_path(snmp)), before) << "once an hour";
+    EXPECT_EQ(contents(snmp.path), before) << "once an hour";
     pass(std::chrono::minutes{31});
     expect_in_step();
     EXPECT_TRUE(wait_until([this] { return lines_with("config_change of field") == 2; }));

@@ -6,6 +6,7 @@
 #include "kit/random.hpp"
 #include "kit/report.hpp"
 #include "xpon/config_writer/config_writer.hpp"
+#include "xpon/log_config/outputs/read_syslog_settings.hpp"
 #include "xpon/log_config/syslog_ng/syslog_configurator.hpp"
 #include "xpon/system_wrapper/system_wrapper.hpp"
 
@@ -82,8 +83,12 @@ TEST_F(ValidSettings, AlwaysMakeATextThatSyslogNgLoads) {
                                                       : log_config::RemoteLoggerAction::Remove;
             EXPECT_THAT(configurator.update_remote_logging({terminal, action}), IsOk());
         }
-        EXPECT_THAT(configurator.apply_new_config(wanted->syslog_settings()), IsOk())
-            << read_file(syslog_ng_conf);
+        auto const settings =
+            log_config::read_syslog_settings(wanted->db(), [](int status) -> core::Result<void> {
+                EXPECT_EQ(status, 0);
+                return core::success();
+            });
+        EXPECT_THAT(configurator.apply_new_config(settings.value()), IsOk()) << read_file(syslog_ng_conf);
         ++loaded;
     }
     if (!HasFailure()) {

@@ -23,6 +23,7 @@
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_readable.hpp"
 #include "xpon/cfgdb/transaction.hpp"
+#include "xpon/log_config/paths.hpp"
 
 namespace xpon::test {
 
@@ -95,9 +96,9 @@ struct Program {
 /// The board's programs, real ones, at the daemon's fixed paths: for test programs that run in a sandbox.
 class Board : public testing::Test {
   protected:
-    static constexpr char const* syslog_ng_conf = "/etc/syslog-ng/syslog-ng.conf";
-    static constexpr char const* zlog_folder = "/etc/zlog_modules_config/";
-    static constexpr char const* printk = "/proc/sys/kernel/printk";
+    static constexpr auto syslog_ng_conf = log_config::syslog_ng_conf;
+    static constexpr auto zlog_folder = log_config::zlog_folder;
+    static constexpr auto printk = log_config::printk;
     static constexpr char const* database = "/var/lib/xpon/cfgdb";
     static constexpr char const* log_file = "/var/log/system.log.1";
     static constexpr char const* console = "/dev/console";

@@ -65,7 +65,7 @@ TEST_F(Changes, AModuleIsToldThatItsFileChangedByTheseBytes) {
     ASSERT_TRUE(subscriber.wait_connected());
     set({{"module.snmp.TRAP", "debug"}});
     EXPECT_THAT(subscriber.next(), ElementsAre(0xFE, 0xFF, 0, 0, 0xD4, 0x30, 0xD5, 0x30, 9, 0, 0, 0));
-    EXPECT_THAT(read_file(zlog_path(snmp)), HasSubstr("SNMP_TRAP.=DEBUG "));
+    EXPECT_THAT(read_file(snmp.path), HasSubstr("SNMP_TRAP.=DEBUG "));
 }
 
 TEST_F(Changes, TheReaderOfASharedFileIsToldUnderItsOwnNumber) {
@@ -74,34 +74,35 @@ TEST_F(Changes, TheReaderOfASharedFileIsToldUnderItsOwnNumber) {
     ASSERT_TRUE(subscriber.wait_connected());
     set({{"module.igmp.SELF", "debug"}}); // module 3; its levels stand in the file that module 1 reads
     EXPECT_THAT(subscriber.next(), ElementsAre(0xFE, 0xFF, 0, 0, 0xD4, 0x30, 0xD5, 0x30, 1, 0, 0, 0));
-    EXPECT_THAT(read_file(zlog_path(log_config::zlog_files.front())), HasSubstr("IGMP.=DEBUG "));
+    EXPECT_THAT(read_file(log_config::find_output("DNA.conf")->path), HasSubstr("IGMP.=DEBUG "));
 }
 
 TEST_F(Changes, ASessionManagersChangeCostsNoOtherModuleItsOwn) {
     start_everything();
-    auto const before = read_file(zlog_path(session_manager));
+    auto const before = read_file(session_manager.path);
     auto const settings = a_change_of_every_module("debug");
     ASSERT_EQ(settings.size(), 18);
     set(settings);
     expect_in_step();
-    EXPECT_EQ(read_file(zlog_path(session_manager)), before) << "it is rewritten at the next start";
+    EXPECT_EQ(read_file(session_manager.path), before) << "it is rewritten at the next start";
     signal_daemon(SIGHUP);
     ASSERT_TRUE(daemon->wait_ready());
     Wanted const wanted{database};
-    EXPECT_EQ(read_file(zlog_path(session_manager)), wanted.zlog_file(session_manager));
-    EXPECT_NE(read_file(zlog_path(session_manager)), before);
+    EXPECT_EQ(read_file(session_manager.path), wanted(session_manager));
+    EXPECT_NE(read_file(session_manager.path), before);
 }
 
 TEST_F(Changes, LeaveTheFilesOfOtherModulesAlone) {
     start_everything();
     std::map<std::string, std::filesystem::file_time_type> before;
-    for (auto const& entry : log_config::zlog_files) {
-        before[std::string{entry.name}] = std::filesystem::last_write_time(zlog_path(entry));
+    for (auto const& output : log_config::outputs()) {
+        before[output.path] = std::filesystem::last_write_time(output.path);
     }
     set({{"syslog.kernel.level", "debug"}, {"module.snmp.TRAP", "debug"}});
     expect_in_step();
-    for (auto const& [name, time] : before) {
-        EXPECT_EQ(std::filesystem::last_write_time(zlog_folder + name) == time, name != "SNMP.conf") << name;
+    for (auto const& [path, time] : before) {
+        EXPECT_EQ(std::filesystem::last_write_time(path) == time, path != printk && path != snmp.path)
+            << path;
     }
 }
 
@@ -172,16 +173,16 @@ class Answers : public Changes {
 };
 
 TEST_F(Answers, AModuleAnswersWhenItReachesTheBusAndAfterEachNotification) {
-    write_file(zlog_path(snmp), golden("zlog_defaults/SNMP.conf"));
+    write_file(snmp.path, golden("zlog_defaults/SNMP.conf"));
     start_module_alone();
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
     tell_module(8); // another's
     tell_module(9);
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, 0}));
-    write_file(zlog_path(snmp), "[rules]\nno rule\n");
+    write_file(snmp.path, "[rules]\nno rule\n");
     tell_module(9);
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, EINVAL}));
-    std::filesystem::remove(zlog_path(snmp));
+    std::filesystem::remove(snmp.path);
     tell_module(9);
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, ENOENT}));
 }
@@ -191,7 +192,7 @@ TEST_F(Answers, AModuleThatMissedANotificationReadsItsFileWhenTheBrokerIsBack) {
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, ENOENT}));
     broker->process.kill(SIGKILL);
     broker->process.wait();
-    write_file(zlog_path(snmp), golden("zlog_defaults/SNMP.conf"));
+    write_file(snmp.path, golden("zlog_defaults/SNMP.conf"));
     module->process.kill(SIGSTOP); // so that its answer comes when it is listened for
     start_broker();
     ASSERT_TRUE(wait_connected(*bus));

@@ -12,14 +12,8 @@ namespace xpon::test {
 class FollowedBoard : public Board {
   protected:
     /// Its file follows at a start of the daemon only.
-    static constexpr auto const& session_manager = log_config::zlog_files.at(15);
-    static_assert(session_manager.name == "SESSIONMGR.conf");
-    static constexpr auto const& snmp = log_config::zlog_files.at(17);
-    static_assert(snmp.name == "SNMP.conf");
-
-    static std::filesystem::path zlog_path(log_config::ConfigFileEntry const& entry) {
-        return zlog_folder + std::string{entry.name};
-    }
+    inline static auto const& session_manager = *log_config::find_output("SESSIONMGR.conf");
+    inline static auto const& snmp = *log_config::find_output("SNMP.conf");
 
     /// Waits until the file holds the text. A change that had to wait for the end of a fault is tried again
     /// after 1, 2, 4 ... s, so at the latest after as long as the fault lasted.
@@ -30,11 +24,9 @@ class FollowedBoard : public Board {
     /// Waits until every output is what the database says.
     static void expect_in_step() {
         Wanted const wanted{database};
-        EXPECT_TRUE(holds(printk, wanted.kernel())) << "kernel";
-        EXPECT_TRUE(holds(syslog_ng_conf, wanted.syslog_ng())) << "syslog-ng";
-        for (auto const& entry : log_config::zlog_files) {
-            if (entry.module != session_manager.module) {
-                EXPECT_TRUE(holds(zlog_path(entry), wanted.zlog_file(entry))) << entry.name;
+        for (auto const& output : log_config::outputs()) {
+            if (!output.at_start_only) {
+                EXPECT_TRUE(holds(output.path, wanted(output))) << output.name;
             }
         }
     }
@@ -43,9 +35,9 @@ class FollowedBoard : public Board {
     /// configured yet, and a syslog-ng that is not there then ends the daemon.
     static void wait_until_serving() {
         Wanted const wanted{database};
-        bool const debug = wanted.zlog_file(snmp).find("SNMP_TRAP.=DEBUG ") != std::string::npos;
+        bool const debug = wanted(snmp).find("SNMP_TRAP.=DEBUG ") != std::string::npos;
         set({{"module.snmp.TRAP", debug ? "info" : "debug"}});
-        EXPECT_TRUE(holds(zlog_path(snmp), wanted.zlog_file(snmp)));
+        EXPECT_TRUE(holds(snmp.path, wanted(snmp)));
     }
 
     /// One level of each record of a module, so one change of each of 18 fields.

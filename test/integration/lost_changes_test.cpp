@@ -53,7 +53,7 @@ class NoChangeIsLost : public FollowedBoard {
         bus = ipc::make_zmq_ipc(ipc::any_address, "TEST");
         ASSERT_TRUE(wait_connected(*bus));
         wanted = std::make_unique<Wanted>(database);
-        session_manager_text = contents(zlog_path(session_manager));
+        session_manager_text = contents(session_manager.path);
     }
 
     /// A commit of one to three levels.
@@ -136,7 +136,7 @@ class NoChangeIsLost : public FollowedBoard {
 
     /// Runs `disturb` while writers change settings, and waits until everything is in step again.
     void round(std::size_t writers, bool starts, std::function<void()> const& disturb) {
-        auto const before = wanted->zlog_file(session_manager);
+        auto const before = (*wanted)(session_manager);
         {
             Writers const writing{*this, writers, 3};
             if (below(random, 4) == 0) {
@@ -146,9 +146,9 @@ class NoChangeIsLost : public FollowedBoard {
             disturb();
         }
         expect_in_step();
-        auto const text = contents(zlog_path(session_manager));
+        auto const text = contents(session_manager.path);
         if (starts) {
-            EXPECT_THAT(text, AnyOf(before, wanted->zlog_file(session_manager)));
+            EXPECT_THAT(text, AnyOf(before, (*wanted)(session_manager)));
             session_manager_text = text;
         } else {
             EXPECT_EQ(text, session_manager_text) << "rewritten without a start";

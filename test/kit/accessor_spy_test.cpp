@@ -37,25 +37,21 @@ class AccessorSpyTest : public testing::Test {
 
 TEST_F(AccessorSpyTest, SeesEveryFunctionOfTheLibrary) {
     std::set<std::string> all;
-    std::apply(
-        [&](auto const&... entry) {
-            auto const call_both = [&]<class M, class S>(log_config::ModuleEntry<M, S> const& row) {
-                auto const& module = *cfgdb::find_module(row.module);
-                M descriptor{};
-                auto const read = seen([&] { return row.read_descriptor(cfgdb.db(), &descriptor, key); });
-                auto const init = "init_" + std::string{module.descriptor};
-                auto const reader = "getRunDb_CommonGCfg_logging_module_" + std::string{module.name};
-                EXPECT_EQ(read, module.built_in() ? init : reader);
-                all.insert({read, init}); // the daemon asks a stored module for no defaults
+    log_config::catalogue::for_each([&]<class M, class S>(log_config::ModuleEntry<M, S> const& row) {
+        auto const& module = *cfgdb::find_module(row.module);
+        M descriptor{};
+        auto const read = seen([&] { return row.read_descriptor(cfgdb.db(), &descriptor, key); });
+        auto const init = "init_" + std::string{module.descriptor};
+        auto const reader = "getRunDb_CommonGCfg_logging_module_" + std::string{module.name};
+        EXPECT_EQ(read, module.built_in() ? init : reader);
+        EXPECT_EQ(row.field_id, module.field_id);
+        all.insert({read, init}); // the daemon asks a stored module for no defaults
 
-                char name[15]{};
-                auto const lookup = seen([&] { return row.subject_name(name, S{}); });
-                EXPECT_THAT(lookup, EndsWith("_subjects_from_index"));
-                all.insert(lookup);
-            };
-            (call_both(entry), ...);
-        },
-        log_config::catalogue::all);
+        char name[15]{};
+        auto const lookup = seen([&] { return row.subject_name(name, S{}); });
+        EXPECT_THAT(lookup, EndsWith("_subjects_from_index"));
+        all.insert(lookup);
+    });
 
     char stem[15]{};
     SyslogSettings settings{};

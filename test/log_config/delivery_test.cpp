@@ -26,7 +26,6 @@
 #include "xpon/log_config/rsh/remote_shell_logger.hpp"
 #include "xpon/log_config/service/log_config_service.hpp"
 #include "xpon/log_config/syslog_ng/syslog_configurator.hpp"
-#include "xpon/log_config/zlog_files/config_files.hpp"
 #include "xpon/log_config/zlog_files/generate_zlog_config_files.hpp"
 #include "xpon/service/service_launcher.hpp"
 #include "xpon/system_wrapper/system_wrapper.hpp"
@@ -59,8 +58,6 @@ class DeliveryTest : public testing::Test {
         EXPECT_THAT(launcher->stop(), IsOk());
         EXPECT_THAT(running.get(), IsOk());
     }
-
-    static ConfigFileEntry const& session_manager() { return zlog_files.at(15); }
 
     /// One level of each module's record.
     void change_every_module() {
@@ -120,13 +117,15 @@ TEST_F(DeliveryTest, ANotificationThatFailsAmidAListIsMadeUpForWithoutANewChange
 
     std::set<std::uint32_t> readers; // of the files that hold one of the 17 modules
     test::Wanted const wanted{folder};
-    for (auto const& entry : zlog_files) {
-        auto const text = wanted.zlog_file(entry);
-        if (entry.module != session_manager().module &&
-            text != test::golden("zlog_defaults/" + std::string{entry.name})) {
-            readers.insert(static_cast<std::uint32_t>(entry.module));
-            EXPECT_TRUE(wait_until([&] { return test::read_file(zlog + std::string{entry.name}) == text; }))
-                << entry.name;
+    for (auto const& output : outputs()) {
+        auto const name = std::string{output.name};
+        if (!output.reader || output.at_start_only) {
+            continue;
+        }
+        auto const text = wanted(output);
+        if (text != test::golden("zlog_defaults/" + name)) {
+            readers.insert(static_cast<std::uint32_t>(*output.reader));
+            EXPECT_TRUE(wait_until([&] { return test::read_file(zlog + name) == text; })) << name;
         }
     }
     EXPECT_GE(readers.size(), 7U);
@@ -171,7 +170,7 @@ TEST_F(DeliveryTest, TerminalsThatOpenDuringChangesBringNoOldSettingsBack) {
         ASSERT_THAT(transaction.commit(folder), IsOk());
         terminals.wait();
         // No terminal's event is under way: settings that are old now would stay in force.
-        auto const expected = syslog_ng_text(wanted.syslog_settings(), open);
+        auto const expected = wanted(syslog_ng_output(), open);
         ASSERT_TRUE(wait_until([&] {
             std::lock_guard const lock{mutex};
             return in_force == expected;

@@ -351,24 +351,19 @@ TEST_F(ZlogFilesTest, EveryFunctionOfTheLibraryCanFailTheFilesThatHoldItsModule)
         }
     };
     unsigned short const key[3]{};
-    std::apply(
-        [&](auto const&... entry) {
-            auto const fail_both = [&]<class M, class S>(ModuleEntry<M, S> const& row) {
-                M descriptor{};
-                char name[15]{};
-                spy.clear();
-                EXPECT_EQ(row.read_descriptor(cfgdb->db(), &descriptor, key), 0);
-                EXPECT_EQ(row.subject_name(name, S{}), 0);
-                auto const functions = spy.calls();
-                ASSERT_THAT(functions, SizeIs(2));
-                expect_failures(functions[0], row.module, "Failed get config for ");
-                expect_failures(functions[1], row.module,
-                                fmt::format("Failed generate submodules on Base obj for {}",
-                                            static_cast<unsigned>(row.module)));
-            };
-            (fail_both(entry), ...);
-        },
-        catalogue::all);
+    catalogue::for_each([&]<class M, class S>(ModuleEntry<M, S> const& row) {
+        M descriptor{};
+        char name[15]{};
+        spy.clear();
+        EXPECT_EQ(row.read_descriptor(cfgdb->db(), &descriptor, key), 0);
+        EXPECT_EQ(row.subject_name(name, S{}), 0);
+        auto const functions = spy.calls();
+        ASSERT_THAT(functions, SizeIs(2));
+        expect_failures(functions[0], row.module, "Failed get config for ");
+        expect_failures(
+            functions[1], row.module,
+            fmt::format("Failed generate submodules on Base obj for {}", static_cast<unsigned>(row.module)));
+    });
 }
 
 // --- the tables
@@ -376,25 +371,17 @@ TEST_F(ZlogFilesTest, EveryFunctionOfTheLibraryCanFailTheFilesThatHoldItsModule)
 TEST_F(ZlogFilesTest, TheCatalogueIsTheCheckedInOne) {
     std::ostringstream out;
     out << "# module\tdescriptor\tstem\tsubjects, as they are looked up\n";
-    std::apply(
-        [&](auto const&... entry) {
-            auto const print = [&](auto const& row) {
-                char stem[15]{};
-                EXPECT_EQ(get_modules_names_from_index(stem, row.module), 0);
-                out << row.module << '\t' << cfgdb::find_module(row.module)->descriptor << '\t' << stem
-                    << '\t';
-                for (int index = 0; index < row.subject_count; ++index) {
-                    char subject[15]{};
-                    using Subject =
-                        decltype([]<class M, class S>(ModuleEntry<M, S> const&) { return S{}; }(row));
-                    EXPECT_EQ(row.subject_name(subject, static_cast<Subject>(index)), 0);
-                    out << (index == 0 ? "" : " ") << subject;
-                }
-                out << '\n';
-            };
-            (print(entry), ...);
-        },
-        catalogue::all);
+    catalogue::for_each([&]<class M, class S>(ModuleEntry<M, S> const& row) {
+        char stem[15]{};
+        EXPECT_EQ(get_modules_names_from_index(stem, row.module), 0);
+        out << row.module << '\t' << cfgdb::find_module(row.module)->descriptor << '\t' << stem << '\t';
+        for (int index = 0; index < row.subject_count; ++index) {
+            char subject[15]{};
+            EXPECT_EQ(row.subject_name(subject, static_cast<S>(index)), 0);
+            out << (index == 0 ? "" : " ") << subject;
+        }
+        out << '\n';
+    });
 
     out << "# file\tits module\tmodules, in the order written\n";
     std::size_t objects = 0;
@@ -419,8 +406,8 @@ TEST_F(ZlogFilesTest, TheCatalogueIsTheCheckedInOne) {
             }
         }
     }
-    out << "# counts\nmodules\t" << std::tuple_size_v<decltype(catalogue::all)> << "\nfiles\t"
-        << zlog_files.size() << "\nobjects\t" << objects << "\ncategories\t" << categories.size() << '\n';
+    out << "# counts\nmodules\t" << catalogue::numbers.size() << "\nfiles\t" << zlog_files.size()
+        << "\nobjects\t" << objects << "\ncategories\t" << categories.size() << '\n';
     EXPECT_EQ(out.str(), golden("catalogue.txt"));
 }
 

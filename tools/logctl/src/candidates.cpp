@@ -2,7 +2,7 @@
 
 #include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/settings.hpp"
-#include "xpon/log_config/zlog_files/config_files.hpp"
+#include "xpon/log_config/outputs/outputs.hpp"
 
 namespace xpon::logctl {
 
@@ -55,9 +55,9 @@ Names module_names(std::string const& /*begin*/) {
 }
 
 Names previews(std::string const& /*begin*/) {
-    Names names{"syslog-ng"};
-    for (auto const& file : log_config::zlog_files) {
-        names.emplace(file.name);
+    Names names;
+    for (auto const& output : log_config::outputs()) {
+        names.emplace(output.name);
     }
     return names;
 }

@@ -17,8 +17,8 @@
 
 #include "core/failure.hpp"
 #include "core/process.hpp"
+#include "file_text.hpp"
 #include "process.hpp"
-#include "wanted.hpp"
 #include "xpon/cfgdb/printable.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
 

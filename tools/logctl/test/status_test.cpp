@@ -214,11 +214,13 @@ TEST_F(Status, SaysWhereADaemonMustBeRestartedForTheSessionManager) {
     start_board();
     set({{"module.sessionmgr.IPC", "debug"}});
     EXPECT_EQ(line("SESSIONMGR.conf"),
-              "SESSIONMGR.conf        ok      restart needed  unknown  a level of the session manager takes "
-              "effect when the daemon is next restarted");
+              "SESSIONMGR.conf        ok      restart needed  unknown  its levels take effect when the "
+              "daemon is next restarted");
     EXPECT_EQ(logctl.run({"status"}).status, 1);
     test::write_file("/etc/zlog_modules_config/SESSIONMGR.conf", "something else\n");
-    EXPECT_EQ(line("SESSIONMGR.conf"), "SESSIONMGR.conf        ok      differs  unknown");
+    EXPECT_EQ(line("SESSIONMGR.conf"),
+              "SESSIONMGR.conf        ok      restart needed  unknown  its levels take effect when the "
+              "daemon is next restarted");
     ASSERT_EQ(stop_daemon(), 0);
     start_daemon();
     ASSERT_TRUE(wait_for_line("SESSIONMGR.conf", "SESSIONMGR.conf        ok      ok       unknown"));

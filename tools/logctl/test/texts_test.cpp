@@ -82,7 +82,7 @@ TEST_F(Texts, UnknownModulesAndOutputsAreRefusedWithTheNearest) {
         {{"modules", "\x1b[31m"}, R"("\x1b[31m": no such module; logctl modules lists them)"},
         {{"preview", "snpm"}, R"("snpm": no such output; nearest: SNMP.conf)"},
         {{"preview", "../passwd"},
-         R"("../passwd": no such output; there are: syslog-ng, DNA.conf, ACS_CONFIG_DUMP.conf, )"
+         R"("../passwd": no such output; there are: syslog-ng, kernel, DNA.conf, ACS_CONFIG_DUMP.conf, )"
          "ACS_CUSTOM.conf, ACSD-CONFIG.conf, ALARMMGR.conf, API-SERVICE.conf, AUTOBACKUPMGR.conf, "
          "BOOTLOADERUPG.conf, CLI.conf, CONFIGMGR.conf, ELECTION-MGR.conf, FILE-MGR.conf, FIRMWARE-MGR.conf, "
          "IPCBROKER.conf, NTPD-CONFIG.conf, SESSIONMGR.conf, SLOT-MGR.conf, SNMP.conf, SNMPD-CONFIG.conf, "

@@ -7,7 +7,13 @@
 
 namespace xpon::log_config {
 
-/// Writes the level to /proc/sys/kernel/printk in the kernel's numbering (level + 2) at every call, even if
+/// The kernel's number for a level: level 0 (critical) is KERN_CRIT, which is 2 (linux/kern_levels.h). The
+/// kernel prints messages below the number.
+constexpr int kernel_level(SyslogKernelDest const& dest) {
+    return dest.level + 2;
+}
+
+/// Writes the level to /proc/sys/kernel/printk in the kernel's numbering at every call, even if
 /// it is unchanged. Only the console level changes; the other numbers in the file keep their values.
 class KernelConfigurator : public IKernelConfigurator {
   public:

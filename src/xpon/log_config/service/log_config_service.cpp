@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "core/failure.hpp"
+#include "xpon/log_config/outputs/read_syslog_settings.hpp"
 #include "xpon/log_config/zlog_files/module_fields.hpp"
 
 namespace xpon::log_config {
@@ -19,9 +20,6 @@ using service::ServiceCtx;
 using service::ServiceMode;
 
 namespace {
-
-// The single row of the global logging configuration.
-constexpr unsigned short global_row[3]{};
 
 bool is_syslog_field(std::uint32_t field_id) {
     return field_id == 52 || field_id == 53 || field_id == 54 || field_id == 56;
@@ -141,18 +139,10 @@ Result<void> LogConfigService::update_syslog_configurator() {
 }
 
 Result<SyslogSettings> LogConfigService::get_full_syslog_config() {
-    void const* const db = cfgdb->db();
-    // Parentheses zero the whole record; braces would leave the padding as it is.
-    auto settings = SyslogSettings();
-    OUTCOME_TRY(c_api_result(*logger, init_SyslogSettings(&settings)));
-    OUTCOME_TRY(
-        c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_remote(db, &settings.remote, global_row)));
-    OUTCOME_TRY(c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_rsh(db, &settings.rsh, global_row)));
-    OUTCOME_TRY(
-        c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_file(db, &settings.file, global_row)));
-    OUTCOME_TRY(
-        c_api_result(*logger, getRunDb_CommonGCfg_logging_syslog_console(db, &settings.console, global_row)));
-    return settings;
+    return read_syslog_settings(
+        cfgdb->db(), [this](int status, std::source_location where = std::source_location::current()) {
+            return c_api_result(*logger, status, where);
+        });
 }
 
 Result<void> LogConfigService::update_pts(RemoteLoggerEvent const& event) {

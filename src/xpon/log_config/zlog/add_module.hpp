@@ -8,6 +8,7 @@
 #include "core/failure.hpp"
 #include "core/type_name.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/log_config/global_row.hpp"
 #include "xpon/log_config/zlog/zlog_module_base.hpp"
 
 namespace xpon::log_config {
@@ -19,10 +20,8 @@ using ReadDescriptor = std::function<int(void const* db, M* out, unsigned short 
 /// A module's descriptor as it is stored. Fails with `ErrorCApi`.
 template <class M>
 Result<M> read_module(cfgdb::CfgDbWrapper const& cfgdb, ReadDescriptor<M> const& read_descriptor) {
-    // The single row of the global logging configuration.
-    constexpr unsigned short key[3]{};
     auto descriptor = M(); // all bytes zero
-    if (read_descriptor(cfgdb.db(), &descriptor, key) != 0) {
+    if (read_descriptor(cfgdb.db(), &descriptor, global_row) != 0) {
         return core::fail(core::Error::ErrorCApi, "Failed get config for {}", core::type_name<M>());
     }
     return descriptor;

@@ -1,12 +1,12 @@
 #include "xpon/log_config/zlog/zlog_config_file.hpp"
 
-#include <numeric>
 #include <span>
 #include <stdexcept>
 #include <utility>
 
 #include "core/failure.hpp"
 #include "xpon/log_config/zlog/module_number.hpp"
+#include "xpon/log_config/zlog/zlog_text.hpp"
 
 namespace xpon::log_config {
 
@@ -60,17 +60,7 @@ Result<void> ZlogConfigFile::apply_new_config(ModuleChanges const& changes) {
 }
 
 Result<void> ZlogConfigFile::write() {
-    std::string text;
-    auto const header = generator->get_header();
-    text.reserve(
-        std::accumulate(modules.begin(), modules.end(), header.size(), [](auto size, auto const& module) {
-            return size + module.second->get_config().size();
-        }));
-    text += header;
-    for (auto const& [_, log_module] : modules) {
-        text += log_module->get_config();
-    }
-    return writer->write(text);
+    return writer->write(zlog_text(*generator, modules));
 }
 
 Result<void> ZlogConfigFile::notify() {

@@ -2,9 +2,9 @@
 
 // The logging modules of the board, one typed row each. A row that mixes two modules does not compile.
 
+#include <algorithm>
+#include <array>
 #include <cstdint>
-#include <tuple>
-#include <utility>
 
 #include "xpon/cfgdb/modules.hpp"
 #include "xpon/log_config/zlog/module_number.hpp"
@@ -17,6 +17,7 @@ struct ModuleEntry {
     int subject_count;
     int (*subject_name)(char* out, S subject);
     int (*read_descriptor)(void const* db, M* out, unsigned short const* key);
+    std::uint32_t field_id; ///< of its stored levels; 0 if it has none
 };
 
 /// Gives `init_*` the signature of a reader, for modules without stored settings.
@@ -27,76 +28,78 @@ int defaults_only(void const* /*db*/, M* out, unsigned short const* /*key*/) {
 
 namespace catalogue {
 
+// By ascending number: STORED(row, number, descriptor, subjects, their count, name of lookup, name of reader,
+// field) BUILT_IN(row, number, descriptor, subjects, their count, name of lookup)
 // clang-format off
-inline constexpr ModuleEntry<ModuleAlarmMgr,  Alarmmgr_subjects>   alarm_mgr  {module_of(0),  1,  get_alarmmgr_subjects_from_index,   getRunDb_CommonGCfg_logging_module_alarmmgr};
-inline constexpr ModuleEntry<ModuleDna,       Dna_subjects>        dna        {module_of(1),  7,  get_dna_subjects_from_index,        getRunDb_CommonGCfg_logging_module_dna};
-inline constexpr ModuleEntry<ModuleFsmPon,    Fsm_subjects>        fsm_pon    {module_of(2),  11, get_fsm_subjects_from_index,        getRunDb_CommonGCfg_logging_module_fsm_pon};
-inline constexpr ModuleEntry<ModuleIgmp,      Igmp_subjects>       igmp       {module_of(3),  7,  get_igmp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_igmp};
-inline constexpr ModuleEntry<ModuleDhcpRa,    Dhcpra_subjects>     dhcp_ra    {module_of(4),  5,  get_dhcpra_subjects_from_index,     getRunDb_CommonGCfg_logging_module_dhcpra};
-inline constexpr ModuleEntry<ModuleIpsg,      Ipsg_subjects>       ipsg       {module_of(5),  3,  get_ipsg_subjects_from_index,       getRunDb_CommonGCfg_logging_module_ipsg};
-inline constexpr ModuleEntry<ModulePppoeIa,   Pppoe_ia_subjects>   pppoe_ia   {module_of(6),  5,  get_pppoe_ia_subjects_from_index,   getRunDb_CommonGCfg_logging_module_pppoe_ia};
-inline constexpr ModuleEntry<ModuleLldp,      Lldp_subjects>       lldp       {module_of(7),  5,  get_lldp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_lldp};
-inline constexpr ModuleEntry<ModuleL3Agent,   L3_agent_subjects>   l3_agent   {module_of(8),  2,  get_l3_agent_subjects_from_index,   getRunDb_CommonGCfg_logging_module_l3_agent};
-inline constexpr ModuleEntry<ModuleSnmp,      Snmp_subjects>       snmp       {module_of(9),  7,  get_snmp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_snmp};
-inline constexpr ModuleEntry<ModuleSessionMgr, Sessionmgr_subjects> session_mgr{module_of(11), 2, get_sessionmgr_subjects_from_index, getRunDb_CommonGCfg_logging_module_sessionmgr};
-inline constexpr ModuleEntry<ModuleCli,       Cli_subjects>        cli        {module_of(13), 10, get_cli_subjects_from_index,        getRunDb_CommonGCfg_logging_module_cli};
-inline constexpr ModuleEntry<ModuleSwitch,    Switch_subjects>     switch_    {module_of(16), 5,  get_switch_subjects_from_index,     getRunDb_CommonGCfg_logging_module_switch};
-inline constexpr ModuleEntry<ModuleLacp,      Lacp_subjects>       lacp       {module_of(17), 5,  get_lacp_subjects_from_index,       getRunDb_CommonGCfg_logging_module_lacp};
-inline constexpr ModuleEntry<ModuleDatapath,  Datapath_subjects>   datapath   {module_of(18), 3,  get_datapath_subjects_from_index,   getRunDb_CommonGCfg_logging_module_datapath};
-inline constexpr ModuleEntry<ModuleArp,       Arp_subjects>        arp        {module_of(19), 4,  get_arp_subjects_from_index,        getRunDb_CommonGCfg_logging_module_arp};
+#define XPON_CATALOGUE(STORED, BUILT_IN) \
+    STORED(   alarm_mgr,          0,  ModuleAlarmMgr,          Alarmmgr_subjects,          1,  alarmmgr,          alarmmgr,   58) \
+    STORED(   dna,                1,  ModuleDna,               Dna_subjects,               7,  dna,               dna,        59) \
+    STORED(   fsm_pon,            2,  ModuleFsmPon,            Fsm_subjects,               11, fsm,               fsm_pon,    60) \
+    STORED(   igmp,               3,  ModuleIgmp,              Igmp_subjects,              7,  igmp,              igmp,       61) \
+    STORED(   dhcp_ra,            4,  ModuleDhcpRa,            Dhcpra_subjects,            5,  dhcpra,            dhcpra,     62) \
+    STORED(   ipsg,               5,  ModuleIpsg,              Ipsg_subjects,              3,  ipsg,              ipsg,       64) \
+    STORED(   pppoe_ia,           6,  ModulePppoeIa,           Pppoe_ia_subjects,          5,  pppoe_ia,          pppoe_ia,   65) \
+    STORED(   lldp,               7,  ModuleLldp,              Lldp_subjects,              5,  lldp,              lldp,       66) \
+    STORED(   l3_agent,           8,  ModuleL3Agent,           L3_agent_subjects,          2,  l3_agent,          l3_agent,   68) \
+    STORED(   snmp,               9,  ModuleSnmp,              Snmp_subjects,              7,  snmp,              snmp,       69) \
+    STORED(   session_mgr,        11, ModuleSessionMgr,        Sessionmgr_subjects,        2,  sessionmgr,        sessionmgr, 71) \
+    STORED(   cli,                13, ModuleCli,               Cli_subjects,               10, cli,               cli,        73) \
+    STORED(   switch_,            16, ModuleSwitch,            Switch_subjects,            5,  switch,            switch,     78) \
+    STORED(   lacp,               17, ModuleLacp,              Lacp_subjects,              5,  lacp,              lacp,       67) \
+    STORED(   datapath,           18, ModuleDatapath,          Datapath_subjects,          3,  datapath,          datapath,   79) \
+    STORED(   arp,                19, ModuleArp,               Arp_subjects,               4,  arp,               arp,        63) \
+    BUILT_IN( api_service,        20, ModuleApiService,        ApiService_subjects,        4,  apiservice)                        \
+    BUILT_IN( bootloader_upgrade, 21, ModuleBootloaderUpgrade, BootloaderUpgrade_subjects, 1,  bootloaderupgrade)                 \
+    BUILT_IN( watchdog,           22, ModuleWatchdog,          Watchdog_subjects,          1,  watchdog)                          \
+    BUILT_IN( ptable,             23, ModulePtable,            Ptable_subjects,            1,  ptable)                            \
+    BUILT_IN( ont_connections,    24, ModuleOntConnections,    OntConnections_subjects,    1,  ontconnections)                    \
+    BUILT_IN( election,           25, ModuleElection,          Election_subjects,          2,  election)                          \
+    BUILT_IN( file_mgr,           26, ModuleFileMgr,           FileMgr_subjects,           2,  filemgr)                           \
+    BUILT_IN( firmware,           27, ModuleFirmware,          Firmware_subjects,          3,  firmware)                          \
+    BUILT_IN( ipc_broker,         28, ModuleIpcBroker,         IpcBroker_subjects,         1,  ipcbroker)                         \
+    BUILT_IN( ntpd_config,        29, ModuleNtpdConfig,        NtpdConfig_subjects,        3,  ntpdconfig)                        \
+    BUILT_IN( slot_mgr,           30, ModuleSlotMgr,           SlotMgr_subjects,           3,  slotmgr)                           \
+    BUILT_IN( snmpd_conf,         31, ModuleSnmpdConf,         SnmpdConf_subjects,         3,  snmpdconf)                         \
+    BUILT_IN( system_mgr,         32, ModuleSystemMgr,         SystemMgr_subjects,         3,  systemmgr)                         \
+    BUILT_IN( userd_conf,         33, ModuleUserdConf,         UserdConfig_subjects,       3,  userdconfig)                       \
+    BUILT_IN( web_server_conf,    34, ModuleWebServerConf,     WebServerConf_subjects,     3,  webserverconf)                     \
+    BUILT_IN( auto_backup_mgr,    35, ModuleAutoBackupMgr,     AutoBackupMgr_subjects,     5,  autobackupmgr)                     \
+    BUILT_IN( config_mgr,         36, ModuleConfigMgr,         ConfigMgr_subjects,         3,  configmgr)                         \
+    BUILT_IN( alarm,              37, ModuleAlarm,             Alarm_subjects,             1,  alarm)                             \
+    BUILT_IN( log_config,         38, ModuleLogConfig,         LogConfig_subjects,         3,  logconfig)                         \
+    STORED(   acs_custom,         39, ModuleAcsCustom,         AcsCustom_subjects,         3,  acscustom,         acs_custom, 77) \
+    BUILT_IN( acs_config_dump,    40, ModuleAcsConfigDump,     AcsConfigDump_subjects,     1,  acsconfigdump)                     \
+    BUILT_IN( acsd_config,        41, ModuleAcsdConfig,        AcsdConfig_subjects,        3,  acsdconfig)                        \
+    BUILT_IN( aaa_conf,           42, ModuleAaaConf,           AaaConf_subjects,           3,  aaaconf)                           \
+    STORED(   netserve,           43, ModuleNetserve,          Netserve_subjects,          2,  netserve,          netserve,   76)
 
-inline constexpr ModuleEntry<ModuleApiService,        ApiService_subjects>        api_service        {module_of(20), 4, get_apiservice_subjects_from_index,        defaults_only<init_ModuleApiService>};
-inline constexpr ModuleEntry<ModuleBootloaderUpgrade, BootloaderUpgrade_subjects> bootloader_upgrade {module_of(21), 1, get_bootloaderupgrade_subjects_from_index, defaults_only<init_ModuleBootloaderUpgrade>};
-inline constexpr ModuleEntry<ModuleWatchdog,          Watchdog_subjects>          watchdog           {module_of(22), 1, get_watchdog_subjects_from_index,          defaults_only<init_ModuleWatchdog>};
-inline constexpr ModuleEntry<ModulePtable,            Ptable_subjects>            ptable             {module_of(23), 1, get_ptable_subjects_from_index,            defaults_only<init_ModulePtable>};
-inline constexpr ModuleEntry<ModuleOntConnections,    OntConnections_subjects>    ont_connections    {module_of(24), 1, get_ontconnections_subjects_from_index,    defaults_only<init_ModuleOntConnections>};
-inline constexpr ModuleEntry<ModuleElection,          Election_subjects>          election           {module_of(25), 2, get_election_subjects_from_index,          defaults_only<init_ModuleElection>};
-inline constexpr ModuleEntry<ModuleFileMgr,           FileMgr_subjects>           file_mgr           {module_of(26), 2, get_filemgr_subjects_from_index,           defaults_only<init_ModuleFileMgr>};
-inline constexpr ModuleEntry<ModuleFirmware,          Firmware_subjects>          firmware           {module_of(27), 3, get_firmware_subjects_from_index,          defaults_only<init_ModuleFirmware>};
-inline constexpr ModuleEntry<ModuleIpcBroker,         IpcBroker_subjects>         ipc_broker         {module_of(28), 1, get_ipcbroker_subjects_from_index,         defaults_only<init_ModuleIpcBroker>};
-inline constexpr ModuleEntry<ModuleNtpdConfig,        NtpdConfig_subjects>        ntpd_config        {module_of(29), 3, get_ntpdconfig_subjects_from_index,        defaults_only<init_ModuleNtpdConfig>};
-inline constexpr ModuleEntry<ModuleSlotMgr,           SlotMgr_subjects>           slot_mgr           {module_of(30), 3, get_slotmgr_subjects_from_index,           defaults_only<init_ModuleSlotMgr>};
-inline constexpr ModuleEntry<ModuleSnmpdConf,         SnmpdConf_subjects>         snmpd_conf         {module_of(31), 3, get_snmpdconf_subjects_from_index,         defaults_only<init_ModuleSnmpdConf>};
-inline constexpr ModuleEntry<ModuleSystemMgr,         SystemMgr_subjects>         system_mgr         {module_of(32), 3, get_systemmgr_subjects_from_index,         defaults_only<init_ModuleSystemMgr>};
-inline constexpr ModuleEntry<ModuleUserdConf,         UserdConfig_subjects>       userd_conf         {module_of(33), 3, get_userdconfig_subjects_from_index,       defaults_only<init_ModuleUserdConf>};
-inline constexpr ModuleEntry<ModuleWebServerConf,     WebServerConf_subjects>     web_server_conf    {module_of(34), 3, get_webserverconf_subjects_from_index,     defaults_only<init_ModuleWebServerConf>};
-inline constexpr ModuleEntry<ModuleAutoBackupMgr,     AutoBackupMgr_subjects>     auto_backup_mgr    {module_of(35), 5, get_autobackupmgr_subjects_from_index,     defaults_only<init_ModuleAutoBackupMgr>};
-inline constexpr ModuleEntry<ModuleConfigMgr,         ConfigMgr_subjects>         config_mgr         {module_of(36), 3, get_configmgr_subjects_from_index,         defaults_only<init_ModuleConfigMgr>};
-inline constexpr ModuleEntry<ModuleAlarm,             Alarm_subjects>             alarm              {module_of(37), 1, get_alarm_subjects_from_index,             defaults_only<init_ModuleAlarm>};
-inline constexpr ModuleEntry<ModuleLogConfig,         LogConfig_subjects>         log_config         {module_of(38), 3, get_logconfig_subjects_from_index,         defaults_only<init_ModuleLogConfig>};
-inline constexpr ModuleEntry<ModuleAcsCustom,         AcsCustom_subjects>         acs_custom         {module_of(39), 3, get_acscustom_subjects_from_index,         getRunDb_CommonGCfg_logging_module_acs_custom};
-inline constexpr ModuleEntry<ModuleAcsConfigDump,     AcsConfigDump_subjects>     acs_config_dump    {module_of(40), 1, get_acsconfigdump_subjects_from_index,     defaults_only<init_ModuleAcsConfigDump>};
-inline constexpr ModuleEntry<ModuleAcsdConfig,        AcsdConfig_subjects>        acsd_config        {module_of(41), 3, get_acsdconfig_subjects_from_index,        defaults_only<init_ModuleAcsdConfig>};
-inline constexpr ModuleEntry<ModuleAaaConf,           AaaConf_subjects>           aaa_conf           {module_of(42), 3, get_aaaconf_subjects_from_index,           defaults_only<init_ModuleAaaConf>};
-inline constexpr ModuleEntry<ModuleNetserve,          Netserve_subjects>          netserve           {module_of(43), 2, get_netserve_subjects_from_index,          getRunDb_CommonGCfg_logging_module_netserve};
-// clang-format on
+// A descriptor starts with its subjects' levels; anything after them belongs to the configuration library.
+#define XPON_ROW(row, number, M, S, count, lookup, read, field)                                              \
+    inline constexpr ModuleEntry<M, S> row{module_of(number), count, get_##lookup##_subjects_from_index, read, field}; \
+    static_assert(sizeof(M) >= sizeof(std::uint16_t) * (count));
+#define XPON_STORED_ROW(row, number, M, S, count, lookup, reader, field)                                     \
+    XPON_ROW(row, number, M, S, count, lookup, getRunDb_CommonGCfg_logging_module_##reader, field)
+#define XPON_BUILT_IN_ROW(row, number, M, S, count, lookup)                                                  \
+    XPON_ROW(row, number, M, S, count, lookup, defaults_only<init_##M>, 0)
+XPON_CATALOGUE(XPON_STORED_ROW, XPON_BUILT_IN_ROW)
+#undef XPON_BUILT_IN_ROW
+#undef XPON_STORED_ROW
+#undef XPON_ROW
 
-/// All rows, by ascending module number.
-inline constexpr auto all =
-    std::make_tuple(alarm_mgr, dna, fsm_pon, igmp, dhcp_ra, ipsg, pppoe_ia, lldp, l3_agent, snmp, session_mgr,
-                    cli, switch_, lacp, datapath, arp, api_service, bootloader_upgrade, watchdog, ptable,
-                    ont_connections, election, file_mgr, firmware, ipc_broker, ntpd_config, slot_mgr,
-                    snmpd_conf, system_mgr, userd_conf, web_server_conf, auto_backup_mgr, config_mgr, alarm,
-                    log_config, acs_custom, acs_config_dump, acsd_config, aaa_conf, netserve);
-static_assert(std::tuple_size_v<decltype(all)> == 40);
+#define XPON_NUMBER(row, number, ...) number,
+inline constexpr auto numbers = std::to_array<int>({XPON_CATALOGUE(XPON_NUMBER, XPON_NUMBER)});
+#undef XPON_NUMBER
+static_assert(numbers.size() == 40);
+static_assert(std::ranges::is_sorted(numbers, std::ranges::less_equal{}));
 
-/// A descriptor starts with its subjects' levels; anything after them belongs to the configuration library.
-template <class M, class S>
-constexpr bool has_a_level_for_each_subject(ModuleEntry<M, S> const& entry) {
-    return sizeof(M) >= sizeof(std::uint16_t) * static_cast<std::size_t>(entry.subject_count);
+/// Calls `action` with each row, by ascending number.
+template <class Action>
+void for_each(Action const& action) {
+#define XPON_CALL(row, ...) action(row);
+    XPON_CATALOGUE(XPON_CALL, XPON_CALL)
+#undef XPON_CALL
 }
-
-static_assert(std::apply([](auto const&... entry) { return (has_a_level_for_each_subject(entry) && ...); },
-                         all));
-static_assert(std::apply(
-    [](auto const&... entry) {
-        std::int64_t last = -1;
-        auto const ascends = [&last](Modules_names module) {
-            return std::exchange(last, number_of(module)) < std::int64_t{number_of(module)};
-        };
-        return (ascends(entry.module) && ...);
-    },
-    all));
+// clang-format on
 
 } // namespace catalogue
 

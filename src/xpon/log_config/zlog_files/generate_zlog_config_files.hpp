@@ -8,13 +8,11 @@
 #include "core/result.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/ipc/i_ipc.hpp"
+#include "xpon/log_config/paths.hpp"
 #include "xpon/log_config/zlog/i_log_config_file.hpp"
 #include "xpon/log_config/zlog_files/add_modules.hpp"
 
 namespace xpon::log_config {
-
-/// The folder in which the modules of the board look for their files.
-inline constexpr char const* zlog_folder = "/etc/zlog_modules_config/";
 
 /// Writes every zlog file from the database and returns the 26 file objects in the order of the file table.
 /// Stops at the first failure and logs and returns the error. Files written before it stay; the files after

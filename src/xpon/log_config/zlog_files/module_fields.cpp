@@ -23,31 +23,19 @@ struct Reader<entry> {
 };
 
 template <auto const& entry>
-constexpr ModuleField field(std::uint32_t field_id, Modules_names queued_as = entry.module) {
-    return {field_id, queued_as, Reader<entry>::read};
+constexpr ModuleField field() {
+    // SNMP's value on purpose: the session manager's own file is rewritten only at the next start.
+    auto const queued_as = entry.module == session_mgr.module ? snmp.module : entry.module;
+    return {entry.field_id, entry.module, queued_as, Reader<entry>::read};
 }
 
-constexpr std::array module_fields{
-    field<alarm_mgr>(58),
-    field<dna>(59),
-    field<fsm_pon>(60),
-    field<igmp>(61),
-    field<dhcp_ra>(62),
-    field<arp>(63),
-    field<ipsg>(64),
-    field<pppoe_ia>(65),
-    field<lldp>(66),
-    field<lacp>(67),
-    field<l3_agent>(68),
-    field<snmp>(69),
-    // SNMP's value on purpose: the session manager's own file is rewritten only at the next start.
-    field<session_mgr>(71, snmp.module),
-    field<cli>(73),
-    field<netserve>(76),
-    field<acs_custom>(77),
-    field<switch_>(78),
-    field<datapath>(79),
-};
+// clang-format off
+#define XPON_STORED(row, ...) field<row>(),
+#define XPON_BUILT_IN(...)
+constexpr std::array module_fields{XPON_CATALOGUE(XPON_STORED, XPON_BUILT_IN)};
+#undef XPON_BUILT_IN
+#undef XPON_STORED
+// clang-format on
 static_assert(module_fields.size() == 18);
 
 } // namespace
@@ -55,6 +43,12 @@ static_assert(module_fields.size() == 18);
 ModuleField const* find_module_field(std::uint32_t field_id) {
     auto const* const row = std::ranges::find(module_fields, field_id, &ModuleField::field_id);
     return row == module_fields.end() ? nullptr : row;
+}
+
+bool reaches_its_file(Modules_names module) {
+    return std::ranges::none_of(module_fields, [module](ModuleField const& field) {
+        return field.module == module && field.queued_as != module;
+    });
 }
 
 } // namespace xpon::log_config

@@ -5,6 +5,7 @@
 #include <fmt/format.h>
 
 #include "output.hpp"
+#include "xpon/log_config/zlog_files/module_fields.hpp"
 
 namespace xpon::logctl {
 
@@ -35,10 +36,11 @@ void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose) {
             print(fmt::format("{}: {} -> {}\n", setting->path, old_value, new_value));
         }
     }
-    auto const is_session_manager = [](cfgdb::Change const& change) {
-        return change.setting->path.starts_with("module.sessionmgr.");
+    auto const takes_effect_at_start = [](cfgdb::Change const& change) {
+        auto const* const field = log_config::find_module_field(change.setting->field_id);
+        return field != nullptr && !log_config::reaches_its_file(field->module);
     };
-    if (std::ranges::any_of(changes, is_session_manager)) {
+    if (std::ranges::any_of(changes, takes_effect_at_start)) {
         tell("note: a level of the session manager takes effect when the daemon is next restarted, not "
              "before");
     }

@@ -87,7 +87,7 @@ core::Result<Findings> look(Context const& context, bool mends) {
         findings.settings.push_back({"syslog.file.path", *problem});
     }
     OUTCOME_TRY(wanted, Wanted::open(context));
-    auto const text = wanted.syslog_ng_text(shells_in(file_text(syslog_ng_conf).value_or("")));
+    auto const text = wanted.text(log_config::syslog_ng_output());
     findings.dry_run = text.has_value()
                            ? try_syslog_ng(text.value())
                            : DryRun{DryRun::Outcome::NotDone, "there is no text with these settings"};

@@ -29,7 +29,7 @@ struct Options {
 /// A module as it is now.
 struct Row {
     cfgdb::Module const* module;
-    std::vector<std::string> files;
+    std::vector<std::string_view> files;
     std::vector<std::string> levels; // one per subject
 };
 

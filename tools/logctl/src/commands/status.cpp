@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <charconv>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -11,7 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/command.hpp"
-#include "module_names.hpp"
+#include "file_text.hpp"
 #include "output.hpp"
 #include "running.hpp"
 #include "stored.hpp"
@@ -22,10 +21,8 @@ namespace xpon::logctl {
 
 namespace {
 
-using log_config::ConfigFileEntry;
 using nlohmann::ordered_json;
 
-constexpr char const* printk = "/proc/sys/kernel/printk";
 constexpr char const* in_order = "ok";
 constexpr char const* unknown = "unknown";
 
@@ -33,8 +30,7 @@ constexpr char const* unknown = "unknown";
 /// in a word what it is instead.
 // NOLINTBEGIN(readability-redundant-member-init): without them a partial initialiser is a warning
 struct Output {
-    std::string name;
-    std::string path;
+    log_config::Output const* output;
     std::string wanted = in_order;
     std::string written = in_order;
     std::string running = in_order;
@@ -79,32 +75,25 @@ void compare(Output& output, core::Result<std::string> const& wanted,
         output.wanted = "invalid";
         output.written = written ? unknown : output.written;
         add_detail(output, text_of(wanted.error()));
-    } else if (written && *written != wanted.value()) {
+    } else if (written && !holds(*output.output, *written, wanted.value())) {
         output.written = "differs";
     }
 }
 
-/// What is made from the database, or why nothing is.
-template <class Make>
-auto made_from(core::Result<Wanted> const& wanted, Make make) -> std::invoke_result_t<Make, Wanted const&> {
+core::Result<std::string> text_for(log_config::Output const& output, core::Result<Wanted> const& wanted) {
     if (wanted.has_error()) {
         return core::ErrorPayload{core::Error::InvalidState, std::string{}}; // said once for all outputs
     }
-    return make(wanted.value());
+    return wanted.value().text(output);
 }
 
-Output syslog_ng_output(core::Result<Wanted> const& wanted, Context const& context) {
-    Output output{"syslog-ng", syslog_ng_conf};
+void judge_syslog_ng(Output& output, std::optional<std::string> const& written, Context const& context) {
     if (auto const stored = stored_values(context.database); stored.has_value()) {
         if (auto const problem = log_folder_problem(stored.value())) {
             output.wanted = "unsafe";
             add_detail(output, *problem);
         }
     }
-    auto const written = file_text(syslog_ng_conf);
-    auto const shells = shells_in(written.value_or(""));
-    compare(output, made_from(wanted, [&](auto const& from) { return from.syslog_ng_text(shells); }),
-            written);
     auto const loaded = loaded_syslog_ng_conf();
     if (loaded.has_error()) {
         output.running = "down";
@@ -113,24 +102,15 @@ Output syslog_ng_output(core::Result<Wanted> const& wanted, Context const& conte
         output.running = "differs";
         add_detail(output, "another configuration is loaded than the file holds");
     }
-    return output;
 }
 
-Output kernel_output(core::Result<Wanted> const& wanted) {
-    Output output{"kernel", printk};
-    auto const level = made_from(wanted, [](auto const& from) { return from.kernel_level(); });
-    auto const text = file_text(printk).value_or("");
-    int now = -1;
-    std::from_chars(text.data(), text.data() + text.size(), now); // the first of the numbers there
-    if (level.has_error()) {
-        output.wanted = "invalid";
-        output.written = output.running = unknown;
-        add_detail(output, text_of(level.error()));
-    } else if (now != level.value()) {
-        output.written = output.running = now < 0 ? "missing" : "differs";
-        add_detail(output, fmt::format("console level {} is wanted, {} is set", level.value(), now));
+void judge_kernel(Output& output, core::Result<std::string> const& wanted,
+                  std::optional<std::string> const& written) {
+    output.running = output.written;
+    if (wanted.has_value() && output.written == "differs") {
+        add_detail(output, fmt::format("console level {} is wanted, {} is set", std::stoi(wanted.value()),
+                                       written->substr(0, written->find_first_of("\t\n"))));
     }
-    return output;
 }
 
 /// Milliseconds since the epoch.
@@ -147,7 +127,7 @@ using Answers = core::Result<std::map<std::uint32_t, ipc::LastAnswer>>;
 
 void judge_answer(Output& output, Modules_names module, Answers const& answers) {
     output.running = unknown;
-    auto const written_at = modification_time(output.path);
+    auto const written_at = modification_time(output.output->path);
     if (answers.has_error() || !written_at) {
         return;
     }
@@ -168,25 +148,32 @@ void judge_answer(Output& output, Modules_names module, Answers const& answers) 
     }
 }
 
-Output zlog_output(ConfigFileEntry const& file, core::Result<Wanted> const& wanted, Answers const& answers) {
-    Output output{std::string{file.name}, zlog_path(file.name)};
+Output judge(log_config::Output const& output, core::Result<Wanted> const& from, Answers const& answers,
+             Context const& context) {
+    Output judged{&output};
+    auto const wanted = text_for(output, from);
     auto const written = file_text(output.path);
-    compare(output, made_from(wanted, [&](auto const& from) { return from.zlog_text(file); }), written);
-    if (written && output.written == "differs" && file.name == "SESSIONMGR.conf" &&
-        wanted.value().is_of_another_level(file, *written)) {
-        output.written = "restart needed";
-        add_detail(output, "a level of the session manager takes effect when the daemon is next restarted");
+    compare(judged, wanted, written);
+    if (output.reader) {
+        if (judged.written == "differs" && output.at_start_only) {
+            judged.written = "restart needed";
+            add_detail(judged, "its levels take effect when the daemon is next restarted");
+        }
+        judge_answer(judged, *output.reader, answers);
+    } else if (&output == &log_config::kernel_output()) {
+        judge_kernel(judged, wanted, written);
+    } else {
+        judge_syslog_ng(judged, written, context);
     }
-    judge_answer(output, file.module, answers);
-    return output;
+    return judged;
 }
 
 /// A folder that is removed and made again while the daemon's unit runs is another than the one that the unit
 /// lets it write. Only root can look.
 void say_if_not_writable(Output& output, Process const& daemon) {
-    auto const folder = std::filesystem::path{output.path}.parent_path();
+    auto const folder = std::filesystem::path{output.output->path}.parent_path();
     struct statvfs seen{};
-    if (output.path != printk && output.written != in_order &&
+    if (output.output != &log_config::kernel_output() && output.written != in_order &&
         statvfs(fmt::format("/proc/{}/root{}", daemon.pid, folder.native()).c_str(), &seen) == 0 &&
         (seen.f_flag & ST_RDONLY) != 0) {
         add_detail(output,
@@ -202,10 +189,8 @@ Report look(Context const& context) {
     auto const wanted = Wanted::open(context);
     report.database_problem = wanted.has_error() ? text_of(wanted.error()) : "";
     auto const answers = last_answers();
-    report.outputs.push_back(syslog_ng_output(wanted, context));
-    report.outputs.push_back(kernel_output(wanted));
-    for (auto const& file : log_config::zlog_files) {
-        report.outputs.push_back(zlog_output(file, wanted, answers));
+    for (auto const& output : log_config::outputs()) {
+        report.outputs.push_back(judge(output, wanted, answers, context));
     }
     if (report.daemon) {
         for (auto& output : report.outputs) {
@@ -255,8 +240,8 @@ void add_board(AddLine const& add, Report const& report) {
 void add_outputs(AddLine const& add, std::vector<Output> const& outputs) {
     add({"OUTPUT", "WANTED", "WRITTEN", "RUNNING", "REASON"});
     for (auto const& output : outputs) {
-        add({output.name, state_cell(output.wanted), state_cell(output.written), state_cell(output.running),
-             output.detail});
+        add({output.output->name, state_cell(output.wanted), state_cell(output.written),
+             state_cell(output.running), output.detail});
     }
 }
 
@@ -301,8 +286,8 @@ std::string to_json(Report const& report) {
     }
     auto outputs = ordered_json::array();
     for (auto const& output : report.outputs) {
-        outputs.push_back({{"output", output.name},
-                           {"path", output.path},
+        outputs.push_back({{"output", output.output->name},
+                           {"path", output.output->path},
                            {"wanted", output.wanted},
                            {"written", output.written},
                            {"running", output.running},

@@ -16,12 +16,13 @@
 #include "commands/command.hpp"
 #include "core/failure.hpp"
 #include "core/unique_fd.hpp"
-#include "module_names.hpp"
 #include "output.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/change_feed.hpp"
 #include "xpon/cfgdb/history.hpp"
 #include "xpon/ipc/file_events.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
+#include "xpon/log_config/outputs/outputs.hpp"
 
 namespace xpon::logctl {
 
@@ -55,7 +56,19 @@ Event database_change(cfgdb::HistoryEntry const& entry) {
              {"new", new_value}}};
 }
 
-/// The file that a module reads, or null.
+/// The module's name in the paths of its settings.
+std::string module_name(std::uint32_t value) {
+    auto const* const module = cfgdb::find_module(Modules_names{value});
+    return module != nullptr ? std::string{module->name} : fmt::format("number {}", value);
+}
+
+/// The zlog file that a module reads; null if it reads none of its own.
+log_config::Output const* file_read_by(std::uint32_t module) {
+    auto const all = log_config::outputs();
+    auto const found = std::ranges::find(all, Modules_names{module}, &log_config::Output::reader);
+    return found == all.end() ? nullptr : &*found;
+}
+
 ordered_json file_object(std::uint32_t module) {
     auto const* const file = file_read_by(module);
     return file != nullptr ? ordered_json(file->name) : ordered_json(nullptr);
@@ -65,8 +78,7 @@ Event notification(ipc::FileChange const& change) {
     auto const name = module_name(change.module);
     auto const* const file = file_read_by(change.module);
     return {std::time(nullptr),
-            fmt::format("file of module {} changed: {}", name,
-                        file != nullptr ? zlog_path(file->name) : "it has none"),
+            fmt::format("file of module {} changed: {}", name, file != nullptr ? file->path : "it has none"),
             {{"event", "notification"},
              {"module", name},
              {"value", change.module},

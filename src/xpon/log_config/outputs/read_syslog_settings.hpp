@@ -1,0 +1,23 @@
+#pragma once
+
+#include "core/result.hpp"
+#include "xpon/cfgdb/syslog_settings.hpp"
+#include "xpon/log_config/global_row.hpp"
+
+namespace xpon::log_config {
+
+/// The record as stored, except `kernel`, which holds the default. `check` turns the status of each function
+/// that is called into a `Result<void>`; the first error ends the reading.
+template <class Check>
+core::Result<SyslogSettings> read_syslog_settings(void const* db, Check const& check) {
+    // Parentheses zero the whole record; braces would leave the padding as it is.
+    auto settings = SyslogSettings();
+    OUTCOME_TRY(check(init_SyslogSettings(&settings)));
+    OUTCOME_TRY(check(getRunDb_CommonGCfg_logging_syslog_remote(db, &settings.remote, global_row)));
+    OUTCOME_TRY(check(getRunDb_CommonGCfg_logging_syslog_rsh(db, &settings.rsh, global_row)));
+    OUTCOME_TRY(check(getRunDb_CommonGCfg_logging_syslog_file(db, &settings.file, global_row)));
+    OUTCOME_TRY(check(getRunDb_CommonGCfg_logging_syslog_console(db, &settings.console, global_row)));
+    return settings;
+}
+
+} // namespace xpon::log_config
