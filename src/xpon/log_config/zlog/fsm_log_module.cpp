@@ -13,9 +13,9 @@ namespace xpon::log_config {
 namespace {
 
 constexpr auto fsm_module = module_of(2);
-constexpr unsigned long subject_count = 11;
-constexpr int port_count = 16;
-constexpr int ont_count = 256; // of each port
+constexpr std::size_t subject_count = 11;
+constexpr std::size_t port_count = 16;
+constexpr std::size_t ont_count = 256; // of each port
 
 /// The 16-bit words at the start of the descriptor, whatever its members are called: the levels of the
 /// subjects, of the OLT, of the ports, of the ONTs of port 1, of port 2 …
@@ -32,9 +32,9 @@ FsmLogModule::FsmLogModule(ModuleFsmPon const& descriptor,
                            std::shared_ptr<ILogConfigGenerator> const& generator)
   : ZlogModuleBase{generator, descriptor, fsm_module, subject_count, get_fsm_subjects_from_index, {}}
   , olt_categories{"OLT"} {
-    for (int port = 1; port <= port_count; ++port) {
+    for (std::size_t port = 1; port <= port_count; ++port) {
         port_categories.push_back(fmt::format(FMT_COMPILE("PON-PORT_{}"), port));
-        for (int ont = 1; ont <= ont_count; ++ont) {
+        for (std::size_t ont = 1; ont <= ont_count; ++ont) {
             ont_categories.push_back(fmt::format(FMT_COMPILE("ONT_{}/{}"), port, ont));
         }
     }

@@ -17,9 +17,9 @@
 #include "core/failure.hpp"
 #include "core/unique_fd.hpp"
 #include "output.hpp"
-#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/change_feed.hpp"
 #include "xpon/cfgdb/history.hpp"
+#include "xpon/cfgdb/module_table.hpp"
 #include "xpon/ipc/file_events.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
 #include "xpon/log_config/outputs/outputs.hpp"
@@ -197,8 +197,7 @@ class Watch {
         auto const changed = feed->next();
         if (changed.has_error()) {
             // It may only be away for a moment; its return is announced like a change.
-            if (auto const text = changed.error().info ? std::string{changed.error().info->text()} : "";
-                text != trouble) {
+            if (auto const text = text_of(changed.error()); text != trouble) {
                 tell(text);
                 trouble = text;
             }
