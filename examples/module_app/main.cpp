@@ -1,8 +1,6 @@
 // A module of the board, as far as logging goes: it writes lines of every level through the logger, lets the
 // file that log-config keeps for it decide which of them pass, and follows that file while it runs.
 #include <array>
-#include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -11,14 +9,11 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <poll.h>
-#include <sys/signalfd.h>
-#include <sys/timerfd.h>
+#include <sys/epoll.h>
 #include <systemd/sd-daemon.h>
-#include <unistd.h>
+#include <systemd/sd-event.h>
 
 #include "core/log.hpp"
-#include "core/unique_fd.hpp"
 #include "rules_follower.hpp"
 #include "xpon/ipc/zmq_ipc.hpp"
 
@@ -27,7 +22,6 @@ namespace xpon::module_app {
 namespace {
 
 using core::LogLevel;
-using core::UniqueFd;
 
 struct Options {
     std::uint32_t module = 9;
@@ -36,32 +30,6 @@ struct Options {
     std::string bus = ipc::default_folder;
     unsigned interval_ms = 200;
 };
-
-UniqueFd checked(int fd, char const* what) {
-    if (fd < 0) {
-        throw std::system_error{errno, std::generic_category(), what};
-    }
-    return UniqueFd{fd};
-}
-
-/// Readable once the process was asked to end. Before any thread exists: all are to inherit the signal mask.
-UniqueFd stop_signals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGINT);
-    sigprocmask(SIG_BLOCK, &signals, nullptr);
-    return checked(signalfd(-1, &signals, SFD_CLOEXEC), "cannot wait for signals");
-}
-
-/// Readable at every interval; never with an interval of 0.
-UniqueFd clock_of(unsigned interval_ms) {
-    auto timer = checked(timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK), "no timer");
-    timespec const interval{.tv_sec = interval_ms / 1000, .tv_nsec = (interval_ms % 1000) * 1'000'000L};
-    itimerspec const rhythm{.it_interval = interval, .it_value = interval};
-    timerfd_settime(timer.get(), 0, &rhythm, nullptr);
-    return timer;
-}
 
 /// One line of each level. They carry a number, since syslog-ng swallows repetitions.
 void log_every_level(core::ILogger& logger, unsigned number) {
@@ -78,34 +46,60 @@ void log_every_level(core::ILogger& logger, unsigned number) {
     }
 }
 
+/// What the handlers of the event loop work with.
+struct Module {
+    RulesFollower& follower;
+    core::ILogger& logger;
+    std::uint64_t interval_us;
+    unsigned round = 0;
+};
+
+int take_messages(sd_event_source* /*source*/, int /*fd*/, std::uint32_t /*events*/, void* data) {
+    auto const& module = *static_cast<Module*>(data);
+    if (auto const taken = module.follower.take_messages(); taken.has_error()) {
+        core::log(module.logger, LogLevel::Error, "{}", taken.error().to_string());
+    }
+    return 0;
+}
+
+int write_round(sd_event_source* timer, std::uint64_t /*time*/, void* data) {
+    auto& module = *static_cast<Module*>(data);
+    log_every_level(module.logger, ++module.round);
+    sd_event_source_set_time_relative(timer, module.interval_us);
+    return sd_event_source_set_enabled(timer, SD_EVENT_ONESHOT);
+}
+
+void require(int result, char const* what) {
+    if (result < 0) {
+        throw std::system_error{-result, std::generic_category(), what};
+    }
+}
+
 /// Throws std::exception on whatever keeps the module from working.
 void serve(Options const& options) {
-    auto const stop = stop_signals();
+    sd_event* loop = nullptr;
+    require(sd_event_default(&loop), "no event loop");
+    for (int const signal : {SIGTERM, SIGINT}) { // without a handler they end the loop
+        require(sd_event_add_signal(loop, nullptr, signal | SD_EVENT_SIGNAL_PROCMASK, nullptr, nullptr),
+                "cannot wait for signals");
+    }
     logger::Logger logger{options.category};
     auto const bus = ipc::make_zmq_ipc(ipc::any_address, options.category, options.bus);
     auto const follower = RulesFollower::create(options.module, options.file, *bus, logger);
     if (follower.has_error()) {
         throw std::runtime_error{follower.error().to_string()};
     }
-    auto const timer = clock_of(options.interval_ms);
-    sd_notify(0, "READY=1");
-
-    std::array<pollfd, 3> watched{{
-        {stop.get(), POLLIN, 0},
-        {bus->receive_fd(), POLLIN, 0},
-        {timer.get(), POLLIN, 0},
-    }};
-    unsigned round = 0;
-    while (watched[0].revents == 0) {
-        if (auto const taken = follower.value()->take_messages(); taken.has_error()) {
-            core::log(logger, LogLevel::Error, "{}", taken.error().to_string());
-        }
-        std::uint64_t passed = 0;
-        if (read(timer.get(), &passed, sizeof passed) == sizeof passed) {
-            log_every_level(logger, ++round);
-        }
-        poll(watched.data(), watched.size(), -1);
+    Module module{*follower.value(), logger, options.interval_ms * std::uint64_t{1000}};
+    require(sd_event_add_io(loop, nullptr, bus->receive_fd(), EPOLLIN, take_messages, &module),
+            "cannot wait for the bus");
+    if (module.interval_us > 0) {
+        require(sd_event_add_time_relative(loop, nullptr, CLOCK_MONOTONIC, module.interval_us, 1000,
+                                           write_round, &module),
+                "no timer");
     }
+    take_messages(nullptr, 0, 0, &module); // what came before the loop waits
+    sd_notify(0, "READY=1");
+    require(sd_event_loop(loop), "cannot wait");
 }
 
 } // namespace

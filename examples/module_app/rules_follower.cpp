@@ -31,13 +31,13 @@ Result<std::unique_ptr<RulesFollower>> RulesFollower::create(std::uint32_t modul
     return std::unique_ptr<RulesFollower>{new RulesFollower{module, file, bus, logger, std::move(rules)}};
 }
 
-RulesFollower::RulesFollower(std::uint32_t own_module, std::filesystem::path own_file, ipc::IIpc& endpoint,
-                             core::ILogger& log, std::unique_ptr<logger::Logger::LoggerContext>&& context)
-  : module{own_module}
-  , file{std::move(own_file)}
-  , bus{endpoint}
-  , logger{log}
-  , rules{std::move(context)} {}
+RulesFollower::RulesFollower(std::uint32_t module, std::filesystem::path file, ipc::IIpc& bus,
+                             core::ILogger& logger, std::unique_ptr<logger::Logger::LoggerContext>&& rules)
+  : module{module}
+  , file{std::move(file)}
+  , bus{bus}
+  , logger{logger}
+  , rules{std::move(rules)} {}
 
 Result<void> RulesFollower::take_messages() {
     for (;;) {

@@ -67,7 +67,7 @@ std::optional<ReadFailure> read(Record const& record, Store const* store, void* 
     }
 }
 
-/// The plain readers can say no more than a number; what was wrong goes to the system log.
+/// The C readers return only a number; the reason goes to the system log.
 int read_stored(Record const& record, void const* db, void* out, unsigned short const* key) {
     int const errno_before = errno;
     auto const* const store = static_cast<Store const*>(db);
@@ -131,26 +131,13 @@ int init_SyslogNetworkDest(SyslogNetworkDest* out) {
     return fill_defaults(syslog_record(remote_field), out);
 }
 
-int getRunDb_CommonGCfg_logging_syslog_file(void const* db, SyslogFileDest* out, unsigned short const* key) {
-    return read_stored(syslog_record(file_field), db, out, key);
-}
-
-int getRunDb_CommonGCfg_logging_syslog_console(void const* db, SyslogConsoleDest* out,
-                                               unsigned short const* key) {
-    return read_stored(syslog_record(console_field), db, out, key);
-}
-
-int getRunDb_CommonGCfg_logging_syslog_remote(void const* db, SyslogNetworkDest* out,
-                                              unsigned short const* key) {
-    return read_stored(syslog_record(remote_field), db, out, key);
-}
-
-int getRunDb_CommonGCfg_logging_syslog_kernel(void const* db, SyslogKernelDest* out,
-                                              unsigned short const* key) {
-    return read_stored(syslog_record(kernel_field), db, out, key);
-}
-
-int getRunDb_CommonGCfg_logging_syslog_rsh(void const* db, SyslogRshDest* out, unsigned short const* key) {
-    return read_stored(syslog_record(rsh_field), db, out, key);
-}
+#define SYSLOG_READER(name, Record)                                                                          \
+    int getRunDb_CommonGCfg_logging_syslog_##name(void const* db, Record* out, unsigned short const* key) {  \
+        return read_stored(syslog_record(name##_field), db, out, key);                                       \
+    }
+SYSLOG_READER(file, SyslogFileDest)
+SYSLOG_READER(console, SyslogConsoleDest)
+SYSLOG_READER(remote, SyslogNetworkDest)
+SYSLOG_READER(kernel, SyslogKernelDest)
+SYSLOG_READER(rsh, SyslogRshDest)
 }

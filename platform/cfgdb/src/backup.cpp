@@ -25,7 +25,7 @@ namespace {
 using core::Error;
 using core::fail;
 
-/// Makes one database what another is, in one transaction; returns SQLite's code.
+/// Replaces the contents of one database with those of another in one transaction; returns SQLite's code.
 int copy(Connection const& from, Connection const& to) {
     auto* const running = sqlite3_backup_init(to.raw(), "main", from.raw(), "main");
     if (running == nullptr) {
@@ -42,7 +42,7 @@ bool is_damage(int code) {
     return (code & 0xFF) == SQLITE_CORRUPT || (code & 0xFF) == SQLITE_NOTADB;
 }
 
-/// Fails for what a copy must not be written over or read from.
+/// Fails if a copy must not be written to, or read from, this file.
 core::Result<void> check_file(std::filesystem::path const& file, std::filesystem::path const& folder,
                               bool must_exist) {
     struct stat status{};
@@ -68,11 +68,11 @@ core::Result<void> fill_copy(Connection const& from, std::filesystem::path const
     if (int const code = copy(from, to); code != SQLITE_OK) {
         return to.failure(code);
     }
-    // One file without a log beside it, which can be read where nothing can be written.
+    // One file without a log, readable even where nothing can be written.
     return to.execute("PRAGMA journal_mode = DELETE");
 }
 
-/// Opens a copy without making files beside it.
+/// Opens a copy without creating files beside it.
 core::Result<Connection> open_copy(std::filesystem::path const& file) {
     std::error_code none;
     auto const log_size = std::filesystem::file_size(log_path(file), none);
@@ -100,7 +100,7 @@ core::Result<void> check_values(Connection const& connection) {
     std::string wrong;
     OUTCOME_TRY(each_row(connection, [&](auto path, auto const* setting, StoredRow const& stored) {
         if (setting == nullptr || !wrong.empty()) {
-            return; // a row of another release harms nothing
+            return; // a row of another release does no harm
         }
         if (!stored.value) {
             wrong = fmt::format("{}: {} is stored, allowed is {}", path, stored.text, allowed(setting->kind));
@@ -120,9 +120,9 @@ core::Result<void> check_values(Connection const& connection) {
                          : fail(Error::InvalidState, "{}: {}", connection.path().string(), wrong);
 }
 
-/// Fails unless the copy can take the database's place.
+/// Fails unless the copy can replace the database.
 core::Result<void> check_copy(Connection const& connection) {
-    // The integrity of a large one takes its time, and views, which need not end, are refused before.
+    // The check of a large copy takes time. Views, which may never end, are refused before it.
     connection.set_run_limit(std::chrono::seconds{60});
     OUTCOME_TRY(check_schema(connection));
     OUTCOME_TRY(check_integrity(connection));
@@ -161,10 +161,10 @@ core::Result<void> backup(std::filesystem::path const& file, std::filesystem::pa
 core::Result<void> restore(std::filesystem::path const& file, std::filesystem::path const& folder) {
     OUTCOME_TRY(check_file(file, folder, true));
     OUTCOME_TRY(from, open_copy(file));
-    OUTCOME_TRY(from.execute("BEGIN")); // what is looked at is what is copied
+    OUTCOME_TRY(from.execute("BEGIN")); // what is checked is what is copied
     OUTCOME_TRY(check_copy(from));
     OUTCOME_TRY(make_database(folder));
-    // In the hand before anything is written, so that not even a kill after the commit keeps it from ringing.
+    // Opened before anything is written: if the process is killed after the commit, the kernel closes it.
     OUTCOME_TRY(opened, open_doorbell(folder));
     core::UniqueFd const rings_at_the_end{std::move(opened)};
     auto const path = database_path(folder);
@@ -174,7 +174,7 @@ core::Result<void> restore(std::filesystem::path const& file, std::filesystem::p
         OUTCOME_TRY(to, open_database(path, Store::Access::Write));
         int const code = copy(from, to);
         if (code == SQLITE_OK) {
-            // All is restored; what else there is to do, the next writer does.
+            // The contents are restored; if this fails, the next writer does it.
             std::ignore = settle_as_writer(to);
             return core::success();
         }

@@ -2,8 +2,8 @@
 
 #include <stdexcept>
 
-#include "journal_feed.hpp"
 #include "store.hpp"
+#include "xpon/cfgdb/change_feed.hpp"
 
 namespace xpon::cfgdb {
 
@@ -21,7 +21,7 @@ T or_throw(core::Result<T> result) {
 
 CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const& folder)
   : store{or_throw(Store::open(name, folder, Store::Access::Write))} {
-    ChangeFeed::offer(or_throw(make_feed(store, folder)));
+    ChangeFeed::offer(or_throw(ChangeFeed::follow(store, folder)));
 }
 
 CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const& folder, ReadOnly)

@@ -13,7 +13,7 @@
 #include "core/reason.hpp"
 #include "core/unique_fd.hpp"
 #include "files.hpp"
-#include "journal_feed.hpp"
+#include "store.hpp"
 
 namespace xpon::cfgdb {
 
@@ -41,13 +41,13 @@ class JournalFeed : public ChangeFeed {
 
     int fd() const override { return inotify.get(); }
 
-    // The events go first: a commit that is too late for the reading then still wakes.
+    // Events are taken before reading: a commit after the reading then still wakes the feed.
     core::Result<std::vector<Config_change>> next() override {
         drain();
         if (!watching) {
             OUTCOME_TRY(watch());
         }
-        // The entry at the position is read once more: if it is gone, so may be others after it.
+        // The entry at the position is read again: if it has been pruned, later ones may have been too.
         OUTCOME_TRY(now, store->journal_from(position));
         auto const& entries = now.entries;
         bool const reaches_back = position == 0 ? entries.empty() || entries.front().sequence == 1
@@ -71,7 +71,7 @@ class JournalFeed : public ChangeFeed {
     core::Result<void> watch() {
         auto watched = watch_files();
         if (watched.has_error() && !std::filesystem::exists(folder)) {
-            // Its return is heard where it was removed from.
+            // Watch the nearest existing folder above, to notice when it comes back.
             auto above = folder;
             do {
                 above = above.parent_path();
@@ -83,14 +83,14 @@ class JournalFeed : public ChangeFeed {
         return watched;
     }
 
-    /// Watches what lies there now. Whoever opens the database or the doorbell only to read wakes nobody.
+    /// Watches the files that exist now. Opening the database or the doorbell for reading wakes nobody.
     core::Result<void> watch_files() {
         struct Watched {
             std::filesystem::path path;
             std::uint32_t events;
         };
-        // The folder tells when one of its files is made, replaced or removed. Closing the database ends a
-        // restore by other programs, which ring no doorbell.
+        // The folder reports files that are created, replaced or removed. Closing the database ends a restore
+        // by another program, which does not use the doorbell.
         Watched const all[] = {
             {folder, IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF |
                          IN_ONLYDIR},
@@ -108,7 +108,7 @@ class JournalFeed : public ChangeFeed {
         return core::success();
     }
 
-    /// Takes the events away. Any but a close may mean that the files are no longer those that are watched.
+    /// Reads the events. Any but a close may mean that other files must be watched now.
     void drain() {
         alignas(inotify_event) std::array<char, 4096> buffer;
         for (ssize_t length = 0; (length = read(inotify.get(), buffer.data(), buffer.size())) > 0;) {
@@ -146,7 +146,7 @@ class JournalFeed : public ChangeFeed {
     core::UniqueFd inotify{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
     bool watching = false;
     ContentId content;         // that the position belongs to
-    std::int64_t position = 0; // everything up to this journal entry was handed out
+    std::int64_t position = 0; // everything up to this journal entry has been returned
 };
 
 struct Slot {
@@ -161,8 +161,8 @@ Slot& slot() {
 
 } // namespace
 
-core::Result<std::unique_ptr<ChangeFeed>> make_feed(std::shared_ptr<Store const> store,
-                                                    std::filesystem::path const& folder) {
+core::Result<std::unique_ptr<ChangeFeed>> ChangeFeed::follow(std::shared_ptr<Store const> store,
+                                                             std::filesystem::path const& folder) {
     auto feed = std::make_unique<JournalFeed>(std::move(store), folder);
     OUTCOME_TRY(feed->start());
     return std::unique_ptr<ChangeFeed>{std::move(feed)};
@@ -175,7 +175,7 @@ void ChangeFeed::offer(std::unique_ptr<ChangeFeed> feed) {
 
 core::Result<std::unique_ptr<ChangeFeed>> ChangeFeed::open(std::filesystem::path const& folder) {
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
-    return make_feed(std::move(store), folder);
+    return follow(std::move(store), folder);
 }
 
 std::unique_ptr<ChangeFeed> ChangeFeed::take() {

@@ -46,7 +46,7 @@ void give_to_group(std::filesystem::path const& folder) {
         return;
     }
     if (auto const* const group = getgrnam("xpon")) {
-        // A failure leaves the folder to root alone, which loses nothing.
+        // After a failure only root can use the folder, which is safe.
         std::ignore = chown(folder.c_str(), static_cast<uid_t>(-1), group->gr_gid);
     }
 }
@@ -79,7 +79,7 @@ core::ErrorPayload system_failure(std::filesystem::path const& path, char const*
 
 void sync_folder(std::filesystem::path const& folder) {
     core::UniqueFd const opened{open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    // Some file systems cannot, and then need not.
+    // Some file systems do not support this; they do not need it.
     std::ignore = fsync(opened.get());
 }
 
@@ -161,7 +161,7 @@ core::Result<core::UniqueFd> open_doorbell(std::filesystem::path const& folder) 
     }
     int const reason = errno;
     struct stat status{};
-    // Some of what is no regular file can be opened, the rest cannot for reasons that say little.
+    // A file that is not regular may open or fail with an unhelpful reason, so its kind decides.
     bool const known = (doorbell ? fstat(doorbell.get(), &status) : lstat(path.c_str(), &status)) == 0;
     if (known && !S_ISREG(status.st_mode)) {
         return fail(Error::InvalidState,

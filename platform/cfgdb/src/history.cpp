@@ -16,9 +16,7 @@ core::Result<std::vector<HistoryEntry>> history(std::filesystem::path const& fol
         entries.push_back({rows.number(0), rows.number(1), safe(rows.text(2)), safe(rows.text(3)),
                            safe(rows.text(4)), safe(rows.text(5))});
     }
-    if (rows.result() != SQLITE_DONE) {
-        return connection.failure(rows.result());
-    }
+    OUTCOME_TRY(connection.check_end(rows));
     return entries;
 }
 

@@ -14,10 +14,10 @@ namespace xpon::cfgdb {
 
 namespace {
 
-/// Why others than root decide what is in one folder; nothing if they do not.
+/// Why users other than root control what is in one folder; nothing if only root does.
 std::optional<std::string> flaw_of(std::filesystem::path const& folder, struct stat const& status) {
     struct stat root{};
-    std::ignore = lstat("/", &root); // its owner can do what root can, also where that is not user 0
+    std::ignore = lstat("/", &root); // its owner can do what root can, even in a user namespace
     if (!S_ISDIR(status.st_mode)) {
         return fmt::format("{} is no folder", folder.string());
     }

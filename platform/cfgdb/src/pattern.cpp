@@ -18,7 +18,7 @@ namespace {
 using core::Error;
 using core::fail;
 
-// Nobody writes more, and every search grows with it.
+// Nobody writes longer ones, and the cost of every search grows with the length.
 constexpr std::size_t longest_pattern = 200;
 
 using Parts = std::vector<std::string_view>;
@@ -68,7 +68,7 @@ struct Component {
       , any{component == "*"}
       , numbers{numbers_in(component)} {}
 
-    /// Whether a path's component is of the kind that is meant; the bounds of numbers are looked at later.
+    /// Whether a path's component can match. The bounds of numbers are checked later.
     bool accepts(std::string_view part) const {
         return any || (numbers ? path_number(part).has_value() : part == text);
     }
@@ -109,7 +109,7 @@ unsigned number_at(Setting const& setting, std::size_t index) {
     return path_number(split(setting.path).at(index)).value_or(0);
 }
 
-/// What there is among the candidates' components at `index`, which are all numbers.
+/// The range of the candidates' components at `index`, which are all numbers.
 Numbers existing_numbers(std::vector<Setting const*> const& candidates, std::size_t index) {
     Numbers existing{std::numeric_limits<unsigned>::max(), 0};
     for (auto const* candidate : candidates) {
@@ -125,7 +125,7 @@ struct Neighbour {
     std::string path;
 };
 
-/// A pattern made to fit a path with the fewest changes; what fits already stays as it was written.
+/// The pattern changed as little as possible to match a path; components that match stay as written.
 Neighbour fitted(Pattern const& pattern, Parts const& parts) {
     Neighbour fit{0, {}};
     auto const length = pattern.back().any ? pattern.size() : std::max(pattern.size(), parts.size());
@@ -144,7 +144,7 @@ Neighbour fitted(Pattern const& pattern, Parts const& parts) {
     return fit;
 }
 
-/// Up to three of the nearest names, of settings or of groups; nothing where none is near.
+/// Up to three of the nearest names of settings or groups; empty if none is near.
 std::vector<std::string> nearest_paths(std::string_view text) {
     auto const group = fmt::format("{}.*", text);
     Pattern const patterns[] = {pattern_of(text), pattern_of(group)};
@@ -176,27 +176,27 @@ core::ErrorPayload unknown(std::string_view text) {
 
 } // namespace
 
-core::Result<std::vector<Setting const*>> expand(std::string_view text) {
-    if (auto const* const exact = find_setting(text)) {
+core::Result<std::vector<Setting const*>> expand(std::string_view pattern) {
+    if (auto const* const exact = find_setting(pattern)) {
         return std::vector{exact};
     }
-    if (text.size() > longest_pattern) {
-        return unknown(text);
+    if (pattern.size() > longest_pattern) {
+        return unknown(pattern);
     }
-    auto const pattern = pattern_of(text);
-    auto candidates = candidates_for(pattern);
+    auto const components = pattern_of(pattern);
+    auto candidates = candidates_for(components);
     if (candidates.empty()) {
-        return unknown(text);
+        return unknown(pattern);
     }
-    for (std::size_t i = 0; i < pattern.size(); ++i) {
-        auto const wanted = pattern[i].numbers;
+    for (std::size_t i = 0; i < components.size(); ++i) {
+        auto const wanted = components[i].numbers;
         if (!wanted) {
             continue;
         }
         auto const existing = existing_numbers(candidates, i);
         if (wanted->low > wanted->high || wanted->low < existing.low || wanted->high > existing.high) {
-            return fail(Error::InvalidInputArg, "{}: {} is not within {}-{}", printable(text),
-                        pattern[i].text, existing.low, existing.high);
+            return fail(Error::InvalidInputArg, "{}: {} is not within {}-{}", printable(pattern),
+                        components[i].text, existing.low, existing.high);
         }
         std::erase_if(candidates, [&](Setting const* candidate) {
             auto const number = number_at(*candidate, i);

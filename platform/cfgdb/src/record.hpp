@@ -13,13 +13,13 @@
 
 namespace xpon::cfgdb {
 
-/// A record that one of the plain readers fills, and the settings that it is made of.
+/// A record that one of the readers fills, and the settings in it.
 struct Record {
-    std::string prefix;     ///< of the settings' paths, up to and with the last common dot
+    std::string prefix;     ///< of the settings' paths, including the last common dot
     std::uint32_t field_id; ///< 0 for a built-in module
     std::span<Setting const> settings;
     std::span<Setting const* const> by_path; ///< the same in the database's order, bytewise
-    std::vector<std::byte> defaults;         ///< the whole record as it is when nothing is stored
+    std::vector<std::byte> defaults;         ///< the whole record if nothing is stored
 };
 
 /// Field identifiers of the syslog records.
@@ -28,13 +28,13 @@ enum SyslogField : std::uint32_t { file_field = 52, console_field, remote_field,
 /// Every setting in the database's order, bytewise by path.
 std::span<Setting const* const> settings_by_path();
 
-/// Finds the settings of ascending paths, as the database hands them out, in one walk along such a list.
+/// Finds the settings of ascending paths, as the database returns them, in one pass over such a list.
 class PathWalk {
   public:
     explicit PathWalk(std::span<Setting const* const> by_path)
       : ahead{by_path} {}
 
-    /// The setting of exactly this path, null if there is none; not one before the last that was found.
+    /// The setting with exactly this path; null if there is none after the last one found.
     Setting const* find(std::string_view path) {
         while (!ahead.empty()) {
             auto const order = path.compare(ahead.front()->path);
@@ -58,10 +58,10 @@ std::span<Record const> records();
 Record const& syslog_record(SyslogField field);
 Record const& module_record(Modules_names module);
 
-/// Puts an allowed value where it belongs in its record.
+/// Writes an allowed value to its place in the record.
 void put(Setting const& setting, Value const& value, std::span<std::byte> record);
 
-/// What is wrong with a filled record although each value alone is allowed: two receivers that are one.
+/// What is wrong with a filled record although each value is allowed: two receivers are the same.
 std::optional<std::string> contradiction(Record const& record, std::span<std::byte const> filled);
 
 } // namespace xpon::cfgdb

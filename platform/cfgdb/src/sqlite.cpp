@@ -19,8 +19,8 @@ using core::fail;
 
 namespace {
 
-/// What went wrong by SQLite's extended code, for those that come from no failed system call: the number of
-/// the last one that failed, if any, then belongs to something else.
+/// The meaning of extended codes that do not come from a failed system call. The last error number of the
+/// system, if any, then belongs to something else.
 struct Meaning {
     int code;
     char const* words;
@@ -48,8 +48,7 @@ Rows::~Rows() {
     sqlite3_reset(statement);
     sqlite3_clear_bindings(statement);
     if (code != SQLITE_OK && code != SQLITE_ROW && code != SQLITE_DONE) {
-        // A page that could not be understood stays in SQLite's cache until the next commit: the next try is
-        // to read what is in the file then.
+        // A damaged page stays in SQLite's cache until the next commit; the next try must read the file.
         sqlite3_db_release_memory(sqlite3_db_handle(statement));
     }
 }
@@ -140,7 +139,7 @@ core::Result<Connection> Connection::open_named(std::filesystem::path const& fil
     auto const too_long = [](void* limit) { return static_cast<RunLimit*>(limit)->exceeded() ? 1 : 0; };
     sqlite3_progress_handler(opened, steps_between_questions, too_long, connection.limit.get());
     if ((flags & SQLITE_OPEN_READWRITE) != 0 && sqlite3_db_readonly(opened, "main") != 0) {
-        // SQLite goes on without the permission to write, and keeps the reason to itself.
+        // Without write permission SQLite continues read-only and does not say why.
         bool const refused = faccessat(AT_FDCWD, file.c_str(), W_OK, AT_EACCESS) != 0;
         return fail(Error::NoAccess, "{}: cannot be written ({})", file.string(),
                     core::reason_of(refused ? errno : EROFS));
@@ -173,6 +172,10 @@ core::Result<std::int64_t> Connection::number(char const* sql) const {
         return failure(rows.result());
     }
     return rows.number(0);
+}
+
+core::Result<void> Connection::check_end(Rows const& rows) const {
+    return rows.result() == SQLITE_DONE ? core::Result<void>{core::success()} : failure(rows.result());
 }
 
 void Connection::keep_log() const {

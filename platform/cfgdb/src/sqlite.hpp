@@ -15,14 +15,14 @@
 
 namespace xpon::cfgdb {
 
-/// Ends a statement that runs for too long: a view or a cross join need not ever come to an end. The time
-/// that a statement waits for a lock does not count.
+/// Ends a statement that runs for too long: a view or a cross join may never end. Time spent waiting for a
+/// lock does not count.
 class RunLimit {
   public:
     using Clock = std::chrono::steady_clock;
 
     void restart() { end.reset(); }
-    /// SQLite asks now and then while a statement runs; true ends it.
+    /// SQLite calls this regularly while a statement runs; true ends the statement.
     bool exceeded();
     void set(std::chrono::seconds most) { limit = most; }
     std::chrono::seconds get() const { return limit; }
@@ -32,7 +32,7 @@ class RunLimit {
     std::optional<Clock::time_point> end; // of the statement that runs, once it has run for a moment
 };
 
-/// One run of a statement; at its end the statement is ready for the next. One row is current at a time.
+/// One run of a statement. Its destruction makes the statement ready for the next run.
 class Rows {
   public:
     Rows(sqlite3_stmt* running, RunLimit& limit)
@@ -52,7 +52,7 @@ class Rows {
     std::string_view text(int column) const;
     /// Nothing if what is stored is neither an integer nor a text.
     std::optional<Value> value(int column) const;
-    /// Whatever is stored, for people: safe to print.
+    /// Describes whatever is stored; safe to print.
     std::string description(int column) const;
 
   private:
@@ -66,7 +66,7 @@ class Statement {
       : handle{prepared}
       , limit{&of_connection} {}
 
-    /// Starts a run with these parameters, which are only looked at while it lasts.
+    /// Starts a run with these parameters, which must outlive it.
     template <class... Args>
     Rows run(Args const&... args) const {
         int index = 0;
@@ -86,17 +86,17 @@ class Statement {
     RunLimit* limit;
 };
 
-/// A connection to one database file. One thread at a time. Errors name the file and the reason, with nothing
-/// in them but plain ASCII, whatever is in the file.
+/// A connection to one database file. One thread at a time. Errors name the file and the reason in plain
+/// ASCII, whatever the file contains.
 class Connection {
   public:
-    /// How long a lock of somebody else is waited for.
+    /// How long to wait for another process's lock.
     static constexpr int patience_ms = 5000;
 
     /// Opens an existing file; SQLITE_OPEN_READWRITE fails without the permission to write.
     static core::Result<Connection> open(std::filesystem::path const& file, int flags);
 
-    /// Opens a file that nobody changes meanwhile, to read it: neither its log is read nor anything made.
+    /// Opens a file that nobody changes meanwhile for reading; reads no log and creates no file.
     static core::Result<Connection> open_unchanging(std::filesystem::path const& file);
 
     core::Result<Statement> prepare(char const* sql) const;
@@ -107,20 +107,22 @@ class Connection {
     core::Result<void> change(Statement const& statement, Args const&... args) const {
         auto rows = statement.run(args...);
         rows.next();
-        return rows.result() == SQLITE_DONE ? core::Result<void>{core::success()} : failure(rows.result());
+        return check_end(rows);
     }
+    /// Fails if the rows ended with an error instead of the last row.
+    core::Result<void> check_end(Rows const& rows) const;
     /// The number in the first column of the first row, 0 if it is NULL.
     core::Result<std::int64_t> number(char const* sql) const;
 
-    /// Leaves the log's files there when the last connection closes.
+    /// Keeps the log files when the last connection closes.
     void keep_log() const;
-    /// Whether closing the last connection brings what is in the log into the file.
+    /// Whether closing the last connection merges the log into the file.
     void empty_log_at_close(bool wanted) const;
-    /// Reads pages from the file again where nothing in the log says that they have changed.
+    /// Reads pages from the file again, even if the log does not say that they have changed.
     void forget_pages() const;
-    /// For how long a statement may run: 5 s unless told.
+    /// How long a statement may run; 5 s by default.
     void set_run_limit(std::chrono::seconds most) const { limit->set(most); }
-    /// The database itself, for what has no function here.
+    /// The raw handle, for operations that have no function here.
     sqlite3* raw() const { return handle.get(); }
     /// Why a call gave this error code, in words.
     std::string reason(int code) const;
@@ -147,12 +149,12 @@ class Connection {
     Handle handle;
 };
 
-/// A transaction that is taken back unless it was committed.
+/// Rolls a transaction back unless it was committed.
 class Rollback {
   public:
     explicit Rollback(Connection const& of)
       : connection{of} {}
-    // After some failures SQLite has rolled back by itself; to say it again harms nothing.
+    // After some failures SQLite has already rolled back; doing it again is harmless.
     ~Rollback() { std::ignore = connection.execute("ROLLBACK"); }
     Rollback(Rollback const&) = delete;
     Rollback& operator=(Rollback const&) = delete;

@@ -22,9 +22,9 @@ constexpr char const* schema_cookie = "PRAGMA schema_version"; // of the file, b
 constexpr char const* trial_table = "CREATE TABLE IF NOT EXISTS trial(number INTEGER PRIMARY KEY, "
                                     "boot TEXT NOT NULL, until INTEGER NOT NULL, author TEXT NOT NULL)";
 
-// A setting has a row only while it differs from its default. No column type: what was stored comes back
-// as it was, so that a value of a wrong type is noticed and not converted. AUTOINCREMENT: a reader's position
-// in the journal is never used twice, also when the newest rows are gone.
+// A setting has a row only while it differs from its default. The column has no type: a value of a wrong type
+// is then noticed and not converted. AUTOINCREMENT: a number of the journal is never used twice, even if the
+// newest rows have been deleted.
 std::string schema() {
     return fmt::format(R"(
     PRAGMA journal_mode = WAL;
@@ -53,8 +53,8 @@ int error_number_of(int code) {
 
 constexpr FileIdentities::Identity no_file{};
 
-/// Keeps the number of a file that is removed from being given to another one. Unlike closing any other
-/// descriptor, closing this one leaves SQLite's locks alone.
+/// Keeps the inode number of a removed file from being reused. Closing this descriptor, unlike any other,
+/// does not release SQLite's locks.
 core::UniqueFd hold(std::filesystem::path const& path) {
     return core::UniqueFd{open(path.c_str(), O_PATH | O_CLOEXEC)};
 }
@@ -74,7 +74,7 @@ core::Result<void> make_database(std::filesystem::path const& folder) {
     if (is_there()) {
         return core::success();
     }
-    // A database that was removed may have left its log, whose pages would get into the new one.
+    // A removed database may have left its log behind, whose pages would be merged into the new one.
     remove_log(path);
     OUTCOME_TRY(make_file(path, fill_new_database));
     return make_doorbell(folder);
@@ -103,27 +103,26 @@ core::Result<void> check_schema(Connection const& connection) {
             connection.path().string(), table ? "virtual " : "", plain(rows.text(0)),
             printable(rows.text(1)));
     }
-    return rows.result() == SQLITE_DONE ? core::Result<void>{core::success()}
-                                        : connection.failure(rows.result());
+    return connection.check_end(rows);
 }
 
 core::Result<Connection> open_database(std::filesystem::path const& file, Store::Access access) {
     OUTCOME_TRY(connection, Connection::open(file, access == Store::Access::Write ? SQLITE_OPEN_READWRITE
                                                                                   : SQLITE_OPEN_READONLY));
-    // Without its log beside it, a user who may only read could not open the database once the last writer
-    // has closed it.
+    // Without the log files, a user without write permission could not open the database after the last
+    // writer has closed it.
     connection.keep_log();
-    // A log that does not belong to the file, which may be half a copy, must not get into it.
+    // A log that does not belong to the file (it may be half a copy) must not be merged into it.
     connection.empty_log_at_close(false);
     return std::move(connection);
 }
 
 core::Result<void> settle_as_writer(Connection const& connection) {
-    // With a size limit the last one to close empties the log that stays behind. Otherwise its old pages
-    // would come back over a database file that is restored from a copy.
+    // With a size limit the last connection to close empties the log. Otherwise its old pages would be merged
+    // into a database file that is restored from a copy.
     OUTCOME_TRY(connection.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
                                    "PRAGMA journal_size_limit = 1048576"));
-    // A database of the first release has none.
+    // A database of the first release does not have this table.
     OUTCOME_TRY(connection.execute(trial_table));
     connection.empty_log_at_close(true);
     return core::success();
@@ -152,7 +151,7 @@ core::Result<Store::Opened> Store::open_files(std::filesystem::path const& file,
         OUTCOME_TRY(settle_as_writer(connection));
     }
     OUTCOME_TRY(cookie, connection.number(schema_cookie));
-    // A range of the primary key: one statement, so one record is always one consistent state.
+    // One statement, so a record is always one consistent state; a range of the primary key.
     OUTCOME_TRY(records,
                 connection.prepare("SELECT path, value FROM setting WHERE path >= ?1 AND path < ?2"));
     OUTCOME_TRY(journal,
@@ -168,16 +167,16 @@ core::Result<Store::Opened*> Store::current() const {
     for (int attempt = 0; attempt < most_attempts && (!opened || opened->files != identities(file));
          ++attempt) {
         if (opened) {
-            // Its log is no longer the one that others go on with.
+            // Other processes use another log now.
             opened->connection.empty_log_at_close(false);
-            // Before the next one: connections of one process share the log's index.
+            // Close it before opening the next: connections of one process share the log's index.
             opened.reset();
         }
         auto const now = identities(file);
         if (access == Access::Write && now.database != no_file && now.database != last.files.database &&
             now.log != no_file && now.log == last.files.log) {
-            // Another file has taken the place of the database and would be read with the log of the old one:
-            // pages of two databases in one.
+            // Another file has replaced the database and would be read with the log of the old one, which
+            // mixes pages of two databases.
             remove_log(file);
         }
         OUTCOME_TRY(fresh, open_files(file, access));
@@ -207,7 +206,7 @@ std::optional<ReadFailure> Store::read(Record const& record, void* out) const {
         auto const path = rows.text(0);
         auto const* const setting = walk.find(path);
         if (setting == nullptr) {
-            continue; // no setting of this program, nor can it harm one
+            continue; // not a setting of this program; it does no harm
         }
         auto const value = rows.value(1);
         if (!value || !is_allowed(setting->kind, *value)) {
@@ -231,7 +230,7 @@ core::Result<Journal> Store::journal_from(std::optional<std::int64_t> sequence) 
     std::lock_guard const lock{mutex};
     OUTCOME_TRY(now, current());
     auto& [files, connection, record_rows, journal_rows, checked_schema] = *now;
-    // Pages of a copy that was written over the file are not in the log, which would tell of them.
+    // Pages of a copy that was written over the file are not announced by the log.
     connection.forget_pages();
     OUTCOME_TRY(connection.execute("BEGIN"));
     Rollback const one_state{connection};
@@ -246,9 +245,7 @@ core::Result<Journal> Store::journal_from(std::optional<std::int64_t> sequence) 
     while (rows.next()) {
         journal.entries.push_back({rows.number(0), static_cast<std::uint32_t>(rows.number(1))});
     }
-    if (rows.result() != SQLITE_DONE) {
-        return connection.failure(rows.result());
-    }
+    OUTCOME_TRY(connection.check_end(rows));
     return journal;
 }
 
@@ -272,10 +269,7 @@ each_row(Connection const& connection,
             take(path, setting, {std::nullopt, rows.description(1)});
         }
     }
-    if (rows.result() != SQLITE_DONE) {
-        return connection.failure(rows.result());
-    }
-    return core::success();
+    return connection.check_end(rows);
 }
 
 } // namespace xpon::cfgdb

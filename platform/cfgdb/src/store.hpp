@@ -19,7 +19,7 @@
 
 namespace xpon::cfgdb {
 
-/// Why a record could not be read: what `errno` is to be, and what to tell people, the database's path first.
+/// Why a record could not be read: the value for `errno`, and a text that begins with the database's path.
 struct ReadFailure {
     int error_number;
     std::string text;
@@ -50,35 +50,35 @@ struct Journal {
     std::vector<JournalEntry> entries; ///< oldest first
 };
 
-/// Makes folder, database and doorbell where there is no database.
+/// Creates folder, database and doorbell if there is no database.
 core::Result<void> make_database(std::filesystem::path const& folder);
 
-/// Fails unless the database is one of ours, of a schema version that this program knows, and holds tables
-/// alone: a view in the place of one need not come to an end, a trigger could do anything at a change.
+/// Fails unless the file is a configuration database of a schema version that this program knows and contains
+/// only tables: a view in place of a table may never end, and a trigger could do anything at a change.
 core::Result<void> check_schema(Connection const& connection);
 
-/// An open configuration database; what stands behind the raw handle. Safe from any thread. Where its files
-/// are replaced or removed it opens what lies there then, at its next use; while that fails each use fails,
-/// and tries again.
+/// An open configuration database, the object behind the raw handle. Safe from any thread. If its files are
+/// replaced or removed, the next use opens what is there then. While that fails, each use fails and tries
+/// again.
 class Store {
   public:
     enum class Access {
         Read,  ///< an existing database; needs no more than the permission to read it
-        Write, ///< makes folder and database where there are none
+        Write, ///< creates folder and database if they do not exist
     };
 
-    /// `name` heads the library's own log lines. The errors name the path and the reason.
+    /// `name` begins the library's own log lines. Errors name the path and the reason.
     static core::Result<std::shared_ptr<Store>> open(std::string name, std::filesystem::path const& folder,
                                                      Access access);
 
-    /// Fills `out`, which is as long as the record, with the defaults and what is stored; on failure `out` is
-    /// left alone.
+    /// Fills `out`, which is as long as the record, with the defaults and the stored values. On failure `out`
+    /// is unchanged.
     std::optional<ReadFailure> read(Record const& record, void* out) const;
 
     /// The journal from this entry on; without one, its newest entry.
     core::Result<Journal> journal_from(std::optional<std::int64_t> sequence) const;
 
-    /// For the one user of a store of its own.
+    /// Only for a store that no other thread uses.
     Connection const& unshared() const { return opened->connection; }
 
     std::string const& name() const { return log_name; }
@@ -93,7 +93,7 @@ class Store {
         std::int64_t checked_schema; ///< the cookie of the schema that was found good
     };
 
-    /// Also known while nothing is open.
+    /// Kept while nothing is open.
     struct LastOpened {
         FileIdentities files;
         core::UniqueFd database;
@@ -102,7 +102,7 @@ class Store {
 
     Store(std::string name, std::filesystem::path path, Access wanted);
     static core::Result<Opened> open_files(std::filesystem::path const& file, Access access);
-    /// What lies at the path now, opened. With the mutex held.
+    /// Opens what is at the path now, unless it is open already. Call it with the mutex held.
     core::Result<Opened*> current() const;
 
     std::string log_name;
@@ -117,11 +117,11 @@ class Store {
 /// Opens an existing database, whatever it holds. Closing it leaves its log alone.
 core::Result<Connection> open_database(std::filesystem::path const& file, Store::Access access);
 
-/// Makes a connection one that writes as every writer does.
+/// Applies the settings that every writer uses.
 core::Result<void> settle_as_writer(Connection const& connection);
 
-/// Hands out every row of the settings' table, by path; the setting is null where there is none of that path
-/// (or a built-in one).
+/// Passes every row of the settings' table to `take`, ordered by path. The setting is null if the path is not
+/// a setting, or a built-in one.
 core::Result<void>
 each_row(Connection const& connection,
          std::function<void(std::string_view path, Setting const* setting, StoredRow row)> const& take);

@@ -30,7 +30,7 @@ core::Result<std::vector<Setting const*>> settable(std::string_view pattern) {
     return std::move(found);
 }
 
-/// What is stored for a setting of this program; a default has no row.
+/// The stored rows of this program's settings; a default has no row.
 using StoredRows = std::map<Setting const*, StoredRow>;
 
 core::Result<StoredRows> stored_rows(Connection const& connection) {
@@ -64,7 +64,7 @@ std::vector<Change> differences(Wanted const& wanted, StoredRows const& stored) 
     return changes;
 }
 
-/// Whether the receivers are all different once the changes are made, if there are any of theirs.
+/// Fails if a change concerns the receivers and two of them would be the same.
 core::Result<void> check_receivers(std::vector<Change> const& changes, Wanted const& wanted,
                                    StoredRows const& stored) {
     auto theirs = changes | std::views::filter(
@@ -92,7 +92,7 @@ core::Result<void> check_receivers(std::vector<Change> const& changes, Wanted co
     return core::success();
 }
 
-/// The values that some wishes depend on.
+/// The values that some settings must still have to be changed.
 using OnlyFrom = std::map<Setting const*, std::string>;
 
 core::Result<std::vector<Change>> plan(Wanted const& wanted, OnlyFrom const& only_from,
@@ -105,7 +105,7 @@ core::Result<std::vector<Change>> plan(Wanted const& wanted, OnlyFrom const& onl
     });
     OUTCOME_TRY(check_receivers(changes, wanted, stored));
     for (auto const& change : changes) {
-        if (!only_from.contains(change.setting)) { // what was in force before can always be put back
+        if (!only_from.contains(change.setting)) { // an earlier value can always be put back
             OUTCOME_TRY(check_log_folder(change));
         }
     }
@@ -129,9 +129,9 @@ core::Result<void> write_settings(Connection const& connection, Wanted const& wa
     return core::success();
 }
 
-// The journal keeps its last 10 000 entries, the history its last 1000 transactions and whatever is on trial
-// with all that follows it. A commit drops the oldest 1000 entries and 16 transactions at most, so that one
-// into a database that holds far more takes no longer than any other. Each is one range of a key.
+// The journal keeps its last 10 000 entries. The history keeps its last 1000 transactions, and always a
+// pending trial and everything after it. A commit drops at most the oldest 1000 entries and 16 transactions,
+// so its cost does not depend on the size of the database. Each deletion is one range of a key.
 constexpr char const* prune = R"(
     DELETE FROM journal WHERE sequence <= min((SELECT max(sequence) FROM journal) - 10000,
                                               (SELECT min(sequence) FROM journal) + 999);
@@ -169,13 +169,13 @@ std::string current_author() {
     return entry != nullptr ? entry->pw_name : fmt::format("uid {}", user);
 }
 
-core::Result<void> Transaction::set(std::string_view pattern, std::string_view text) {
+core::Result<void> Transaction::set(std::string_view pattern, std::string_view value) {
     OUTCOME_TRY(found, settable(pattern));
     std::vector<Value> values;
     values.reserve(found.size());
     for (auto const* setting : found) {
-        OUTCOME_TRY(value, parse(*setting, text));
-        values.push_back(std::move(value));
+        OUTCOME_TRY(parsed, parse(*setting, value));
+        values.push_back(std::move(parsed));
     }
     for (std::size_t i = 0; i < found.size(); ++i) {
         wanted.insert_or_assign(found[i], std::move(values[i]));

@@ -15,7 +15,7 @@ namespace {
 using core::Error;
 using core::fail;
 
-/// Empty where it cannot be read, as in a unit that sees only the processes in /proc.
+/// Empty if it cannot be read, as in a unit with ProcSubset=pid.
 std::string current_boot() {
     std::string boot;
     std::ifstream{"/proc/sys/kernel/random/boot_id"} >> boot;
@@ -38,9 +38,7 @@ core::Result<std::optional<Trial>> pending(Connection const& connection) {
     if (rows.next()) {
         return std::optional{Trial{rows.number(0), {safe(rows.text(1)), rows.number(2)}, safe(rows.text(3))}};
     }
-    if (rows.result() != SQLITE_DONE) {
-        return connection.failure(rows.result());
-    }
+    OUTCOME_TRY(connection.check_end(rows));
     return std::optional<Trial>{};
 }
 
@@ -108,7 +106,7 @@ core::Result<std::vector<Change>> undo_trial(std::int64_t number, std::filesyste
         if (entry.number != number || setting == nullptr) {
             continue;
         }
-        // What was stored by other means need not be allowed, and is not put back then.
+        // A value that another program stored may not be allowed; then the default is put back.
         auto const before = parse(*setting, entry.old_value).has_value()
                                 ? entry.old_value
                                 : to_text(setting->kind, setting->default_value);

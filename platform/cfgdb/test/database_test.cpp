@@ -37,7 +37,6 @@ using test::ScratchFolder;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::UnorderedElementsAre;
 
 /// Why the wrapper cannot be made; empty if it can.
 std::string opening_failure(std::filesystem::path const& folder) {
@@ -50,24 +49,27 @@ std::string opening_failure(std::filesystem::path const& folder) {
     return "";
 }
 
-struct Owned {
-    unsigned mode;
-    unsigned group;
+constexpr char const* file_names[] = {"running.db", "running.db-wal", "running.db-shm",
+                                      "running.db.doorbell"};
 
-    bool operator==(Owned const&) const = default;
-};
-
-Owned owned(std::filesystem::path const& path) {
-    struct stat status{};
-    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
-    return {status.st_mode & 07777U, status.st_gid};
+void expect_modes(std::filesystem::path const& folder, mode_t folder_mode, mode_t file_mode) {
+    EXPECT_EQ(mode_of(folder), folder_mode);
+    for (auto const* name : file_names) {
+        EXPECT_EQ(mode_of(folder / name), file_mode) << name;
+    }
 }
 
-auto const complete_folder =
-    UnorderedElementsAre("running.db", "running.db-wal", "running.db-shm", "running.db.doorbell");
+unsigned group_of(std::filesystem::path const& path) {
+    struct stat status{};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status.st_gid;
+}
 
-TEST(NewDatabase, IsMadeWithItsFolderAndHoldsNoSettings) {
-    ScratchFolder const scratch;
+auto const complete_folder = testing::UnorderedElementsAreArray(file_names);
+
+using NewDatabase = DatabaseFolder;
+
+TEST_F(NewDatabase, IsMadeWithItsFolderAndHoldsNoSettings) {
     auto const folder = scratch / "not/yet/there";
     EXPECT_EQ(opening_failure(folder), "");
     EXPECT_THAT(names_in(folder), complete_folder);
@@ -78,13 +80,12 @@ TEST(NewDatabase, IsMadeWithItsFolderAndHoldsNoSettings) {
     EXPECT_EQ(raw.value("PRAGMA integrity_check"), "ok");
 }
 
-TEST(NewDatabase, AFolderMayBeNamedWithAFinalSlash) {
-    ScratchFolder const scratch;
+TEST_F(NewDatabase, AFolderMayBeNamedWithAFinalSlash) {
     EXPECT_EQ(opening_failure(scratch.path().string() + "/db/"), "");
-    EXPECT_EQ(owned(scratch / "db").mode, 02770U);
+    EXPECT_EQ(mode_of(scratch / "db"), 02770U);
 }
 
-TEST(NewDatabase, HasItsModesWhateverTheUmask) {
+TEST_F(NewDatabase, HasItsModesWhateverTheUmask) {
     for (mode_t const mask : {0000U, 0022U, 0077U, 0777U}) {
         ScratchFolder const scratch;
         auto const folder = scratch / "db";
@@ -94,31 +95,22 @@ TEST(NewDatabase, HasItsModesWhateverTheUmask) {
             return opening_failure(folder).empty() ? 0 : 1;
         }};
         ASSERT_EQ(child.status(), 0);
-        EXPECT_EQ(owned(folder).mode, 02770U) << mask;
-        for (auto const* name : {"running.db", "running.db-wal", "running.db-shm", "running.db.doorbell"}) {
-            EXPECT_EQ(owned(folder / name).mode, 0660U) << name << mask;
-        }
+        SCOPED_TRACE(mask);
+        expect_modes(folder, 02770, 0660);
     }
 }
 
-TEST(NewDatabase, IsReadableForEverybodyWhereItsFolderIs) {
-    ScratchFolder const scratch;
-    auto const folder = scratch / "db";
+TEST_F(NewDatabase, IsReadableForEverybodyWhereItsFolderIs) {
     std::filesystem::create_directory(folder);
     ASSERT_EQ(chmod(folder.c_str(), 02775), 0);
     EXPECT_EQ(opening_failure(folder), "");
-    EXPECT_EQ(owned(folder).mode, 02775U);
-    for (auto const* name : {"running.db", "running.db-wal", "running.db-shm", "running.db.doorbell"}) {
-        EXPECT_EQ(owned(folder / name).mode, 0664U) << name;
-    }
+    expect_modes(folder, 02775, 0664);
 }
 
-TEST(NewDatabase, BelongsToTheGroupXponWhereThatExists) {
+TEST_F(NewDatabase, BelongsToTheGroupXponWhereThatExists) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root gives files to another group";
     }
-    ScratchFolder const scratch;
-    auto const folder = scratch / "db";
     test::write_file(scratch / "group", "root:x:0:\nxpon:x:4242:\n");
     Child child{[&] {
         bool const private_groups =
@@ -127,13 +119,14 @@ TEST(NewDatabase, BelongsToTheGroupXponWhereThatExists) {
         return private_groups && opening_failure(folder).empty() ? 0 : 1;
     }};
     ASSERT_EQ(child.status(), 0);
-    EXPECT_EQ(owned(folder), (Owned{02770, 4242}));
-    for (auto const* name : {"running.db", "running.db-wal", "running.db-shm", "running.db.doorbell"}) {
-        EXPECT_EQ(owned(folder / name), (Owned{0660, 4242})) << name;
+    expect_modes(folder, 02770, 0660);
+    EXPECT_EQ(group_of(folder), 4242U);
+    for (auto const* name : file_names) {
+        EXPECT_EQ(group_of(folder / name), 4242U) << name;
     }
 }
 
-TEST(NewDatabase, SeveralProcessesAtOnceMakeOneAndLoseNothing) {
+TEST_F(NewDatabase, SeveralProcessesAtOnceMakeOneAndLoseNothing) {
     constexpr int processes = 4;
     for (int round = 0; round < 10; ++round) {
         ScratchFolder const scratch;
@@ -161,9 +154,7 @@ TEST(NewDatabase, SeveralProcessesAtOnceMakeOneAndLoseNothing) {
     }
 }
 
-TEST(NewDatabase, ThatNobodyHasOpenCanBeCopiedAndPutBackAsOneFile) {
-    ScratchFolder const scratch;
-    auto const folder = scratch / "db";
+TEST_F(NewDatabase, ThatNobodyHasOpenCanBeCopiedAndPutBackAsOneFile) {
     change(folder, {{"syslog.rsh.level", "debug"}});
     EXPECT_EQ(std::filesystem::file_size(folder / "running.db-wal"), 0U);
     std::filesystem::copy_file(folder / "running.db", scratch / "copy");

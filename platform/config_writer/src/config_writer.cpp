@@ -55,8 +55,8 @@ bool is_temporary_of(fs::path const& target, std::string_view name) {
                                        [](unsigned char letter) { return std::isalnum(letter) != 0; }));
 }
 
-/// A living writer holds the lock of its temporary from right after its creation until that has the target's
-/// name. The kernel releases the lock of a killed one.
+/// A running writer holds the lock of its temporary file until that has the target's name. The kernel releases
+/// the lock when the process is killed.
 bool lock(int fd) {
     return ::flock(fd, LOCK_EX | LOCK_NB) == 0;
 }
@@ -66,7 +66,7 @@ bool is_removed(int fd) {
     return ::fstat(fd, &state) == 0 && state.st_nlink == 0;
 }
 
-/// Neither a link nor a folder can be opened like this, and neither is a temporary.
+/// Links and folders cannot be opened like this; they are not temporary files.
 void remove_unless_in_use(fs::path const& temporary) {
     core::UniqueFd const file{::open(temporary.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)};
     if (file && lock(file.get()) && !is_removed(file.get())) {
@@ -74,7 +74,7 @@ void remove_unless_in_use(fs::path const& temporary) {
     }
 }
 
-/// Removes what killed writers of the target have left. What cannot be removed is in nobody's way.
+/// Removes what killed writers of the target have left. What cannot be removed does no harm.
 void remove_leftovers(fs::path const& target) {
     std::error_code ended;
     for (fs::directory_iterator entry{target.parent_path() / ".", ended}, end; entry != end;
@@ -106,7 +106,7 @@ bool is_as_wanted(fs::path const& target, std::string_view text) {
     return size == 0 && text.empty();
 }
 
-/// The new file on its way to the target's name; what has not got there is removed.
+/// The temporary file that is to become the target; removed unless it did.
 class Replacement {
   public:
     explicit Replacement(fs::path const& target_file)
@@ -157,7 +157,7 @@ class Replacement {
     }
 
   private:
-    /// As it can be until it is locked. A file system without locks does not keep anybody from writing.
+    /// Possible until it is locked. A file system without locks does not prevent writing.
     bool was_taken_for_a_leftover() const {
         return (!lock(file.get()) && errno == EWOULDBLOCK) || is_removed(file.get());
     }

@@ -13,7 +13,7 @@ namespace xpon::ipc {
 
 namespace {
 
-// So that those who publish and those who subscribe wait for each other for a short time only.
+// Publishers and subscribers wait for each other only for a short time.
 constexpr int most_at_once = 100;
 
 void bind_in(BusFolder& folder, char const* name, zmq::socket_t& socket) {
@@ -38,7 +38,7 @@ Broker::Broker(BusFolder& folder)
   : frontend{new_socket(zmq::socket_type::xsub)}
   , backend{new_socket(zmq::socket_type::stream)}
   , subscribers{backend} {
-    // Every message is to come in, whether somebody waits for it or not: the answers are kept.
+    // Receive every message, even without a subscriber for it: the modules' answers are kept.
     static constexpr std::array<std::byte, 1> subscription_to_everything{std::byte{1}};
     send_frame(frontend, subscription_to_everything);
 

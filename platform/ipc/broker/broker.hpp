@@ -8,11 +8,11 @@
 
 namespace xpon::ipc {
 
-/// Forwards every message from those who publish to those who subscribed, and answers for the modules.
+/// Forwards every message from the publishers to its subscribers, and reports the modules' last answers.
 class Broker {
   public:
-    /// The sockets are there afterwards, mode 0660 at no moment exceeded: call it without other threads, the
-    /// file creation mask of the process is changed. Throws std::runtime_error naming path and reason.
+    /// Creates the sockets, never with more than mode 0660. Changes the file creation mask of the process, so
+    /// call it before there are other threads. Throws std::runtime_error naming path and reason.
     explicit Broker(BusFolder& folder);
 
     /// Forwards until `stop` is readable.
@@ -24,7 +24,7 @@ class Broker {
     void forward_messages();
     void pass_on(Subscribers::Notices const& notices);
 
-    // All of it is the thread's that calls `run`; ZeroMQ has one of its own.
+    // Used only by the thread that calls `run`; ZeroMQ has a thread of its own.
     zmq::context_t context{1};
     zmq::socket_t frontend; // from those who publish
     zmq::socket_t backend;  // to those who subscribe

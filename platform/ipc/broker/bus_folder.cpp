@@ -64,7 +64,7 @@ std::filesystem::path BusFolder::make_room(char const* name) const {
     if (unlink(path.c_str()) == 0 || errno == ENOENT || (errno == EISDIR && rmdir(path.c_str()) == 0)) {
         return path;
     }
-    // An empty folder of a new name, which a rename replaces.
+    // A rename can replace an empty folder.
     auto aside = path.string() + ".XXXXXX";
     if (mkdtemp(aside.data()) == nullptr) {
         throw failure("remove what is in the way:", path);
@@ -92,12 +92,12 @@ void BusFolder::create() {
     }
     if (mkdir(folder.c_str(), S_IRWXU) != 0) {
         if (errno == EEXIST) {
-            return; // how it was set up is its owner's choice
+            return; // its mode is its owner's choice
         }
         throw failure("cannot create the folder", folder);
     }
     give_to_group(folder);
-    // After the change of group, which would drop the set-group-id bit.
+    // After the group was changed, because that clears the set-group-id bit.
     if (chmod(folder.c_str(), S_ISGID | S_IRWXU | S_IRGRP | S_IXGRP) != 0) {
         throw failure("cannot set the mode of the folder", folder);
     }
@@ -108,7 +108,7 @@ void BusFolder::lock() {
     if (struct stat state{}; lstat(path.c_str(), &state) == 0 && !S_ISREG(state.st_mode)) {
         make_room("lock");
     }
-    // Neither through a link nor waiting for the other end of a FIFO, should one have come meanwhile.
+    // Follows no link and does not block on a FIFO, in case one was created meanwhile.
     lock_file.reset(
         open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, S_IRUSR | S_IWUSR));
     if (!lock_file) {

@@ -13,10 +13,10 @@ namespace xpon::ipc {
 /// The folder of the bus, owned by one broker at a time: its lock is held as long as this lives.
 class BusFolder {
   public:
-    /// Creates the folder if it is missing (mode 2750: its group may pass) and locks it. What stands in the
-    /// place of the lock file and is none goes, see `make_room`. What is created belongs to `owner_group`
-    /// where that is given and the process is root's. Throws std::runtime_error naming path and reason; of a
-    /// folder that another broker serves it names the process.
+    /// Creates the folder if it is missing (mode 2750, so its group may enter) and locks it. Anything else with
+    /// the name of the lock file is removed, see `make_room`. New files belong to `owner_group`, if that is
+    /// given and root runs the process. Throws std::runtime_error naming path and reason, or the process of
+    /// the broker that already serves the folder.
     BusFolder(std::filesystem::path folder_path, std::optional<gid_t> owner_group);
     /// Removes the sockets that are still the adopted ones, then unlocks.
     ~BusFolder();
@@ -30,7 +30,7 @@ class BusFolder {
     /// new name beside it. Returns the path. Throws std::runtime_error naming path, reason and cure.
     std::filesystem::path make_room(char const* name) const;
 
-    /// Takes a socket that was just made in the folder for one of its own. Throws std::runtime_error.
+    /// Registers a socket that was just created in the folder. Throws std::runtime_error.
     void adopt(std::filesystem::path const& socket);
 
   private:

@@ -14,12 +14,12 @@ namespace xpon::ipc {
 /// Remembers each module's last answer among the messages that pass.
 class LastAnswers {
   public:
-    /// How many modules are remembered; then the one heard of longest ago is forgotten.
+    /// How many modules are remembered; beyond that the oldest answer is forgotten.
     static constexpr std::size_t capacity = 1024;
     static_assert(capacity * sizeof(LastAnswer) <= max_payload_size);
 
-    /// Looks at a frame that passed the bus at `time` (milliseconds since the epoch). Returns the frame to
-    /// send if it asks for the answers.
+    /// Takes a frame that passed the bus at `time` (milliseconds since the epoch). Returns the report if the
+    /// frame asks for one.
     std::optional<std::vector<std::byte>> take(std::span<std::byte const> frame, std::uint64_t time);
 
   private:

@@ -11,9 +11,9 @@ namespace xpon::ipc {
 /// socket. What one subscriber can make the broker keep is bounded.
 class Subscriber {
   public:
-    /// Of one subscriber; those of this project have two.
+    /// Per subscriber; an endpoint of this project has two.
     static constexpr std::size_t max_subscriptions = 64;
-    /// Of what a subscriber sends; a subscription of this project has 5 bytes, a handshake some 40.
+    /// Of a frame from a subscriber; a subscription of this project has 5 bytes, a handshake about 40.
     static constexpr std::size_t max_frame_size = 255;
 
     /// What the broker says first.
@@ -21,7 +21,7 @@ class Subscriber {
     /// A message as it travels to a subscriber.
     static std::vector<std::byte> framed(std::span<std::byte const> message);
 
-    /// Takes what came next. False if it is not what a subscriber may send: then it is to be cut off.
+    /// Takes the next bytes. False if a subscriber may not send them; then disconnect it.
     bool take(std::span<std::byte const> bytes);
     /// Whether it has subscribed to the message.
     bool wants(std::span<std::byte const> message) const;

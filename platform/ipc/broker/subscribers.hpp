@@ -11,22 +11,22 @@
 
 namespace xpon::ipc {
 
-/// Those who receive, over a socket that passes on their bytes as they come (ZMQ_STREAM). ZeroMQ's own socket
-/// for this, XPUB, stores whatever a peer subscribes to before anybody can refuse it.
+/// The receivers, over a socket that passes on their raw bytes (ZMQ_STREAM). ZeroMQ's own socket for this,
+/// XPUB, stores every subscription before it can be refused.
 class Subscribers {
   public:
     /// The socket must be of the type `stream` and live longer.
     explicit Subscribers(zmq::socket_t& stream);
 
-    /// What changed for those who publish: see Subscriber::take_notices.
+    /// What changed for the publishers: see Subscriber::take_notices.
     using Notices = std::vector<std::vector<std::byte>>;
 
-    /// Takes one piece of what subscribers have sent, and adds what it changed. False if nothing was waiting.
-    /// Throws zmq::error_t.
+    /// Takes one piece of data from a subscriber and adds the notices. False if nothing was waiting. Throws
+    /// zmq::error_t.
     bool take(Notices& notices);
 
-    /// Sends a message to all who have subscribed to it; who has no room for it misses it. Adds what was
-    /// changed by those who turn out to have gone. Throws zmq::error_t.
+    /// Sends a message to all who have subscribed to it. A subscriber whose queue is full misses it. Adds the
+    /// notices of subscribers that turn out to be gone. Throws zmq::error_t.
     void publish(std::span<std::byte const> message, Notices& notices);
 
   private:

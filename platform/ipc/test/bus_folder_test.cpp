@@ -19,8 +19,11 @@ struct stat state_of(std::filesystem::path const& path) {
     return state;
 }
 
-TEST(BusFolder, WhatRootCreatesBelongsToTheGroup) {
+struct BusFolderTest : testing::Test {
     ScratchFolder const scratch;
+};
+
+TEST_F(BusFolderTest, WhatRootCreatesBelongsToTheGroup) {
     // Who may not give anything away keeps it.
     bool const may_give = geteuid() == 0 && chown(scratch.path().c_str(), 0, some_group) == 0;
     auto const expected = may_give ? some_group : getegid();
@@ -33,15 +36,13 @@ TEST(BusFolder, WhatRootCreatesBelongsToTheGroup) {
     EXPECT_EQ(state_of(scratch / "bus/socket").st_uid, geteuid());
 }
 
-TEST(BusFolder, WithoutTheGroupItAllStaysWithTheProcess) {
-    ScratchFolder const scratch;
+TEST_F(BusFolderTest, WithoutTheGroupItAllStaysWithTheProcess) {
     BusFolder const folder{scratch / "bus", std::nullopt};
     EXPECT_EQ(state_of(scratch / "bus").st_gid, getegid());
     EXPECT_EQ(state_of(scratch / "bus").st_mode & 07777U, 02750U);
 }
 
-TEST(BusFolder, AFolderThatIsThereStaysAsItIs) {
-    ScratchFolder const scratch;
+TEST_F(BusFolderTest, AFolderThatIsThereStaysAsItIs) {
     std::filesystem::create_directory(scratch / "bus");
     ASSERT_EQ(chmod((scratch / "bus").c_str(), 0751), 0);
     BusFolder const folder{scratch / "bus", some_group};
@@ -49,15 +50,13 @@ TEST(BusFolder, AFolderThatIsThereStaysAsItIs) {
     EXPECT_EQ(state_of(scratch / "bus").st_gid, getegid());
 }
 
-TEST(BusFolder, ATrailingSlashDoesNotChangeTheFolder) {
-    ScratchFolder const scratch;
+TEST_F(BusFolderTest, ATrailingSlashDoesNotChangeTheFolder) {
     BusFolder const folder{(scratch / "parent/bus").string() + "/", std::nullopt};
     EXPECT_EQ(folder.path(), scratch / "parent/bus");
     EXPECT_EQ(state_of(scratch / "parent/bus").st_mode & 07777U, 02750U);
 }
 
-TEST(BusFolder, AtTheEndItsOwnSocketsGoAndAllElseStays) {
-    ScratchFolder const scratch;
+TEST_F(BusFolderTest, AtTheEndItsOwnSocketsGoAndAllElseStays) {
     {
         BusFolder folder{scratch / "bus", std::nullopt};
         for (auto const* const name : {"bus/own", "bus/replaced", "bus/foreign", "bus/gone"}) {
@@ -76,8 +75,7 @@ TEST(BusFolder, AtTheEndItsOwnSocketsGoAndAllElseStays) {
     EXPECT_EQ(test::read_file(scratch / "bus/foreign"), "bus/foreign");
 }
 
-TEST(BusFolder, IsFreeAgainAfterwards) {
-    ScratchFolder const scratch;
+TEST_F(BusFolderTest, IsFreeAgainAfterwards) {
     {
         BusFolder const folder{scratch / "bus", std::nullopt};
         EXPECT_THROW((BusFolder{scratch / "bus", std::nullopt}), std::runtime_error);
@@ -107,7 +105,7 @@ Obstacle const obstacles[]{
     {"a file", [](std::filesystem::path const& path) { test::write_file(path, "old"); }},
 };
 
-TEST(BusFolder, NothingInThePlaceOfTheLockKeepsItFromBeingTaken) {
+TEST_F(BusFolderTest, NothingInThePlaceOfTheLockKeepsItFromBeingTaken) {
     for (auto const& [name, make] : obstacles) {
         SCOPED_TRACE(name);
         ScratchFolder const scratch;
@@ -123,7 +121,7 @@ TEST(BusFolder, NothingInThePlaceOfTheLockKeepsItFromBeingTaken) {
     }
 }
 
-TEST(BusFolder, MakesRoomForASocketWhateverIsThere) {
+TEST_F(BusFolderTest, MakesRoomForASocketWhateverIsThere) {
     for (auto const& [name, make] : obstacles) {
         SCOPED_TRACE(name);
         ScratchFolder const scratch;
@@ -137,8 +135,7 @@ TEST(BusFolder, MakesRoomForASocketWhateverIsThere) {
     }
 }
 
-TEST(BusFolder, AFolderThatIsNotEmptyIsMovedAsideWithWhatIsInIt) {
-    ScratchFolder const scratch;
+TEST_F(BusFolderTest, AFolderThatIsNotEmptyIsMovedAsideWithWhatIsInIt) {
     BusFolder const folder{scratch / "bus", std::nullopt};
     create_directory(scratch / "bus/publish");
     test::write_file(scratch / "bus/publish/file", "kept");
@@ -153,11 +150,10 @@ TEST(BusFolder, AFolderThatIsNotEmptyIsMovedAsideWithWhatIsInIt) {
     EXPECT_THAT(kept, testing::ElementsAre("kept"));
 }
 
-TEST(BusFolder, WhatItCannotMoveItNames) {
+TEST_F(BusFolderTest, WhatItCannotMoveItNames) {
     if (geteuid() == 0) {
         GTEST_SKIP() << "root may move everything";
     }
-    ScratchFolder const scratch;
     BusFolder const folder{scratch / "bus", std::nullopt};
     create_directories(scratch / "bus/publish/in");
     ASSERT_EQ(chmod((scratch / "bus").c_str(), 0500), 0);
@@ -168,8 +164,7 @@ TEST(BusFolder, WhatItCannotMoveItNames) {
     ASSERT_EQ(chmod((scratch / "bus").c_str(), 0700), 0);
 }
 
-TEST(BusFolder, AdoptingWhatIsNotThereFails) {
-    ScratchFolder const scratch;
+TEST_F(BusFolderTest, AdoptingWhatIsNotThereFails) {
     BusFolder folder{scratch / "bus", std::nullopt};
     EXPECT_THAT([&] { folder.adopt(scratch / "bus/socket"); },
                 testing::ThrowsMessage<std::runtime_error>(

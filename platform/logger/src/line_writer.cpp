@@ -20,7 +20,7 @@ constexpr std::array<int, zlog_level_names.size()> priorities{
     LOG_DEBUG, LOG_INFO, LOG_NOTICE, LOG_WARNING, LOG_ERR, LOG_ALERT,
 };
 
-/// spdlog's own one cannot be given other priorities, and each of its objects calls closelog() at its end.
+/// spdlog's own sink has fixed priorities, and its destructor calls closelog().
 class SyslogSink : public spdlog::sinks::base_sink<std::mutex> {
   protected:
     void sink_it_(spdlog::details::log_msg const& message) override {

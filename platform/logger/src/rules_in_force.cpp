@@ -20,8 +20,8 @@ constexpr unsigned every_level = bit(most_severe + 1) - bit(least_severe);
 constexpr unsigned notice_and_above =
     bit(most_severe + 1) - bit(static_cast<std::size_t>(core::LogLevel::Notice));
 
-/// The levels of a category for which no file decides. This system's own process keeps the file of its
-/// categories itself: its lines must not wait for that file.
+/// The levels of a category without a file. The daemon writes the file of its own categories itself, so its
+/// lines must not depend on that file.
 unsigned built_in_levels(std::string_view category) {
     static constexpr std::string_view own[] = {"LOG-CFG", "LOG-CFG_IPC", "LOG-CFG_CFGDB"};
     return std::ranges::find(own, category) != std::end(own) ? every_level : notice_and_above;

@@ -16,8 +16,8 @@
 
 namespace xpon::logger {
 
-/// One category as the rules in force at the moment have it. Lives under the rules' supervision: they are
-/// applied when it is made and whenever they change. Safe from any thread.
+/// One category under the rules in force. They are applied when it is created and whenever they change. Safe
+/// from any thread.
 class ObedientCategory {
   public:
     explicit ObedientCategory(std::string const& category_name);
@@ -40,7 +40,7 @@ class ObedientCategory {
     Writers writers; // guarded by mutex
 };
 
-/// The files of the contexts that live, the newest of which holds, and the categories that obey it.
+/// The files of the existing contexts, of which the newest applies, and the categories that follow it.
 class RulesInForce {
   public:
     using Key = std::uint64_t;

@@ -1,10 +1,10 @@
 #include "zlog_format.hpp"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <chrono>
 #include <ctime>
-#include <iterator>
 
 #include "core/failure.hpp"
 
@@ -16,43 +16,28 @@ using core::Error;
 using core::fail;
 using core::Result;
 using spdlog::details::log_msg;
-using Scratch = ZlogPart::Scratch;
+/// For a text that is made while a line is formatted.
+using Scratch = std::array<char, 256>;
+
+constexpr std::string_view conversions = "dVcmfULn%";
 
 std::string_view view(spdlog::string_view_t text) {
     return {text.data(), text.size()};
 }
 
-std::string_view constant(log_msg const& /*message*/, std::string const& argument, Scratch& /*scratch*/) {
-    return argument;
-}
-
-std::string_view date(log_msg const& message, std::string const& argument, Scratch& scratch) {
+std::string_view date(log_msg const& message, std::string const& format, Scratch& scratch) {
     auto const seconds = std::chrono::system_clock::to_time_t(message.time);
     std::tm local{};
     localtime_r(&seconds, &local);
-    return {scratch.data(), std::strftime(scratch.data(), scratch.size(), argument.c_str(), &local)};
+    return {scratch.data(), std::strftime(scratch.data(), scratch.size(), format.c_str(), &local)};
 }
 
-std::string_view level(log_msg const& message, std::string const& /*argument*/, Scratch& /*scratch*/) {
-    return zlog_level_names.at(static_cast<std::size_t>(message.level));
-}
-
-std::string_view category(log_msg const& message, std::string const& /*argument*/, Scratch& /*scratch*/) {
-    return view(message.logger_name);
-}
-
-std::string_view payload(log_msg const& message, std::string const& /*argument*/, Scratch& /*scratch*/) {
-    return view(message.payload);
-}
-
-std::string_view file(log_msg const& message, std::string const& /*argument*/, Scratch& /*scratch*/) {
-    std::string_view const path{message.source.filename};
+std::string_view without_folder(std::string_view path) {
     return path.substr(path.rfind('/') + 1);
 }
 
 /// The bare name: compilers hand out the whole signature, "int ns::Class<T>::name(int) const".
-std::string_view function(log_msg const& message, std::string const& /*argument*/, Scratch& /*scratch*/) {
-    std::string_view const signature{message.source.funcname};
+std::string_view bare_name(std::string_view signature) {
     int depth = 0;
     for (std::size_t place = 0; place < signature.size(); ++place) {
         auto const rest = signature.substr(place);
@@ -66,21 +51,31 @@ std::string_view function(log_msg const& message, std::string const& /*argument*
     return signature;
 }
 
-std::string_view line_number(log_msg const& message, std::string const& /*argument*/, Scratch& scratch) {
-    auto const* const end = std::to_chars(scratch.begin(), scratch.end(), message.source.line).ptr;
-    return {scratch.begin(), end};
+/// The text of a part, before its width and precision. It may be in `scratch`.
+std::string_view text_in(ZlogPart const& part, log_msg const& message, Scratch& scratch) {
+    switch (part.conversion) {
+    case 'd':
+        return date(message, part.argument, scratch);
+    case 'V':
+        return zlog_level_names.at(static_cast<std::size_t>(message.level));
+    case 'c':
+        return view(message.logger_name);
+    case 'm':
+        return view(message.payload);
+    case 'f':
+        return without_folder(message.source.filename);
+    case 'U':
+        return bare_name(message.source.funcname);
+    case 'L':
+        return {scratch.begin(), std::to_chars(scratch.begin(), scratch.end(), message.source.line).ptr};
+    case 'n':
+        return "\n";
+    case '%':
+        return "%";
+    default:
+        return part.argument;
+    }
 }
-
-struct Conversion {
-    char letter;
-    ZlogPart::Text text;
-    std::string_view argument;
-};
-
-constexpr Conversion conversions[] = {
-    {'d', date, ""},     {'V', level, ""},       {'c', category, ""},   {'m', payload, ""},   {'f', file, ""},
-    {'U', function, ""}, {'L', line_number, ""}, {'n', constant, "\n"}, {'%', constant, "%"},
-};
 
 bool take(std::string_view& rest, char character) {
     if (!rest.starts_with(character)) {
@@ -123,15 +118,13 @@ Result<ZlogPart> take_conversion(std::string_view& rest) {
     if (take(rest, '.')) {
         part.precision = take_number(rest);
     }
-    auto const* const found = std::ranges::find_if(
-        conversions, [&rest](auto const& conversion) { return take(rest, conversion.letter); });
-    if (found == std::end(conversions)) {
+    if (rest.empty() || conversions.find(rest.front()) == std::string_view::npos) {
         return fail(Error::InvalidInputArg, "unknown conversion \"{}\"",
                     whole.substr(0, whole.size() - rest.size() + 1));
     }
-    part.text = found->text;
-    part.argument = found->argument;
-    if (found->letter == 'd') {
+    part.conversion = rest.front();
+    rest.remove_prefix(1);
+    if (part.conversion == 'd') {
         OUTCOME_TRY(text, take_date_text(rest));
         part.argument = std::move(text);
     }
@@ -141,7 +134,7 @@ Result<ZlogPart> take_conversion(std::string_view& rest) {
 ZlogPart take_constant(std::string_view& rest) {
     auto const text = rest.substr(0, rest.find('%'));
     rest.remove_prefix(text.size());
-    return {.text = constant, .argument = std::string{text}};
+    return {.argument = std::string{text}};
 }
 
 } // namespace
@@ -167,7 +160,7 @@ std::shared_ptr<ZlogFormat const> ZlogFormat::built_in() {
 void ZlogFormat::format(log_msg const& message, spdlog::memory_buf_t& line) {
     Scratch scratch{};
     for (auto const& part : parts) {
-        auto const text = part.text(message, part.argument, scratch).substr(0, part.precision);
+        auto const text = text_in(part, message, scratch).substr(0, part.precision);
         std::string const padding(part.width - std::min(part.width, text.size()), ' ');
         line.append(part.left ? text : std::string_view{padding});
         line.append(part.left ? std::string_view{padding} : text);

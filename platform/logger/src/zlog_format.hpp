@@ -18,14 +18,10 @@ inline constexpr std::array<std::string_view, 6> zlog_level_names{
     "DEBUG", "INFO", "NOTICE", "WARN", "ERROR", "FATAL",
 };
 
-/// A part of a line: its text is constant (the argument), the message's, or made in `scratch`.
+/// A part of a line.
 struct ZlogPart {
-    using Scratch = std::array<char, 256>;
-    using Text = std::string_view (*)(spdlog::details::log_msg const& message, std::string const& argument,
-                                      Scratch& scratch);
-
-    Text text = nullptr;
-    std::string argument;
+    char conversion = '\0'; ///< the letter after the %; none for a constant text
+    std::string argument;   ///< the constant text, or the date text of %d
     bool left = false;
     std::size_t width = 0;
     std::size_t precision = std::string_view::npos;

@@ -14,7 +14,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <gmock/gmock.h>
-#include <poll.h>
 #include <pty.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -23,6 +22,7 @@
 #include "core/unique_fd.hpp"
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
+#include "kit/wait_readable.hpp"
 #include "zlog_texts.hpp"
 
 namespace xpon::logger {
@@ -32,6 +32,7 @@ using core::LogLevel;
 using core::UniqueFd;
 using test::IsOk;
 using test::ScratchFolder;
+using test::wait_readable;
 using test::write_file;
 using testing::AllOf;
 using testing::Eq;
@@ -39,11 +40,6 @@ using testing::Field;
 using testing::MatchesRegex;
 using testing::Optional;
 using Context = std::unique_ptr<Logger::LoggerContext>;
-
-bool readable(int fd, std::chrono::milliseconds deadline) {
-    pollfd event{.fd = fd, .events = POLLIN, .revents = 0};
-    return ::poll(&event, 1, static_cast<int>(deadline.count())) == 1;
-}
 
 /// Stands in for the system's log service: /dev/log leads here. In a sandbox only.
 class SyslogReceiver {
@@ -74,7 +70,7 @@ class SyslogReceiver {
 
     /// The next line; nothing if none comes.
     std::optional<Line> next() {
-        if (!readable(socket.get(), std::chrono::seconds{20})) {
+        if (!wait_readable(socket.get())) {
             return std::nullopt;
         }
         std::string datagram(1'000'000, '\0');
@@ -85,7 +81,7 @@ class SyslogReceiver {
 
     void hang_up() { socket.reset(); }
 
-    bool nothing_more() const { return !readable(socket.get(), std::chrono::milliseconds{0}); }
+    bool nothing_more() const { return !wait_readable(socket.get(), std::chrono::milliseconds{0}); }
 
   private:
     /// "<PRIORITY>Mmm dd hh:mm:ss IDENT: TEXT"
@@ -347,7 +343,7 @@ std::string read_line(int fd) {
     std::string line;
     while (!line.ends_with('\n')) {
         std::array<char, 4096> part{};
-        auto const size = readable(fd, std::chrono::seconds{20}) ? ::read(fd, part.data(), part.size()) : 0;
+        auto const size = wait_readable(fd) ? ::read(fd, part.data(), part.size()) : 0;
         if (size <= 0) {
             ADD_FAILURE() << "the line ends here";
             break;
@@ -392,7 +388,7 @@ TEST_F(LoggerSyslogTest, StandardErrorThatIsNoTerminalGetsNothing) {
         write_line(logger, LogLevel::Fatal, "text");
     }
     EXPECT_TRUE(syslog.next());
-    EXPECT_FALSE(readable(reading.get(), std::chrono::milliseconds{0}));
+    EXPECT_FALSE(wait_readable(reading.get(), std::chrono::milliseconds{0}));
 }
 
 TEST_F(LoggerSyslogTest, LoggersWriteWholeLinesWhileRulesChangeAndContextsComeAndGo) {

@@ -5,6 +5,7 @@
 #include <bit>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <thread>
 
@@ -150,30 +151,19 @@ TEST_F(LoggerTest, ReloadOfAnOlderContextCountsOnceItIsInForce) {
 TEST_F(LoggerTest, ReloadThatFailsNamesTheReasonAndChangesNothing) {
     Logger const logger{"DNA"};
     auto const context = context_with(zlog_rules("DNA", 1));
-    auto const quoted = "\"" + path.string() + "\"";
-
-    write_file(path, zlog_header + zlog_rules("DNA", 5) + "DNA.=LOUD\n\nDNA\n");
-    EXPECT_THAT(
-        context->reload(),
-        IsError(Error::CommonError, "Log rules stay as they were: " + quoted +
-                                        " line 15: unknown level \"LOUD\" (lines that cannot be read: 2)"));
-    EXPECT_EQ(levels_of(logger), "----EF");
-
-    write_file(path, "");
-    EXPECT_THAT(context->reload(),
-                IsError(Error::CommonError, "Log rules stay as they were: " + quoted +
-                                                ": the file ends without a [rules] section"));
-    EXPECT_EQ(levels_of(logger), "----EF");
-
-    std::filesystem::remove(path);
-    EXPECT_THAT(context->reload(), IsError(Error::CommonError, "Log rules stay as they were: " + quoted +
-                                                                   ": No such file or directory"));
-    EXPECT_EQ(levels_of(logger), "----EF");
-
-    std::filesystem::create_directory(path);
-    EXPECT_THAT(context->reload(),
-                IsError(Error::CommonError, "Log rules stay as they were: " + quoted + ": Is a directory"));
-    EXPECT_EQ(levels_of(logger), "----EF");
+    std::pair<std::function<void()>, char const*> const cases[] = {
+        {[&] { write_file(path, zlog_header + zlog_rules("DNA", 5) + "DNA.=LOUD\n\nDNA\n"); },
+         " line 15: unknown level \"LOUD\" (lines that cannot be read: 2)"},
+        {[&] { write_file(path, ""); }, ": the file ends without a [rules] section"},
+        {[&] { std::filesystem::remove(path); }, ": No such file or directory"},
+        {[&] { std::filesystem::create_directory(path); }, ": Is a directory"},
+    };
+    for (auto const& [spoil, reason] : cases) {
+        spoil();
+        EXPECT_THAT(context->reload(), IsError(Error::CommonError, "Log rules stay as they were: \"" +
+                                                                       path.string() + "\"" + reason));
+        EXPECT_EQ(levels_of(logger), "----EF");
+    }
 }
 
 TEST_F(LoggerTest, ALargeFileIsReadWhole) {

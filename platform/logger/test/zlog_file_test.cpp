@@ -83,21 +83,35 @@ TEST(ZlogFile, WithoutADefaultFormatTheBuiltInOneHolds) {
     EXPECT_EQ(file.categories.at("DNA").at(0), ZlogFormat::built_in());
 }
 
-TEST(ZlogFile, OnlyTheLevelsWithARuleAreOn) {
-    auto const file = read_zlog_file("[formats]\nf = \"%m\"\n[rules]\n"
-                                     "A.=NOTICE >syslog, LOG_LOCAL0; f\n"
-                                     "B.=DEBUG >syslog, LOG_LOCAL0; f\n"
-                                     "A.=FATAL >syslog, LOG_LOCAL0; f\n");
-    EXPECT_THAT(lines_of(file, "A"), ElementsAre("-", "-", "text", "-", "-", "text"));
-    EXPECT_THAT(lines_of(file, "B"), ElementsAre("text", "-", "-", "-", "-", "-"));
-}
-
-TEST(ZlogFile, TheLaterOfTwoEqualRulesHolds) {
-    auto const file = read_zlog_file("[formats]\na = \"a\"\nb = \"b\"\n[rules]\n"
-                                     "X.=INFO >syslog, LOG_LOCAL0; a\n"
-                                     "X.=INFO >syslog, LOG_LOCAL0; b\n");
-    EXPECT_THAT(file.problems, IsEmpty());
-    EXPECT_THAT(lines_of(file, "X"), ElementsAre("-", "b", "-", "-", "-", "-"));
+TEST(ZlogFile, TheLastRuleOfACategoryAndLevelDecides) {
+    struct Case {
+        char const* what;
+        char const* text;
+        std::vector<std::string> lines_of_x;
+    };
+    Case const cases[] = {
+        {"only the levels with a rule are on",
+         "[formats]\nf = \"%m\"\n[rules]\nX.=NOTICE >syslog, LOG_LOCAL0; f\nY.=DEBUG >syslog, LOG_LOCAL0; f\n"
+         "X.=FATAL >syslog, LOG_LOCAL0; f\n",
+         {"-", "-", "text", "-", "-", "text"}},
+        {"the later of two equal rules applies",
+         "[formats]\na = \"a\"\nb = \"b\"\n[rules]\nX.=INFO >syslog, LOG_LOCAL0; a\n"
+         "X.=INFO >syslog, LOG_LOCAL0; b\n",
+         {"-", "b", "-", "-", "-", "-"}},
+        {"comments, blank lines and indentation mean nothing",
+         "# a comment = \"%m\"\n\n \t \n  [formats]\t\n\t# another one\n  f   =\t\"%m\"  "
+         "\n[rules]\n#X.=INFO\n"
+         "  X.=INFO   >syslog, LOG_LOCAL0;f  \n",
+         {"-", "text", "-", "-", "-", "-"}},
+        {"the last line needs no end",
+         "[formats]\nf = \"%m\"\n[rules]\nX.=INFO >syslog, LOG_LOCAL0; f",
+         {"-", "text", "-", "-", "-", "-"}},
+    };
+    for (auto const& [what, text, lines_of_x] : cases) {
+        auto const file = read_zlog_file(text);
+        EXPECT_THAT(file.problems, IsEmpty()) << what;
+        EXPECT_EQ(lines_of(file, "X"), lines_of_x) << what;
+    }
 }
 
 TEST(ZlogFile, ACategoryMayHoldAnyCharacterButBlanks) {
@@ -108,20 +122,6 @@ TEST(ZlogFile, ACategoryMayHoldAnyCharacterButBlanks) {
         EXPECT_THAT(file.problems, IsEmpty()) << name;
         EXPECT_THAT(names_of_categories(file), ElementsAre(name));
     }
-}
-
-TEST(ZlogFile, CommentsBlankLinesAndIndentationSayNothing) {
-    auto const file = read_zlog_file("# a comment = \"%m\"\n\n \t \n  [formats]\t\n"
-                                     "\t# another one\n  f   =\t\"%m\"  \n[rules]\n#X.=INFO\n"
-                                     "  X.=INFO   >syslog, LOG_LOCAL0;f  \n");
-    EXPECT_THAT(file.problems, IsEmpty());
-    EXPECT_THAT(lines_of(file, "X"), ElementsAre("-", "text", "-", "-", "-", "-"));
-}
-
-TEST(ZlogFile, TheLastLineNeedsNoEnd) {
-    auto const file = read_zlog_file("[rules]\nX.=INFO >syslog, LOG_LOCAL0;");
-    EXPECT_THAT(file.problems, IsEmpty());
-    EXPECT_THAT(names_of_categories(file), ElementsAre("X"));
 }
 
 TEST(ZlogFile, ALineThatCannotBeReadIsNamedWithItsNumberAndReason) {

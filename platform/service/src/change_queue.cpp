@@ -13,7 +13,7 @@ ChangeQueue::ChangeQueue(core::ILogger& log)
 void ChangeQueue::add(List list) {
     for (auto const& change : list) {
         if (auto const field = find(change.field_id); field != failing.end()) {
-            field->failures = 0;
+            field->retries.restart();
             field->retry = never;
         }
     }
@@ -47,7 +47,7 @@ ChangeQueue::List const& ChangeQueue::next(TimePoint now) {
 void ChangeQueue::succeeded() {
     for (auto const& change : current) {
         if (auto const field = find(change.field_id); field != failing.end()) {
-            field->log.worked();
+            field->retries.worked();
             failing.erase(field);
         }
     }
@@ -68,13 +68,12 @@ void ChangeQueue::failed(core::ErrorPayload const& error, TimePoint now) {
 void ChangeQueue::retry_later(Config_change const& change, core::ErrorPayload const& error, TimePoint now) {
     auto field = find(change.field_id);
     if (field == failing.end()) {
-        FailureLog log{fmt::format("config_change of field {}", change.field_id), logger};
-        field = failing.insert(field, {change, std::move(log)});
+        Retries retries{fmt::format("config_change of field {}", change.field_id), logger};
+        field = failing.insert(field, {change, std::move(retries)});
     }
     field->change = change;
     field->error = error.error;
-    field->log.failed(error);
-    field->retry = now + retry_delay(field->failures++);
+    field->retry = field->retries.failed(error, now);
 }
 
 std::vector<ChangeQueue::Failing>::iterator ChangeQueue::find(std::uint32_t field_id) {

@@ -5,8 +5,7 @@
 
 #include "core/i_logger.hpp"
 #include "core/result.hpp"
-#include "failure_log.hpp"
-#include "timing.hpp"
+#include "retries.hpp"
 #include "xpon/cfgdb/config_change.hpp"
 
 namespace xpon::service {
@@ -38,9 +37,8 @@ class ChangeQueue {
     /// A field whose change could not be applied.
     struct Failing {
         Config_change change;
-        FailureLog log;
+        Retries retries; // since the newest change
         core::Error error = core::Error::NoError;
-        int failures = 0; // in a row, since the newest change
         TimePoint retry = never;
     };
 

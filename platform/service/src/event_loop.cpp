@@ -33,14 +33,14 @@ BusEvent const* bus_event(std::uint16_t id) {
 
 } // namespace
 
-EventLoop::EventLoop(IService& driven_service, ServiceCtx const& context, core::ILogger& log,
-                     ipc::IIpc* endpoint, cfgdb::ChangeFeed* changes_feed, EventFlags const& told)
-  : service{driven_service}
-  , ctx{context}
-  , logger{log}
-  , bus{endpoint}
-  , feed{changes_feed}
-  , flags{told}
+EventLoop::EventLoop(IService& service, ServiceCtx const& ctx, core::ILogger& logger, ipc::IIpc* bus,
+                     cfgdb::ChangeFeed* feed, EventFlags const& flags)
+  : service{service}
+  , ctx{ctx}
+  , logger{logger}
+  , bus{bus}
+  , feed{feed}
+  , flags{flags}
   , bus_source{"Reading the message bus", bus != nullptr ? bus->receive_fd() : -1,
                EventSource::AtRest::Ignored, logger}
   , feed_source{"Reading the configuration changes", feed != nullptr ? feed->fd() : -1,
@@ -48,8 +48,8 @@ EventLoop::EventLoop(IService& driven_service, ServiceCtx const& context, core::
   , changes{logger} {}
 
 void EventLoop::run() {
-    // The bus is read from the beginning: an endpoint that nobody reads is not connected, and what is sent to
-    // everybody passes it by.
+    // The bus is read from the beginning: an endpoint that nobody reads is not connected and misses messages
+    // to everybody.
     bus_source.announced();
     for (;;) {
         wait();
@@ -93,7 +93,7 @@ void EventLoop::wait() {
 
 void EventLoop::begin_serving() {
     serving = true;
-    feed_source.announced(); // whether or not a commit still rings
+    feed_source.announced(); // a commit may have been announced before the loop waited for it
     call("is_required_master_change_event", [this]() -> core::Result<void> {
         if (service.is_required_master_change_event()) {
             remember(master_change);
@@ -119,8 +119,8 @@ void EventLoop::take_from_bus() {
     }
 }
 
-// Only what comes before the service serves can wait here, and then once is enough: both events say that
-// something may have changed, not what.
+// Events wait here only before the service serves, and each is kept once: both say that something may have
+// changed, not what.
 void EventLoop::remember(BusEvent const& event) {
     if (std::ranges::find(bus_events_due, &event) == bus_events_due.end()) {
         bus_events_due.push_back(&event);
@@ -135,9 +135,9 @@ void EventLoop::deliver_bus_events() {
     }
 }
 
-// A list is delivered to its end, alone fields included, before the feed is asked for the next one: what
-// piles up meanwhile becomes one list. A retry that is due goes first, or a stream of changes could put it
-// off for ever.
+// A list is delivered completely, including its fields one by one after an error, before the feed is read
+// again; changes that arrive meanwhile become one list. A retry that is due comes before the next list, or a
+// stream of changes could delay it for ever.
 void EventLoop::deliver_changes() {
     if (changes.due() > Clock::now()) {
         ask_feed();

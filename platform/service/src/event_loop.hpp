@@ -22,15 +22,15 @@ struct EventFlags {
 
 struct BusEvent;
 
-/// What the event thread does: it sleeps until something is due, and delivers one event at a time to the
-/// service. What it refers to must outlive it.
+/// The loop of the event thread: it sleeps until something is due and delivers one event at a time to the
+/// service. Everything passed to it must outlive it.
 class EventLoop {
   public:
     /// Without a bus or a feed there are no events from it.
     EventLoop(IService& service, ServiceCtx const& ctx, core::ILogger& logger, ipc::IIpc* bus,
               cfgdb::ChangeFeed* feed, EventFlags const& flags);
 
-    /// Returns once `finished` is raised, or after it has stopped the service because `stop` is.
+    /// Returns once `finished` is raised, or once `stop` is raised and the service has been stopped.
     void run();
 
   private:
@@ -47,7 +47,7 @@ class EventLoop {
     template <class Handler>
     void call(std::string_view event, Handler const& handler);
 
-    /// The end was asked for: nothing more is delivered.
+    /// True once the end was requested: nothing more is delivered.
     bool ending() const { return flags.stop.raised() || flags.finished.raised(); }
 
     IService& service;

@@ -9,11 +9,11 @@ namespace xpon::service {
 using Clock = std::chrono::steady_clock;
 using TimePoint = Clock::time_point;
 
-/// When something is due that is not due at all, and something that need not wait.
+/// Due times of something that is not due at all, and of something that need not wait.
 inline constexpr TimePoint never = TimePoint::max();
 inline constexpr TimePoint at_once = TimePoint::min();
 
-/// So often what failed is tried again after 1, 2, 4 ... 512 s; from then on once an hour.
+/// The number of retries after 1, 2, 4 ... 512 s; later ones come once an hour.
 inline constexpr int early_retries = 10;
 
 /// The wait before the retry that follows this many failed ones.

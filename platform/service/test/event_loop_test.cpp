@@ -47,6 +47,15 @@ struct EventLoopTest : testing::Test {
         return run();
     }
 
+    /// Runs until this many events were handled, each with this error.
+    std::vector<std::string> run_failing(std::size_t count, core::ErrorPayload const& error) {
+        service.answer = [this, count, error](auto const&) -> core::Result<void> {
+            end_after(count);
+            return error;
+        };
+        return run();
+    }
+
     std::vector<std::string> run() {
         EventLoop{service, ctx, logger, &bus, &feed, flags}.run();
         return journal.entries();
@@ -170,14 +179,11 @@ TEST_F(EventLoopTest, AStopWhileTheFieldsOfAFailedListAreDeliveredComesBeforeThe
 }
 
 TEST_F(EventLoopTest, ErrorsOfHandlersAreLoggedOnceAndServingGoesOn) {
-    service.answer = [this](auto const&) -> core::Result<void> {
-        end_after(3);
-        return core::fail(Error::CommonError, "no disk");
-    };
     bus.push(ipc::master_change_event);
     bus.push(ipc::sync_event);
     bus.push(ipc::sync_event);
-    EXPECT_THAT(run(), ElementsAre("master_change", "sync", "sync"));
+    EXPECT_THAT(run_failing(3, core::fail(Error::CommonError, "no disk")),
+                ElementsAre("master_change", "sync", "sync"));
     EXPECT_THAT(logger.texts(), ElementsAre("master_change failed: Error: CommonError. Message: no disk.",
                                             "sync failed: Error: CommonError. Message: no disk.",
                                             "sync failed: Error: CommonError. Message: no disk."));
@@ -226,12 +232,9 @@ TEST_F(EventLoopTest, OneBadNeighbourCostsNoOtherFieldItsChange) {
 
 TEST_F(EventLoopTest, AFieldThatFailsAloneIsDeliveredAgainASecondLaterAndNotSooner) {
     auto const begin = Clock::now();
-    service.answer = [this](auto const&) -> core::Result<void> {
-        end_after(2);
-        return core::ErrorPayload{Error::Exception};
-    };
     feed.push({71});
-    EXPECT_THAT(run(), ElementsAre("config_change 71", "config_change 71"));
+    EXPECT_THAT(run_failing(2, core::ErrorPayload{Error::Exception}),
+                ElementsAre("config_change 71", "config_change 71"));
     EXPECT_GE(Clock::now() - begin, 1s);
 }
 

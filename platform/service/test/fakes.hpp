@@ -3,7 +3,6 @@
 #include <condition_variable>
 #include <deque>
 #include <functional>
-#include <limits>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -12,9 +11,9 @@
 #include <unistd.h>
 
 #include "core/unique_fd.hpp"
+#include "kit/fake_ipc.hpp"
 #include "kit/wait_until.hpp"
 #include "xpon/cfgdb/change_feed.hpp"
-#include "xpon/ipc/i_ipc.hpp"
 #include "xpon/service/service_base.hpp"
 
 namespace xpon::service {
@@ -132,15 +131,11 @@ class FakeSource {
     core::UniqueFd descriptor{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
 };
 
-/// A bus that nothing is ever sent to.
-class FakeBus : public ipc::IIpc {
+/// A bus on which arrives what the test pushes.
+class FakeBus : public test::FakeIpc {
   public:
-    core::Result<void> send(ipc::Header const& /*header*/, std::span<std::byte const> /*payload*/) override {
-        return core::success();
-    }
     core::Result<std::optional<ipc::Message>> receive() override { return source.ask(); }
     int receive_fd() const override { return source.fd(); }
-    ipc::Address address() const override { return {1}; }
 
     void push(std::uint16_t event) { source.push(ipc::Message{{ipc::everybody, event, 0}, {}}); }
 

@@ -7,15 +7,10 @@
 #include <gtest/gtest.h>
 
 #include "fakes.hpp"
-#include "kit/child_process.hpp"
 #include "kit/fake_logger.hpp"
-#include "kit/ipc_ready.hpp"
-#include "kit/matchers.hpp"
-#include "kit/notify_socket.hpp"
-#include "kit/scratch_folder.hpp"
+#include "test/running_bus.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/cfgdb/transaction.hpp"
-#include "xpon/ipc/zmq_ipc.hpp"
 #include "xpon/service/service_launcher.hpp"
 
 namespace xpon::service {
@@ -49,12 +44,8 @@ class OverheardIpc : public ipc::IIpc {
     Journal& journal;
 };
 
-struct RealSourcesTest : testing::Test {
-    test::ScratchFolder const scratch;
-    std::filesystem::path const bus = scratch / "bus";
+struct RealSourcesTest : ipc::BusTest {
     std::filesystem::path const database = scratch / "db";
-    test::NotifySocket notifications{scratch / "notify"};
-    std::unique_ptr<test::ChildProcess> broker;
 
     Journal heard;
     Journal journal;
@@ -69,9 +60,8 @@ struct RealSourcesTest : testing::Test {
 
     void SetUp() override {
         start_broker();
-        peer = ipc::make_zmq_ipc(ipc::any_address, "PEER", bus);
-        ASSERT_TRUE(test::wait_connected(*peer));
-        endpoint = std::make_shared<OverheardIpc>(ipc::make_zmq_ipc(ipc::any_address, "SERVICE", bus), heard);
+        peer = new_connected_endpoint();
+        endpoint = std::make_shared<OverheardIpc>(new_endpoint(), heard);
         wrapper.emplace("SERVICE_CFGDB", database);
         launcher = std::make_unique<ServiceLauncher>(std::move(made), logger, endpoint, true);
     }
@@ -82,12 +72,6 @@ struct RealSourcesTest : testing::Test {
             EXPECT_THAT(running.get(), IsOk());
         }
         EXPECT_THAT(logger->texts(), testing::IsEmpty());
-    }
-
-    void start_broker() {
-        broker = std::make_unique<test::ChildProcess>(test::Command{
-            .argv = {IPC_BROKER, "--folder", bus.string()}, .environment = {notifications.environment()}});
-        ASSERT_TRUE(notifications.wait_for("READY=1"));
     }
 
     void run() {
@@ -170,8 +154,7 @@ TEST_F(RealSourcesTest, AServiceThatDoesNotFollowTheDatabaseLeavesItsFeedToOther
 TEST_F(RealSourcesTest, ABrokerThatIsRestartedIsHeardAgain) {
     run();
     ASSERT_TRUE(connected(1));
-    broker->kill(SIGKILL);
-    ASSERT_EQ(broker->wait(), 128 + SIGKILL);
+    kill_broker();
     start_broker();
     ASSERT_TRUE(test::wait_connected(*peer));
     ASSERT_TRUE(connected(2));

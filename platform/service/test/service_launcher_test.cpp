@@ -16,6 +16,7 @@
 #include "fakes.hpp"
 #include "kit/fake_logger.hpp"
 #include "kit/matchers.hpp"
+#include "kit/names_in.hpp"
 #include "timing.hpp"
 
 namespace xpon::service {
@@ -28,7 +29,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 std::size_t entries_of(char const* folder) {
-    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator{folder}, {}));
+    return test::names_in(folder).size();
 }
 
 /// Counted once a first thread has come and gone: a sanitizer starts one of its own with it.
@@ -65,6 +66,12 @@ std::future<core::Result<void>> run_elsewhere(ServiceLauncher& launcher) {
     return std::async(std::launch::async, [&launcher] { return launcher.run(); });
 }
 
+/// That `run` returns, and returns a success.
+void expect_end(std::future<core::Result<void>>& running) {
+    ASSERT_EQ(running.wait_for(test::default_deadline), std::future_status::ready);
+    EXPECT_THAT(running.get(), IsOk());
+}
+
 TEST_F(LauncherTest, RunsTheServiceUntilItIsStopped) {
     auto launched = launcher_without_feed();
     service.run_as = [this](ServiceCtx const& ctx) {
@@ -74,8 +81,7 @@ TEST_F(LauncherTest, RunsTheServiceUntilItIsStopped) {
     auto running = run_elsewhere(launched);
     ASSERT_TRUE(journal.wait_for(1));
     EXPECT_THAT(launched.stop(), IsOk());
-    ASSERT_EQ(running.wait_for(test::default_deadline), std::future_status::ready);
-    EXPECT_THAT(running.get(), IsOk());
+    expect_end(running);
     EXPECT_THAT(journal.entries(), ElementsAre("run", "stop"));
 }
 
@@ -170,8 +176,7 @@ TEST_F(LauncherTest, AChangeInProgressIsFinishedBeforeTheStop) {
     ASSERT_TRUE(journal.wait_for(1));
     EXPECT_THAT(launched.stop(), IsOk());
     stop_was_asked_for.set_value();
-    ASSERT_EQ(running.wait_for(test::default_deadline), std::future_status::ready);
-    EXPECT_THAT(running.get(), IsOk());
+    expect_end(running);
     EXPECT_THAT(journal.entries(), ElementsAre("config_change 52", "changed", "stop"));
 }
 

@@ -27,7 +27,7 @@ constexpr char const* shell = "/bin/bash";
 constexpr char const* empty_input = "/dev/null";
 constexpr char const* search_path = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
 
-/// How often the end of a command is looked for where the kernel cannot announce it.
+/// How often to check whether a command has ended if the kernel cannot announce it.
 constexpr milliseconds look_again{10};
 
 /// The beginning of a command text, enough to recognise it in a message.
@@ -66,7 +66,7 @@ bool has_ended(pid_t pid) {
 bool ends_within(pid_t pid, milliseconds limit) {
     auto const begin = std::chrono::steady_clock::now();
     auto const process = core::open_pidfd(pid);
-    // poll() passes over a descriptor of -1: without a pidfd what remains of it is the pause.
+    // poll() ignores a descriptor of -1: without a pidfd it is only a pause.
     auto const longest_pause = process ? milliseconds{std::numeric_limits<int>::max()} : look_again;
     while (!has_ended(pid)) {
         auto const passed = std::chrono::floor<milliseconds>(std::chrono::steady_clock::now() - begin);
@@ -83,7 +83,7 @@ bool ends_within(pid_t pid, milliseconds limit) {
 
 SystemWrapper::SystemWrapper(milliseconds time_limit)
   : limit{time_limit} {
-    // A process inherits this from the one that started it, and the kernel then drops every exit status.
+    // A process inherits this from its parent; the kernel then discards every exit status.
     struct sigaction inherited{};
     if (::sigaction(SIGCHLD, nullptr, &inherited) == 0 && inherited.sa_handler == SIG_IGN) {
         std::signal(SIGCHLD, SIG_DFL);

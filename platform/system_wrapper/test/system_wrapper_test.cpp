@@ -12,7 +12,6 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <poll.h>
 #include <spawn.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -22,8 +21,9 @@
 #include "core/unique_fd.hpp"
 #include "kit/fifo.hpp"
 #include "kit/matchers.hpp"
+#include "kit/names_in.hpp"
 #include "kit/scratch_folder.hpp"
-#include "kit/wait_until.hpp"
+#include "kit/wait_readable.hpp"
 
 namespace xpon::system_wrapper {
 namespace {
@@ -134,8 +134,7 @@ std::string output_of(std::string const& command) {
 }
 
 std::size_t descriptors_in_use() {
-    auto const all = std::filesystem::directory_iterator{"/proc/self/fd"};
-    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+    return test::names_in("/proc/self/fd").size();
 }
 
 /// A named pipe that the test reads and the command writes. It reads as ended once no process has it open.
@@ -154,8 +153,7 @@ class CommandPipe {
         std::string text;
         std::array<char, 512> part{};
         for (;;) {
-            pollfd event{.fd = reading.get(), .events = POLLIN, .revents = 0};
-            if (::poll(&event, 1, 20'000) <= 0) {
+            if (!test::wait_readable(reading.get())) {
                 ADD_FAILURE() << "somebody still has the pipe open; so far: " << text;
                 return text;
             }

@@ -25,6 +25,10 @@ class ChangeFeed {
     static core::Result<std::unique_ptr<ChangeFeed>>
     open(std::filesystem::path const& folder = default_folder);
 
+    /// For the library's own use: the same for a database that is open. Watches before it takes its position.
+    static core::Result<std::unique_ptr<ChangeFeed>> follow(std::shared_ptr<Store const> store,
+                                                            std::filesystem::path const& folder);
+
     virtual ~ChangeFeed() = default;
 
     /// Becomes readable when a commit may have happened, or when the database, its log or the log's index was
