@@ -79,7 +79,6 @@ class Store {
     core::Result<Journal> journal_from(std::optional<std::int64_t> sequence) const;
 
     /// Only for a store that no other thread uses.
-    // NOLINTNEXTLINE(bugprone-unchecked-optional-access): `open` returns no store without a connection
     Connection const& unshared() const { return opened->connection; }
 
     std::string const& name() const { return log_name; }
