@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include "xpon/cfgdb/settings.hpp"
+
 namespace xpon::service {
 
 RetrySchedule::RetrySchedule(core::ILogger& log)
@@ -12,7 +14,7 @@ RetrySchedule::RetrySchedule(core::ILogger& log)
 void RetrySchedule::failed(Config_change change, core::ErrorPayload const& error, TimePoint now) {
     auto entry = find(change.field_id);
     if (entry == entries.end()) {
-        FailureLog log{fmt::format("config_change of field {}", change.field_id), logger};
+        FailureLog log{fmt::format("config_change of {}", cfgdb::field_name(change.field_id)), logger};
         entry = entries.insert(entry, {change, std::move(log)});
     }
     entry->change = change;

@@ -164,8 +164,8 @@ TEST_F(ChangeQueueTest, ANewDeliveryThatSucceedsWithOthersEndsTheFailure) {
     queue.add(list({52, 71}));
     EXPECT_THAT(handle_all(), ElementsAre(Fields{52, 71}));
     EXPECT_EQ(queue.due(), never);
-    EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 71 failed: Error: CommonError",
-                                            "config_change of field 71 works again"));
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of module.sessionmgr failed: Error: CommonError",
+                                            "config_change of module.sessionmgr works again"));
 }
 
 TEST_F(ChangeQueueTest, ANewDeliveryTakesOverTheRetryOfItsFields) {

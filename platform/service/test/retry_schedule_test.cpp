@@ -86,10 +86,10 @@ TEST_F(RetryScheduleTest, EachReasonIsToldOncePerFieldAndSoIsTheEnd) {
     schedule.failed(change(58), other, start);
     schedule.succeeded(58);
     schedule.succeeded(58);
-    EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 58 failed: Error: CommonError",
-                                            "config_change of field 59 failed: Error: ErrorCApi",
-                                            "config_change of field 58 failed: Error: ErrorCApi",
-                                            "config_change of field 58 works again"));
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of module.alarmmgr failed: Error: CommonError",
+                                            "config_change of module.dna failed: Error: ErrorCApi",
+                                            "config_change of module.alarmmgr failed: Error: ErrorCApi",
+                                            "config_change of module.alarmmgr works again"));
 }
 
 TEST_F(RetryScheduleTest, AChangedDatabaseEndsTheWaitOfFieldsThatCouldNotBeRead) {
