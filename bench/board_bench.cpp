@@ -1,8 +1,8 @@
-// The daemon and its parts on a board of its own (scripts/sandbox --root on a real disk), each work beside
-// the least that gives the same result, measured in turns in one run. One line each on standard output,
-// separated by tabulators: work, median of ours, median of the floor (both in microseconds), their ratio, the
-// goal, 99th percentile of ours. With --samples FILE the single times of the change and of the start go
-// there, for the plots.
+// Measures the daemon and its parts on a sandboxed board (scripts/sandbox --root on a real disk). Each task
+// is compared with a floor, the least code with the same result; the two alternate within one run. Prints a
+// line for each task, separated by tabs: task, median of ours, median of the floor (both in microseconds),
+// their ratio, the goal, 99th percentile of ours. --samples FILE writes every single time of the change and
+// the start to FILE, for the plots.
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -82,7 +82,7 @@ void print_row(std::string_view work, Times const& ours, Times const& floor, std
     std::fflush(stdout);
 }
 
-/// The least that leaves a reader either the old file or the new one, also after a power cut.
+/// The least code that leaves either the old file or the new one, even after a power cut.
 void replace_file(std::string const& path, std::string const& text) {
     auto const temporary = path + ".new";
     UniqueFd const file{open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644)};
@@ -110,8 +110,8 @@ class NoTerminals : public log_config::IRemoteShellLogger {
     }
 };
 
-/// From config_change to the file replaced and the notification handed over: a module that shares the file of
-/// the FSM module, every level of which is debug; and the FSM module itself.
+/// Measures from config_change to the file replaced and the notification sent, with every level of the FSM
+/// module at debug: for a module that shares the FSM module's file, and for the FSM module itself.
 void change_in_the_largest_file() {
     set("module.fsm_pon.*", "debug");
     auto const logger = std::make_shared<test::FakeLogger>(core::LogLevel::Fatal);
@@ -137,8 +137,10 @@ void change_in_the_largest_file() {
         char const* goal;
     };
     for (auto const& [work, setting, field, goal] :
-         {Row{"change of a module in DNA.conf, FSM all debug", "module.igmp.SELF", 61, "1.3"},
-          Row{"change of one ONT, FSM all debug", "module.fsm_pon.ont.3.17", 60, "report"}}) {
+         {Row{"change of a module in DNA.conf, FSM all debug; floor: writing the file", "module.igmp.SELF",
+              61, "1.3"},
+          Row{"change of one ONT, FSM all debug; floor: writing the file", "module.fsm_pon.ont.3.17", 60,
+              "report"}}) {
         Times ours;
         Times floor;
         for (int round = 0; round < 50; ++round) {
@@ -156,8 +158,8 @@ void change_in_the_largest_file() {
     set("module.*", "notice");
 }
 
-/// A change committed to a database that holds far more than it keeps, beside one committed to a new
-/// database.
+/// Measures a commit into a database that holds far more entries than it keeps. The floor is a commit into a
+/// new database.
 void commit_to_a_long_journal() {
     std::filesystem::path const long_database = "/var/lib/xpon/long";
     std::filesystem::path const new_database = "/var/lib/xpon/new";
@@ -179,7 +181,7 @@ void commit_to_a_long_journal() {
         ours.push_back(time_of([&] { set("module.snmp.TRAP", other_level(round), long_database); }));
         floor.push_back(time_of([&] { set("module.snmp.TRAP", other_level(round), new_database); }));
     }
-    print_row("commit, 1 000 000 journal entries, beside a new database", ours, floor, "1.5");
+    print_row("commit, 1 000 000 journal entries; floor: a new database", ours, floor, "1.5");
 }
 
 void shell_command() {
@@ -197,10 +199,10 @@ void shell_command() {
             require(waitpid(child, nullptr, 0) == child, "waitpid");
         }));
     }
-    print_row("shell command", ours, floor, "1.1");
+    print_row("shell command; floor: posix_spawn of bash", ours, floor, "1.1");
 }
 
-/// The service manager's end: each datagram with the time at which it came.
+/// Plays the service manager: waits for notifications and returns the time of their arrival.
 class Manager {
   public:
     explicit Manager(std::filesystem::path const& path)
@@ -234,7 +236,7 @@ class Manager {
     UniqueFd socket{::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)};
 };
 
-/// Sees files being replaced in a folder.
+/// Waits for files to be replaced in a folder.
 class Replacements {
   public:
     explicit Replacements(std::string_view folder) {
@@ -277,7 +279,7 @@ void start(std::ofstream& samples) {
         auto const last_file = replacements.wait_for(log_config::zlog_files.back().name);
         auto const ready = manager.wait_for("READY=1");
         require(daemon.terminate() == 0, "the daemon failed");
-        if (texts.empty()) { // the first start also makes the database
+        if (texts.empty()) { // the first start also creates the database
             for (auto const& file : log_config::zlog_files) {
                 texts.push_back(read_file(std::string{zlog_folder} + std::string{file.name}));
             }
@@ -295,7 +297,7 @@ void start(std::ofstream& samples) {
         }));
     }
     std::filesystem::remove(std::string{zlog_folder} + "floor");
-    print_row("exec to READY=1", ours, floor, "1.5");
+    print_row("exec to READY=1; floor: empty program, writing the files", ours, floor, "1.5");
 }
 
 long kilobytes(pid_t process, std::initializer_list<std::string_view> names) {
@@ -334,7 +336,7 @@ void change_and_memory(std::ofstream& samples) {
         }));
     }
     std::filesystem::remove("/etc/zlog_modules_config/floor");
-    print_row("logctl set's commit to file replaced", ours, floor, "2");
+    print_row("commit to file replaced; floor: without the daemon", ours, floor, "2");
 
     set("module.*", "debug");
     set("module.snmp.TRAP", "error");
@@ -348,9 +350,10 @@ void change_and_memory(std::ofstream& samples) {
         replacements.wait_for("SNMP.conf");
     }
     auto const after = kilobytes(daemon.pid(), {"VmRSS:"});
-    fmt::print("resident memory, every level debug\t{} kB\t\t\t14 MB\t\nthe same after 10 000 changes\t{} "
-               "kB\t\t\tno growth\t\n",
-               before, after);
+    fmt::print(
+        "resident memory, every level debug\t{} kB\t\t\t14 MB\t\nresident memory after 10 000 changes\t{} "
+        "kB\t\t\tno growth\t\n",
+        before, after);
     require(daemon.terminate() == 0, "the daemon failed");
 }
 

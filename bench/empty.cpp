@@ -1,2 +1,2 @@
-// What any program costs that is linked to the daemon's shared libraries.
+// Measures what it costs to start any program that is linked with the daemon's shared libraries.
 int main() {}

@@ -1,5 +1,5 @@
-// The largest module, with every one of its 4124 levels stored as debug: its record read from the database
-// and its rules built, each beside the least work that gives the same bytes.
+// Measures the largest module with all of its 4124 levels at debug: reading its record from the database and
+// building its rules, each compared with the least code that gives the same bytes.
 
 #include <array>
 #include <cstdlib>
@@ -79,7 +79,7 @@ void read_record_floor(benchmark::State& state) {
         }
         sqlite3_reset(statement);
         if (rows != 4124) {
-            state.SkipWithError("not every row is there");
+            state.SkipWithError("rows are missing");
         }
     }
     sqlite3_finalize(statement);
@@ -118,7 +118,7 @@ void build_text_floor(benchmark::State& state) {
 }
 BENCHMARK(build_text_floor)->Unit(benchmark::kMicrosecond);
 
-/// As many would write it: each line formatted by itself.
+/// The obvious way: each line is formatted by itself.
 void build_text_by_format(benchmark::State& state) {
     static constexpr std::array<std::pair<char const*, char const*>, 6> rules{{
         {"FATAL", " for_fatal"},
@@ -147,14 +147,14 @@ void build_text_by_format(benchmark::State& state) {
             }
         }
         if (text != module.get_config()) {
-            state.SkipWithError("another text");
+            state.SkipWithError("the text differs");
         }
         benchmark::DoNotOptimize(text.data());
     }
 }
 BENCHMARK(build_text_by_format)->Unit(benchmark::kMicrosecond);
 
-/// For what looks at the program from outside: the text itself, or the work of making it a number of times.
+/// For scripts/bench: prints the text, or builds it so many times for valgrind to count instructions.
 int other_work(std::string_view option, int times) {
     log_config::FsmLogModule module{everything_debug(), std::make_shared<log_config::ZlogConfigGenerator>()};
     if (option == "--print-text") {

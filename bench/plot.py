@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Two plots from the samples of board_bench: plot.py SAMPLES CHANGE_SVG START_SVG."""
+"""Draws two plots from the samples of board_bench. usage: plot.py SAMPLES CHANGE_SVG START_SVG"""
 import sys
 
 WIDTH, HEIGHT, LEFT, BOTTOM, TOP = 720, 300, 60, 40, 30
@@ -16,7 +16,7 @@ def svg(path, title, body):
 
 
 def histogram(path, times):
-    """How many changes took how long, up to the 99th percentile."""
+    """Draws a histogram of the times of the changes, up to the 99th percentile."""
     times = sorted(time / 1000 for time in times)
     end = times[int(len(times) * 0.99)]
     bins = 40
@@ -39,7 +39,7 @@ def histogram(path, times):
 
 
 def phases(path, starts):
-    """The mean of each phase of a start, as one bar."""
+    """Draws the mean time of each phase of a start, as one bar."""
     names = ["exec, libraries", "objects, first file", "the other 25 files", "service, READY=1"]
     colours = ["#4878a8", "#78a848", "#c8a040", "#a85878"]
     means = [sum(start[phase] for start in starts) / len(starts) / 1000 for phase in range(len(names))]

@@ -1,4 +1,4 @@
-# How every target of this project is built, and the three kinds of targets there are.
+# Compiler options of all targets, and functions that define libraries, programs and tests.
 
 add_library(xpon_options INTERFACE)
 target_compile_options(xpon_options INTERFACE
@@ -6,7 +6,7 @@ target_compile_options(xpon_options INTERFACE
   $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wshadow=local>
   # g++ 12 sees overlapping copies in "text" + std::string when it optimizes (GCC bug 105651).
   $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-restrict>)
-# In every build type: a terminal number above 15 and an empty logger must stop the process.
+# Bounds and null checks in every build type: a terminal number above 15 and an empty logger must stop the process.
 target_compile_definitions(xpon_options INTERFACE _GLIBCXX_ASSERTIONS)
 if(XPON_SANITIZE)
   target_compile_options(xpon_options INTERFACE -fsanitize=${XPON_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
@@ -20,7 +20,7 @@ if(XPON_COVERAGE)
   target_link_options(xpon_options INTERFACE --coverage)
 endif()
 
-# For the tests' own code, in every build type: most of the time of a build is theirs, and they wait more than they run.
+# Tests are built without optimisation in every build type. They take most of the build time, and wait more than they run.
 set(xpon_test_options -O0)
 
 # xpon_library(NAME SOURCES ... [PUBLIC targets...] [PRIVATE targets...] [INCLUDE folders...])
@@ -31,7 +31,7 @@ function(xpon_library name)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE $<BUILD_INTERFACE:xpon_options> ${ARG_PRIVATE})
 endfunction()
 
-# What an application module links: installed as xpon::NAME without the "xpon_", with its headers.
+# Installs a library that application modules link, with its headers. Its exported name is xpon::NAME without the "xpon_".
 function(xpon_install_library name)
   cmake_parse_arguments(ARG "" "" "HEADERS" ${ARGN})
   string(REPLACE "xpon_" "" export_name ${name})
@@ -56,8 +56,8 @@ function(xpon_executable name)
   target_link_libraries(${name} PRIVATE xpon_options ${ARG_LINK})
 endfunction()
 
-# xpon_test(NAME SOURCES ... LINK ... [SANDBOX]): one GoogleTest program, each test a ctest test of its own.
-# With SANDBOX each runs in private namespaces where the daemon's fixed paths are private files.
+# xpon_test(NAME SOURCES ... LINK ... [SANDBOX]): a GoogleTest program; each of its tests is a separate ctest test.
+# With SANDBOX each runs in private namespaces, in which the daemon's fixed paths are private files.
 function(xpon_test name)
   cmake_parse_arguments(ARG "SANDBOX" "" "SOURCES;LINK" ${ARGN})
   if(NOT XPON_TESTS)
@@ -71,7 +71,7 @@ function(xpon_test name)
   if(ARG_SANDBOX)
     set(labels sandbox)
     set(sandbox ${CMAKE_SOURCE_DIR}/scripts/sandbox)
-    if(CMAKE_CROSSCOMPILING) # syslog-ng is this machine's, and so has to be the module that it loads
+    if(CMAKE_CROSSCOMPILING) # the tests run this machine's syslog-ng, which needs a module for this machine
       list(APPEND sandbox --build ${CMAKE_SOURCE_DIR}/build/dev)
     endif()
     set_target_properties(${name} PROPERTIES CROSSCOMPILING_EMULATOR "${sandbox}")
@@ -80,7 +80,7 @@ function(xpon_test name)
     TEST_PREFIX ${name}. PROPERTIES TIMEOUT 300 LABELS ${labels})
 endfunction()
 
-# g++ 12 takes its own instrumentation of std::regex for uses of what is not initialized.
+# With sanitizers, g++ 12 warns about uninitialised values in the code that it adds to std::regex.
 function(xpon_uses_regex target)
   if(XPON_SANITIZE AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(${target} PRIVATE -Wno-maybe-uninitialized)

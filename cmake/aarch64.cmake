@@ -1,5 +1,5 @@
-# Toolchain file for a 64-bit ARM board: what scripts/aarch64 builds with. AARCH64_SYSROOT is a Debian file system for
-# arm64 with the libraries and headers; programs of it run on this machine by qemu.
+# Toolchain file for a 64-bit ARM board, used by scripts/aarch64. AARCH64_SYSROOT is a Debian file system for arm64 with the
+# libraries and headers. qemu runs the programs on this machine.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(AARCH64_SYSROOT "" CACHE PATH "File system of the board")

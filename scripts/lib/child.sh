@@ -1,11 +1,11 @@
 # shellcheck shell=bash
-# Sourced by those who do nothing but wait for one child, the last they started in the background.
+# Sourced by scripts that only wait for one child, the last process that they started in the background.
 
-# Has the function $1 called with the signal's name for each signal that a sandbox passes in.
+# Calls the function $1 with the signal's name for each signal that a sandbox passes on.
 handle_signals() {
     local signal
     for signal in TERM HUP USR1 USR2; do
-        # shellcheck disable=SC2064  # both names are wanted as they are now
+        # shellcheck disable=SC2064  # both names are to be expanded now
         trap "$1 $signal" "$signal"
     done
 }
@@ -15,7 +15,7 @@ signal_child() {
     kill -"$1" $! 2>/dev/null || true
 }
 
-# Leaves with the child's status. A signal that was passed on has interrupted the wait, not ended the child.
+# Exits with the child's status. A signal that is passed on ends `wait` but not the child, so `wait` is repeated.
 exit_with_child() {
     local interrupted status
     until

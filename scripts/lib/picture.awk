@@ -1,4 +1,4 @@
-# Draws a picture from its text; scripts/pictures --help describes the language.
+# Draws a picture from its text. scripts/pictures --help describes the language.
 
 BEGIN { FS = " *[|] *"; wide = 215; high = 58; across = 120; down = 36; edge = 12 }
 

@@ -1,4 +1,4 @@
-# Draws what a terminal showed as an SVG: of the scenes that a demonstration played, those from `first` to `last`.
+# Draws the scenes from `first` to `last` in the log of a demonstration as an SVG that looks like a terminal.
 # usage: awk -v first=N -v last=N -f recording.awk LOG
 
 /^--- / { ++scene }

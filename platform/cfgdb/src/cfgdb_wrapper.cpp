@@ -21,7 +21,7 @@ T or_throw(core::Result<T> result) {
 
 CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const& folder)
   : store{or_throw(Store::open(name, folder, Store::Access::Write))} {
-    offer(or_throw(make_feed(store, folder)));
+    ChangeFeed::offer(or_throw(make_feed(store, folder)));
 }
 
 CfgDbWrapper::CfgDbWrapper(std::string const& name, std::filesystem::path const& folder, ReadOnly)

@@ -168,7 +168,7 @@ core::Result<std::unique_ptr<ChangeFeed>> make_feed(std::shared_ptr<Store const>
     return std::unique_ptr<ChangeFeed>{std::move(feed)};
 }
 
-void offer(std::unique_ptr<ChangeFeed> feed) {
+void ChangeFeed::offer(std::unique_ptr<ChangeFeed> feed) {
     std::lock_guard const lock{slot().mutex};
     slot().feed.swap(feed);
 }

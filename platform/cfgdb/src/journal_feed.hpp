@@ -13,7 +13,4 @@ namespace xpon::cfgdb {
 core::Result<std::unique_ptr<ChangeFeed>> make_feed(std::shared_ptr<Store const> store,
                                                     std::filesystem::path const& folder);
 
-/// Puts a feed where `ChangeFeed::take` finds it, in the place of the one that is there.
-void offer(std::unique_ptr<ChangeFeed> feed);
-
 } // namespace xpon::cfgdb

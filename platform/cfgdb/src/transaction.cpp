@@ -10,9 +10,8 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
-#include "files.hpp"
 #include "record.hpp"
-#include "store.hpp"
+#include "session.hpp"
 #include "xpon/cfgdb/log_folder.hpp"
 
 namespace xpon::cfgdb {
@@ -208,39 +207,23 @@ core::Result<std::vector<Change>> Transaction::preview(std::filesystem::path con
     return plan(wanted, only_from, store->unshared());
 }
 
-core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path const& folder,
-                                                      std::string const& author) const {
-    return commit(folder, author, {});
+core::Result<std::vector<Change>> Transaction::write(Session& session, std::string const& author) const {
+    OUTCOME_TRY(changes, plan(wanted, only_from, session.connection()));
+    if (!changes.empty()) {
+        OUTCOME_TRY(session.prepare_to_write());
+        OUTCOME_TRY(write_settings(session.connection(), wanted, changes));
+        OUTCOME_TRY(record_changes(session.connection(), changes, author));
+    }
+    return std::move(changes);
 }
 
 core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path const& folder,
-                                                      std::string const& author, Hooks const& hooks) const {
-    OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Write));
-    auto const& connection = store->unshared();
-    OUTCOME_TRY(connection.execute("BEGIN IMMEDIATE"));
-    core::UniqueFd doorbell; // outlives the transaction: it rings once all is visible
-    Rollback const rollback{connection};
-    if (hooks.before) {
-        OUTCOME_TRY(go_on, hooks.before(connection));
-        if (!go_on) {
-            return std::vector<Change>{};
-        }
-    }
-    OUTCOME_TRY(changes, plan(wanted, only_from, connection));
-    if (changes.empty() && !hooks.after) {
-        return std::move(changes);
-    }
-    // In the hand before anything is written, so that not even a kill after the commit keeps it from ringing.
-    OUTCOME_TRY(opened, open_doorbell(folder));
-    doorbell = std::move(opened);
+                                                      std::string const& author) const {
+    OUTCOME_TRY(session, Session::begin(folder));
+    OUTCOME_TRY(changes, write(*session, author));
     if (!changes.empty()) {
-        OUTCOME_TRY(write_settings(connection, wanted, changes));
-        OUTCOME_TRY(record_changes(connection, changes, author));
+        OUTCOME_TRY(session->commit());
     }
-    if (hooks.after) {
-        OUTCOME_TRY(hooks.after(connection));
-    }
-    OUTCOME_TRY(connection.execute("COMMIT"));
     return std::move(changes);
 }
 

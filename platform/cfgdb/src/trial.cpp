@@ -4,7 +4,7 @@
 #include <fstream>
 
 #include "core/failure.hpp"
-#include "store.hpp"
+#include "session.hpp"
 #include "xpon/cfgdb/history.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
@@ -44,13 +44,11 @@ core::Result<std::optional<Trial>> pending(Connection const& connection) {
     return std::optional<Trial>{};
 }
 
-core::Result<void> forget_trial(Connection const& connection) {
-    return connection.execute("DELETE FROM trial");
-}
-
-core::Result<bool> is_pending(Connection const& connection, std::int64_t number) {
-    OUTCOME_TRY(trial, pending(connection));
-    return trial && trial->number == number;
+/// Ends the pending trial, whose changes stay.
+core::Result<void> forget_trial_and_commit(Session& session) {
+    OUTCOME_TRY(session.prepare_to_write());
+    OUTCOME_TRY(session.connection().execute("DELETE FROM trial"));
+    return session.commit();
 }
 
 } // namespace
@@ -73,43 +71,32 @@ core::Result<std::optional<Trial>> pending_trial(std::filesystem::path const& fo
 core::Result<std::vector<Change>> commit_trial(Transaction const& transaction, BootInstant const& end,
                                                std::filesystem::path const& folder,
                                                std::string const& author) {
-    std::int64_t newest_before = 0;
-    return transaction.commit(
-        folder, author,
-        {.before = [&](Connection const& connection) -> core::Result<bool> {
-             OUTCOME_TRY(other, pending(connection));
-             if (other) {
-                 return fail(Error::Already, "transaction {} of {} waits for its confirmation", other->number,
-                             other->author);
-             }
-             OUTCOME_TRY(newest, connection.number("SELECT max(number) FROM history"));
-             newest_before = newest;
-             return true;
-         },
-         .after = [&](Connection const& connection) -> core::Result<void> {
-             OUTCOME_TRY(newest, connection.number("SELECT max(number) FROM history"));
-             if (newest == newest_before) {
-                 return core::success(); // nothing was changed
-             }
-             OUTCOME_TRY(remember, connection.prepare("INSERT INTO trial VALUES(?1, ?2, ?3, ?4)"));
-             return connection.change(remember, newest, std::string_view{end.boot}, end.seconds,
-                                      std::string_view{author});
-         }});
+    OUTCOME_TRY(session, Session::begin(folder));
+    auto const& connection = session->connection();
+    OUTCOME_TRY(other, pending(connection));
+    if (other) {
+        return fail(Error::Already, "transaction {} of {} waits for its confirmation", other->number,
+                    other->author);
+    }
+    OUTCOME_TRY(changes, transaction.write(*session, author));
+    if (!changes.empty()) {
+        OUTCOME_TRY(number, connection.number("SELECT max(number) FROM history"));
+        OUTCOME_TRY(remember, connection.prepare("INSERT INTO trial VALUES(?1, ?2, ?3, ?4)"));
+        OUTCOME_TRY(connection.change(remember, number, std::string_view{end.boot}, end.seconds,
+                                      std::string_view{author}));
+        OUTCOME_TRY(session->commit());
+    }
+    return std::move(changes);
 }
 
 core::Result<Trial> confirm_trial(std::filesystem::path const& folder) {
-    std::optional<Trial> confirmed;
-    OUTCOME_TRY(Transaction{}.commit(folder, {},
-                                     {.before = [&](Connection const& connection) -> core::Result<bool> {
-                                          OUTCOME_TRY(trial, pending(connection));
-                                          confirmed = std::move(trial);
-                                          return confirmed.has_value();
-                                      },
-                                      .after = forget_trial}));
-    if (!confirmed) {
+    OUTCOME_TRY(session, Session::begin(folder));
+    OUTCOME_TRY(trial, pending(session->connection()));
+    if (!trial) {
         return fail(Error::Empty, "nothing waits for a confirmation");
     }
-    return *std::move(confirmed);
+    OUTCOME_TRY(forget_trial_and_commit(*session));
+    return *std::move(trial);
 }
 
 core::Result<std::vector<Change>> undo_trial(std::int64_t number, std::filesystem::path const& folder,
@@ -127,10 +114,14 @@ core::Result<std::vector<Change>> undo_trial(std::int64_t number, std::filesyste
                                 : to_text(setting->kind, setting->default_value);
         OUTCOME_TRY(back.put_back(entry.path, entry.new_value, before));
     }
-    return back.commit(
-        folder, author,
-        {.before = [&](Connection const& connection) { return is_pending(connection, number); },
-         .after = forget_trial});
+    OUTCOME_TRY(session, Session::begin(folder));
+    OUTCOME_TRY(trial, pending(session->connection()));
+    if (!trial || trial->number != number) {
+        return std::vector<Change>{};
+    }
+    OUTCOME_TRY(changes, back.write(*session, author));
+    OUTCOME_TRY(forget_trial_and_commit(*session));
+    return std::move(changes);
 }
 
 } // namespace xpon::cfgdb

@@ -24,21 +24,12 @@ using testing::Not;
 using testing::SizeIs;
 using testing::UnorderedElementsAre;
 
-class Backup : public testing::Test {
+class Backup : public DatabaseFolder {
   protected:
     void SetUp() override {
         change(folder, {{"syslog.rsh.level", "debug"}, {"syslog.remote.1.address", "10.0.0.1"}});
         ASSERT_THAT(backup(copy, folder), IsOk());
         change(folder, {{"syslog.rsh.level", "critical"}, {"module.snmp.TRAP", "error"}});
-    }
-
-    std::vector<std::string> stored() const {
-        std::vector<std::string> all;
-        auto const rows = stored_settings(folder).value();
-        for (auto const& row : rows) {
-            all.push_back(row.path + "=" + row.value);
-        }
-        return all;
     }
 
     /// Refuses the copy, leaves the database alone and wakes nobody.
@@ -50,16 +41,12 @@ class Backup : public testing::Test {
         EXPECT_FALSE(is_readable(feed->fd()));
     }
 
-    test::ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
     std::filesystem::path copy = scratch / "copy?#%41.db"; // a name that is none of a URI's words
 };
 
 TEST_F(Backup, IsOneFileThatCanBeReadWhereNothingCanBeWritten) {
     EXPECT_THAT(test::names_in(scratch.path()), UnorderedElementsAre("db", copy.filename().string()));
-    struct stat status{};
-    ASSERT_EQ(stat(copy.c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0600U);
+    EXPECT_EQ(mode_of(copy), 0600U);
     EXPECT_EQ(RawDatabase{copy}.value("PRAGMA journal_mode"), "delete");
     EXPECT_THAT(restore(copy, folder), IsOk());
     EXPECT_THAT(test::names_in(scratch.path()), UnorderedElementsAre("db", copy.filename().string()));
@@ -90,10 +77,8 @@ TEST_F(Backup, RestoresSettingsHistoryAndJournalAndWakesEveryFeed) {
     EXPECT_TRUE(is_readable(feed->fd()));
     EXPECT_THAT(feed->next().value(), SizeIs(23));
     EXPECT_THAT(feed->next().value(), SizeIs(0));
-    SyslogRshDest rsh{};
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
-    EXPECT_EQ(rsh.level, 5);
-    RawDatabase const raw{folder / "running.db"};
+    EXPECT_EQ(rsh_level(cfgdb), 5);
+    RawDatabase const raw{file};
     EXPECT_EQ(raw.value("SELECT max(number) FROM history"), "1");
     EXPECT_EQ(raw.value("PRAGMA journal_mode"), "wal");
     change(folder, {{"syslog.rsh.level", "info"}});
@@ -116,14 +101,13 @@ TEST_F(Backup, MakesTheDatabaseWhereThereIsNone) {
 }
 
 TEST_F(Backup, PutsADatabaseRightThatCannotBeUsed) {
-    RawDatabase{folder / "running.db"}.run("DROP TABLE journal; CREATE VIEW journal AS SELECT 1");
+    RawDatabase{file}.run("DROP TABLE journal; CREATE VIEW journal AS SELECT 1");
     EXPECT_THAT(stored_settings(folder), IsError(Error::InvalidState, HasSubstr("the view \"journal\"")));
     EXPECT_THAT(restore(copy, folder), IsOk());
     EXPECT_THAT(stored(), SizeIs(2));
 }
 
 TEST_F(Backup, TakesThePlaceOfADatabaseThatIsTooDamagedToBeWritten) {
-    auto const file = folder / "running.db";
     auto const whole = test::read_file(file);
     for (auto const& damaged : {std::string(8192, 'x'), std::string(100, '\0') + whole.substr(100),
                                 whole.substr(0, 4096), std::string{}}) {
@@ -138,9 +122,7 @@ TEST_F(Backup, TakesThePlaceOfADatabaseThatIsTooDamagedToBeWritten) {
         change(folder, {{"syslog.rsh.level", "info"}});
         EXPECT_THAT(feed->next().value(), Not(IsEmpty()));
         EXPECT_EQ(RawDatabase{file}.value("PRAGMA integrity_check"), "ok");
-        struct stat status{};
-        ASSERT_EQ(stat(file.c_str(), &status), 0);
-        EXPECT_EQ(status.st_mode & 07777U, 0660U);
+        EXPECT_EQ(mode_of(file), 0660U);
     }
 }
 
@@ -152,10 +134,10 @@ TEST_F(Backup, IsRefusedIfOthersThanRootDecideWhatIsInItsLogFolder) {
 
 TEST_F(Backup, MadeFileByFileIsReadWithItsLog) {
     // Copied file by file while somebody has it open.
-    RawDatabase const open{folder / "running.db"};
+    RawDatabase const open{file};
     open.run("UPDATE setting SET value = 2 WHERE path = 'syslog.rsh.level'");
     std::filesystem::remove(copy);
-    std::filesystem::copy_file(folder / "running.db", copy);
+    std::filesystem::copy_file(file, copy);
     std::filesystem::copy_file(folder / "running.db-wal", copy.string() + "-wal");
     open.run("UPDATE setting SET value = 1 WHERE path = 'syslog.rsh.level'");
     EXPECT_THAT(restore(copy, folder), IsOk());

@@ -1,5 +1,6 @@
 #include "xpon/cfgdb/change_feed.hpp"
 
+#include <algorithm>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
@@ -38,32 +39,36 @@ std::vector<std::string> next(ChangeFeed& feed) {
     return texts;
 }
 
-/// Every field identifier there is, all under one sequence.
+constexpr std::uint32_t all_fields[] = {52, 53, 54, 55, 56, 58, 59, 60, 61, 62, 64, 65,
+                                        66, 68, 69, 71, 73, 78, 67, 79, 63, 77, 76};
+
+/// Every field, all under one sequence.
 std::vector<std::string> every_field(int sequence) {
     std::vector<std::string> all;
-    for (int const field :
-         {52, 53, 54, 55, 56, 58, 59, 60, 61, 62, 64, 65, 66, 68, 69, 71, 73, 78, 67, 79, 63, 77, 76}) {
+    for (auto const field : all_fields) {
         all.push_back(fmt::format("{}:{}", field, sequence));
     }
     return all;
 }
 
-class Feed : public testing::Test {
+class Feed : public DatabaseFolder {
   protected:
-    ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
-    std::filesystem::path file = folder / "running.db";
     std::filesystem::path doorbell = folder / "running.db.doorbell";
     std::optional<CfgDbWrapper> cfgdb{std::in_place, "TEST_CFGDB", folder};
     std::unique_ptr<ChangeFeed> feed = ChangeFeed::take();
 
     void change_level(std::string const& level) const { change(folder, {{"syslog.rsh.level", level}}); }
 
+    /// What the feed hands out, which must be readable.
+    std::vector<std::string> heard() const {
+        EXPECT_TRUE(is_readable(feed->fd()));
+        return next(*feed);
+    }
+
     /// -1 if it cannot be read.
     int rsh_level() const {
         CapturedSyslog const syslog;
-        SyslogRshDest rsh{};
-        return getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb->db(), &rsh, all_zero_key) == 0 ? rsh.level : -1;
+        return cfgdb::rsh_level(*cfgdb);
     }
 
     /// A copy as of now, without a log.
@@ -105,8 +110,7 @@ TEST_F(Feed, WithoutChangesIsEmptyAndNotReadable) {
 
 TEST_F(Feed, HandsOutAChangeOnce) {
     change_level("debug");
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
+    EXPECT_THAT(heard(), ElementsAre("56:1"));
     EXPECT_FALSE(is_readable(feed->fd()));
     EXPECT_THAT(next(*feed), IsEmpty());
 }
@@ -123,8 +127,7 @@ TEST_F(Feed, PiledUpChangesComeAsOneListOldestFirstEachFieldOnce) {
 
 TEST_F(Feed, IsNotWokenByATransactionThatChangesNothing) {
     change_level("notice");
-    Transaction transaction;
-    EXPECT_THAT(transaction.set("syslog.rsh.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.rsh.level", "debug"}});
     EXPECT_THAT(transaction.preview(folder), IsOk());
     EXPECT_FALSE(is_readable(feed->fd()));
 }
@@ -150,23 +153,16 @@ TEST_F(Feed, DoesNotDeliverWhatWasCommittedBeforeOpening) {
 TEST_F(Feed, OutlivesItsWrapper) {
     cfgdb.reset();
     change_level("debug");
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
+    EXPECT_THAT(heard(), ElementsAre("56:1"));
 }
 
 TEST_F(Feed, TheIdentifiersOfEveryStoredRecordAreAnnounced) {
     change(folder, {{"module.*.SELF", "debug"}, {"syslog.*.level", "critical"}});
-    std::vector<std::string> fields;
-    for (auto const& text : next(*feed)) {
-        fields.push_back(text.substr(0, text.find(':')));
-    }
-    EXPECT_EQ(fields, (std::vector<std::string>{"52", "53", "54", "55", "56", "58", "59", "60",
-                                                "61", "62", "64", "65", "66", "68", "69", "71",
-                                                "73", "78", "67", "79", "63", "77", "76"}));
+    auto const changes = feed->next().value();
+    EXPECT_TRUE(std::ranges::equal(changes, all_fields, {}, &Config_change::field_id));
 }
 
 // --- a journal that no longer reaches back
-// --------------------------------------------------------------------
 
 TEST_F(Feed, ThatFellBehindAPrunedJournalHandsOutEveryField) {
     RawDatabase const raw{folder / "running.db"};
@@ -204,7 +200,6 @@ TEST_F(Feed, SequencesAreTheLow32BitsOfTheJournalsNumbers) {
 }
 
 // --- errors
-// ---------------------------------------------------------------------------------------------------
 
 TEST_F(Feed, AnErrorKeepsThePosition) {
     change_level("debug");
@@ -234,7 +229,6 @@ TEST_F(Feed, AFolderThatCannotBeWatchedIsAnErrorUntilItCan) {
 }
 
 // --- another database in its place
-// ----------------------------------------------------------------------------
 
 TEST_F(Feed, WhoseDatabaseWasReplacedHandsOutEveryFieldAndFollowsTheNewOne) {
     change_level("debug");
@@ -242,13 +236,11 @@ TEST_F(Feed, WhoseDatabaseWasReplacedHandsOutEveryFieldAndFollowsTheNewOne) {
     copy_as_one_file(scratch / "copy"); // the journal of the copy goes on as the old one would
     std::filesystem::rename(scratch / "copy", file);
     EXPECT_GT(std::filesystem::file_size(folder / "running.db-wal"), 0U) << "the old one's log, still there";
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_EQ(next(*feed), every_field(1));
+    EXPECT_EQ(heard(), every_field(1));
     EXPECT_THAT(next(*feed), IsEmpty());
     EXPECT_EQ(RawDatabase{file}.value("PRAGMA integrity_check"), "ok");
     change_level("error");
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:2"));
+    EXPECT_THAT(heard(), ElementsAre("56:2"));
     EXPECT_EQ(rsh_level(), 1);
 }
 
@@ -263,8 +255,7 @@ TEST_F(Feed, WhoseDatabaseIsAwayForAMomentSaysSoAndStartsOver) {
     EXPECT_FALSE(is_readable(feed->fd()));
     EXPECT_FALSE(std::filesystem::exists(file)) << "it is not made again: somebody is copying just then";
     std::filesystem::rename(folder / "elsewhere", file);
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_EQ(next(*feed), every_field(1));
+    EXPECT_EQ(heard(), every_field(1));
     EXPECT_EQ(rsh_level(), 5);
 }
 
@@ -291,12 +282,10 @@ TEST_F(Feed, WhoseLogOrIndexWasRemovedStartsOverAndFollows) {
         for (auto const* name : names) {
             ASSERT_TRUE(std::filesystem::remove(folder / name));
         }
-        EXPECT_TRUE(is_readable(feed->fd()));
-        EXPECT_THAT(next(*feed), testing::SizeIs(23));
+        EXPECT_THAT(heard(), testing::SizeIs(23));
         next(*feed); // of what it made itself
         change_level("debug");
-        EXPECT_TRUE(is_readable(feed->fd()));
-        EXPECT_THAT(next(*feed), testing::SizeIs(1));
+        EXPECT_THAT(heard(), testing::SizeIs(1));
         EXPECT_EQ(rsh_level(), 5);
         change_level("notice");
         EXPECT_THAT(next(*feed), testing::SizeIs(1));
@@ -337,8 +326,7 @@ TEST_F(Feed, ACopyWrittenOverTheFileIsReadFromTheFile) {
     EXPECT_THAT(next(*feed), ElementsAre("56:2"));
     EXPECT_EQ(RawDatabase{file}.value("PRAGMA wal_checkpoint(TRUNCATE)"), "0|0|0");
     overwrite(test::read_file(scratch / "copy"));
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_EQ(next(*feed), every_field(1));
+    EXPECT_EQ(heard(), every_field(1));
     EXPECT_EQ(rsh_level(), 5);
 }
 
@@ -360,25 +348,20 @@ TEST_F(Feed, OfADatabaseThatIsReplacedByAViewSaysSoAtOnce) {
 }
 
 // --- the doorbell
-// ---------------------------------------------------------------------------------------------
 
 TEST_F(Feed, HearsCommitsAfterItsDoorbellWasRemoved) {
     std::filesystem::remove(doorbell);
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), IsEmpty());
+    EXPECT_THAT(heard(), IsEmpty());
     change_level("debug");
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
+    EXPECT_THAT(heard(), ElementsAre("56:1"));
 }
 
 TEST_F(Feed, HearsACommitThatFollowsTheRemovalAtOnceAndTheOneAfterIt) {
     std::filesystem::remove(doorbell);
     change_level("debug");
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
+    EXPECT_THAT(heard(), ElementsAre("56:1"));
     change_level("info");
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:2"));
+    EXPECT_THAT(heard(), ElementsAre("56:2"));
 }
 
 TEST_F(Feed, HearsCommitsAfterItsDoorbellWasReplacedOrMovedAway) {
@@ -386,18 +369,15 @@ TEST_F(Feed, HearsCommitsAfterItsDoorbellWasReplacedOrMovedAway) {
     std::filesystem::rename(folder / "new", doorbell);
     EXPECT_THAT(next(*feed), IsEmpty());
     change_level("debug");
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
+    EXPECT_THAT(heard(), ElementsAre("56:1"));
 
     std::filesystem::rename(doorbell, folder / "old");
     EXPECT_THAT(next(*feed), IsEmpty());
     change_level("info");
-    EXPECT_TRUE(is_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:2"));
+    EXPECT_THAT(heard(), ElementsAre("56:2"));
 }
 
 // --- other processes
-// ------------------------------------------------------------------------------------------
 
 TEST(FeedAcrossProcesses, ACommitWakesAndIsVisibleAtOnceTwoHundredTimes) {
     ScratchFolder const scratch;
@@ -425,52 +405,35 @@ TEST(FeedAcrossProcesses, ACommitWakesAndIsVisibleAtOnceTwoHundredTimes) {
         commit.give();
         ASSERT_TRUE(test::wait_readable(feed->fd())) << i;
         ASSERT_THAT(next(*feed), ElementsAre(fmt::format("56:{}", i)));
-        SyslogRshDest rsh{};
-        ASSERT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
-        ASSERT_EQ(rsh.level, i % 2 == 1 ? 5 : 4) << i;
+        ASSERT_EQ(rsh_level(cfgdb), i % 2 == 1 ? 5 : 4) << i;
     }
 }
 
-TEST(FeedAcrossProcesses, AWriterKilledRightAfterItsCommitStillWakes) {
-    ScratchFolder const scratch;
-    auto const folder = scratch / "db";
-    Signal commit;
-    Child writer{[&] {
-        commit.take();
-        RawDatabase const raw{folder / "running.db"};
-        int const doorbell = open((folder / "running.db.doorbell").c_str(), O_WRONLY | O_CLOEXEC);
-        raw.run("BEGIN IMMEDIATE; INSERT INTO setting VALUES('syslog.rsh.level', 5); "
-                "INSERT INTO journal(field_id, at) VALUES(56, 0); COMMIT");
-        return doorbell >= 0 && raise(SIGKILL) == 0 ? 0 : 1;
-    }};
-    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
-    auto const feed = ChangeFeed::take();
-    commit.give();
-    EXPECT_TRUE(test::wait_readable(feed->fd()));
-    EXPECT_THAT(next(*feed), ElementsAre("56:1"));
-    EXPECT_EQ(writer.status(), 128 + SIGKILL);
-}
-
-TEST(FeedAcrossProcesses, AWriterKilledBeforeItsCommitChangesNothing) {
-    ScratchFolder const scratch;
-    auto const folder = scratch / "db";
-    Signal begin;
-    Child writer{[&] {
-        begin.take();
-        RawDatabase const raw{folder / "running.db"};
-        int const doorbell = open((folder / "running.db.doorbell").c_str(), O_WRONLY | O_CLOEXEC);
-        raw.run("BEGIN IMMEDIATE; INSERT INTO setting VALUES('syslog.rsh.level', 5); "
-                "INSERT INTO journal(field_id, at) VALUES(56, 0)");
-        return doorbell >= 0 && raise(SIGKILL) == 0 ? 0 : 1;
-    }};
-    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
-    auto const feed = ChangeFeed::take();
-    begin.give();
-    EXPECT_TRUE(test::wait_readable(feed->fd()));
-    EXPECT_EQ(writer.status(), 128 + SIGKILL);
-    EXPECT_THAT(next(*feed), IsEmpty());
-    EXPECT_THAT(change(folder, {{"syslog.rsh.level", "debug"}}),
-                ElementsAre("syslog.rsh.level: notice -> debug"));
+TEST(FeedAcrossProcesses, AWriterKilledRightAfterOrBeforeItsCommitWakes) {
+    for (bool const commits : {true, false}) {
+        ScratchFolder const scratch;
+        auto const folder = scratch / "db";
+        Signal begin;
+        Child writer{[&] {
+            begin.take();
+            RawDatabase const raw{folder / "running.db"};
+            int const doorbell = open((folder / "running.db.doorbell").c_str(), O_WRONLY | O_CLOEXEC);
+            raw.run("BEGIN IMMEDIATE; INSERT INTO setting VALUES('syslog.rsh.level', 5); "
+                    "INSERT INTO journal(field_id, at) VALUES(56, 0)");
+            raw.run(commits ? "COMMIT" : "");
+            return doorbell >= 0 && raise(SIGKILL) == 0 ? 0 : 1;
+        }};
+        CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
+        auto const feed = ChangeFeed::take();
+        begin.give();
+        EXPECT_TRUE(test::wait_readable(feed->fd()));
+        EXPECT_EQ(writer.status(), 128 + SIGKILL);
+        auto const expected = commits ? std::vector<std::string>{"56:1"} : std::vector<std::string>{};
+        EXPECT_EQ(next(*feed), expected);
+        auto const before = commits ? "debug" : "notice";
+        EXPECT_THAT(change(folder, {{"syslog.rsh.level", "info"}}),
+                    ElementsAre(fmt::format("syslog.rsh.level: {} -> info", before)));
+    }
 }
 
 TEST_F(Feed, HearsItsFolderComeBack) {

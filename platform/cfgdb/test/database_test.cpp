@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <optional>
 #include <sched.h>
@@ -175,106 +176,90 @@ TEST(NewDatabase, ThatNobodyHasOpenCanBeCopiedAndPutBackAsOneFile) {
 }
 
 // --- files that are not what they should be
-// -------------------------------------------------------------------
 
-class BrokenDatabase : public testing::Test {
+class BrokenDatabase : public DatabaseFolder {
   protected:
-    ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
-    std::filesystem::path file = folder / "running.db";
-
     void make() const { ASSERT_EQ(opening_failure(folder), ""); }
 
     /// A database of many pages, all of them in the file itself.
     void make_large() const { change(folder, {{"module.fsm_pon.*", "debug"}}); }
 
+    /// A reader fails with this errno, leaves the record alone and writes this line to the system log.
+    void expect_read_failure(CfgDbWrapper const& cfgdb, int error_number, std::string const& text) const {
+        SyslogRshDest rsh{77};
+        CapturedSyslog syslog;
+        errno = 0;
+        EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
+        EXPECT_EQ(errno, error_number);
+        EXPECT_EQ(rsh.level, 77);
+        EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() + ": " + text + "\n");
+    }
+
+    /// Overwrites the page of the settings' table.
+    void overwrite_settings(std::string const& bytes) const {
+        std::fstream out{file, std::ios::in | std::ios::out | std::ios::binary};
+        out.seekp(settings_at());
+        out << bytes;
+    }
+
+    std::streamoff settings_at() const {
+        return (std::stol(
+                    RawDatabase{file}.value("SELECT rootpage FROM sqlite_schema WHERE name = 'setting'")) -
+                1) *
+               page_size;
+    }
+
+    static constexpr std::size_t page_size = 4096;
+
     /// Every way in says the same.
     void expect_failure(Error code, std::string const& text) const {
         EXPECT_EQ(opening_failure(folder), text);
-        Transaction transaction;
-        ASSERT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+        auto transaction = wish({{"syslog.file.level", "debug"}});
         EXPECT_THAT(transaction.commit(folder), IsError(code, text));
         EXPECT_THAT(transaction.preview(folder), IsError(code, text));
         EXPECT_THAT(stored_settings(folder), IsError(code, text));
     }
 };
 
-TEST_F(BrokenDatabase, ADamagedHeaderIsRefused) {
-    make();
-    test::write_file(file, std::string(8192, 'x'));
-    expect_failure(Error::CommonError, file.string() + ": file is not a database");
-}
-
-TEST_F(BrokenDatabase, AnEmptyFileIsRefused) {
-    std::filesystem::create_directory(folder);
-    test::write_file(file, "");
-    expect_failure(Error::InvalidState,
-                   file.string() + ": not a configuration database (application id 0, not 1481657411)");
-}
-
-TEST_F(BrokenDatabase, ADatabaseOfSomethingElseIsRefused) {
-    std::filesystem::create_directory(folder);
-    RawDatabase{file}.run("PRAGMA application_id = 7; CREATE TABLE setting(path, value)");
-    expect_failure(Error::InvalidState,
-                   file.string() + ": not a configuration database (application id 7, not 1481657411)");
-}
-
-TEST_F(BrokenDatabase, ANewerSchemaIsRefusedWithBothVersions) {
-    make();
-    RawDatabase{file}.run("PRAGMA user_version = 2");
-    expect_failure(Error::InvalidState,
-                   file.string() + ": its schema version is 2, this program knows version 1");
-}
-
-TEST_F(BrokenDatabase, AMissingTableIsRefused) {
-    make();
-    RawDatabase{file}.run("DROP TABLE journal");
-    EXPECT_EQ(opening_failure(folder), file.string() + ": no such table: journal");
-}
-
-TEST_F(BrokenDatabase, ATruncatedFileIsRefused) {
-    make_large();
-    std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
-    expect_failure(Error::CommonError, file.string() + ": database disk image is malformed");
-}
-
-TEST_F(BrokenDatabase, ADamagedPageFailsTheRecordThatIsOnItAndNamesTheReason) {
-    make_large();
-    auto const page =
-        std::stoul(RawDatabase{file}.value("SELECT rootpage FROM sqlite_schema WHERE name = 'setting'"));
-    {
-        std::fstream out{file, std::ios::in | std::ios::out | std::ios::binary};
-        out.seekp(static_cast<std::streamoff>((page - 1) * 4096));
-        out << std::string(4096, '\xFF');
-    }
-    CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
-    ModuleFsmPon fsm{};
-    CapturedSyslog syslog;
-    errno = 0;
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_module_fsm_pon(cfgdb.db(), &fsm, all_zero_key), -1);
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(fsm.level[0], 0);
-    EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() +
-                                  ": module.fsm_pon.*: database disk image is malformed\n");
-}
-
-TEST_F(BrokenDatabase, ADamagedPageThatIsMendedIsReadAgain) {
-    make_large();
-    auto const whole = test::read_file(file);
-    auto const page =
-        std::stoul(RawDatabase{file}.value("SELECT rootpage FROM sqlite_schema WHERE name = 'setting'"));
-    auto const overwrite = [&](std::string const& bytes) {
-        std::fstream out{file, std::ios::in | std::ios::out | std::ios::binary};
-        out.seekp(static_cast<std::streamoff>((page - 1) * 4096));
-        out << bytes;
+TEST_F(BrokenDatabase, AFileThatCannotBeUsedIsRefused) {
+    struct Case {
+        std::function<void()> make;
+        Error code;
+        std::string text;
     };
-    overwrite(std::string(4096, '\xFF'));
+    auto const cases = {
+        Case{[&] { test::write_file(file, std::string(8192, 'x')); }, Error::CommonError,
+             "file is not a database"},
+        Case{[&] { test::write_file(file, ""); }, Error::InvalidState,
+             "not a configuration database (application id 0, not 1481657411)"},
+        Case{[&] { RawDatabase{file}.run("PRAGMA application_id = 7"); }, Error::InvalidState,
+             "not a configuration database (application id 7, not 1481657411)"},
+        Case{[&] { RawDatabase{file}.run("PRAGMA user_version = 2"); }, Error::InvalidState,
+             "its schema version is 2, this program knows version 1"},
+        Case{[&] { RawDatabase{file}.run("DROP TABLE journal"); }, Error::CommonError,
+             "no such table: journal"},
+        Case{[&] {
+                 make_large();
+                 std::filesystem::resize_file(file, std::filesystem::file_size(file) / 2);
+             },
+             Error::CommonError, "database disk image is malformed"},
+    };
+    for (auto const& [make_unusable, code, text] : cases) {
+        std::filesystem::remove_all(folder);
+        make();
+        make_unusable();
+        expect_failure(code, file.string() + ": " + text);
+    }
+}
+
+TEST_F(BrokenDatabase, ADamagedPageFailsTheRecordThatIsOnItUntilItIsMended) {
+    change(folder, {{"module.fsm_pon.*", "debug"}, {"syslog.rsh.level", "debug"}});
+    auto const whole = test::read_file(file).substr(static_cast<std::size_t>(settings_at()), page_size);
+    overwrite_settings(std::string(page_size, '\xFF'));
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
-    ModuleFsmPon fsm{};
-    CapturedSyslog const syslog;
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_module_fsm_pon(cfgdb.db(), &fsm, all_zero_key), -1);
-    overwrite(whole.substr((page - 1) * 4096, 4096));
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_module_fsm_pon(cfgdb.db(), &fsm, all_zero_key), 0);
+    expect_read_failure(cfgdb, EIO, "syslog.rsh.*: database disk image is malformed");
+    overwrite_settings(whole);
+    EXPECT_EQ(rsh_level(cfgdb), 5);
 }
 
 TEST_F(BrokenDatabase, AFolderInItsPlaceIsRefused) {
@@ -301,7 +286,6 @@ TEST_F(BrokenDatabase, ReadingDoesNotMakeADatabase) {
 }
 
 // --- a file that changes under an open handle
-// -----------------------------------------------------------------
 
 TEST_F(BrokenDatabase, OpenedForReadingItIsNeitherMadeNorFollowed) {
     EXPECT_THROW((CfgDbWrapper{"TEST_CFGDB", folder / "other", ReadOnly{}}), std::runtime_error);
@@ -309,9 +293,7 @@ TEST_F(BrokenDatabase, OpenedForReadingItIsNeitherMadeNorFollowed) {
     make();
     std::ignore = ChangeFeed::take();
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder, ReadOnly{}};
-    SyslogRshDest out{};
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &out, all_zero_key), 0);
-    EXPECT_EQ(out.level, 3U);
+    EXPECT_EQ(rsh_level(cfgdb), 3);
     EXPECT_EQ(ChangeFeed::take(), nullptr);
 }
 
@@ -319,14 +301,7 @@ TEST_F(BrokenDatabase, AfterItsRemovalReadersAndFeedFailInsteadOfGivingOldValues
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
     auto const feed = ChangeFeed::take();
     std::filesystem::remove_all(folder);
-    SyslogRshDest rsh{77};
-    CapturedSyslog syslog;
-    errno = 0;
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(rsh.level, 77);
-    EXPECT_EQ(syslog.lines(),
-              "test: TEST_CFGDB - " + file.string() + ": cannot be opened (No such file or directory)\n");
+    expect_read_failure(cfgdb, EIO, "cannot be opened (No such file or directory)");
     EXPECT_THAT(feed->next(), IsError(Error::CommonError, HasSubstr(folder.string())));
 }
 
@@ -348,10 +323,8 @@ TEST_F(BrokenDatabase, AfterItsReplacementReadersGiveWhatTheNewOneHolds) {
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
     ChangeFeed::take();
     std::filesystem::rename(scratch / "copy", file);
-    SyslogRshDest rsh{};
     errno = 0;
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
-    EXPECT_EQ(rsh.level, 5);
+    EXPECT_EQ(rsh_level(cfgdb), 5);
     EXPECT_EQ(errno, 0);
 }
 
@@ -360,20 +333,14 @@ TEST_F(BrokenDatabase, AReplacementThatCannotBeUsedFailsUntilItCan) {
     ChangeFeed::take();
     std::filesystem::rename(file, folder / "good");
     test::write_file(file, std::string(8192, 'x'));
-    SyslogRshDest rsh{77};
     for (int i = 0; i < 3; ++i) {
-        CapturedSyslog syslog;
-        EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
-        EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() + ": file is not a database\n");
+        expect_read_failure(cfgdb, EIO, "file is not a database");
     }
-    EXPECT_EQ(rsh.level, 77);
     std::filesystem::rename(folder / "good", file);
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
-    EXPECT_EQ(rsh.level, 3);
+    EXPECT_EQ(rsh_level(cfgdb), 3);
 }
 
 // --- what is no table
-// ------------------------------------------------------------------------------------------
 
 TEST_F(BrokenDatabase, AViewATriggerAndAVirtualTableAreRefused) {
     make();
@@ -403,20 +370,12 @@ TEST_F(BrokenDatabase, AQueryWithoutEndIsEndedAfterFiveSeconds) {
     RawDatabase{file}.run(
         "DROP TABLE setting; CREATE VIEW setting AS WITH RECURSIVE e(n) AS (SELECT 1 UNION ALL "
         "SELECT n + 1 FROM e) SELECT 'x' || n AS path, n AS value FROM e");
-    SyslogRshDest rsh{77};
-    CapturedSyslog syslog;
-    errno = 0;
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
-    EXPECT_EQ(errno, EIO);
-    EXPECT_EQ(rsh.level, 77);
-    EXPECT_EQ(syslog.lines(),
-              "test: TEST_CFGDB - " + file.string() +
-                  ": syslog.rsh.*: a query was ended after 5 s: the database holds far too much, "
-                  "or something that has no end\n");
+    expect_read_failure(cfgdb, EIO,
+                        "syslog.rsh.*: a query was ended after 5 s: the database holds far too much, or "
+                        "something that has no end");
 }
 
 // --- texts of others
-// -------------------------------------------------------------------------------------------
 
 TEST_F(BrokenDatabase, WhatItHoldsIsSafeInLogsOnTerminalsAndInNotifications) {
     for (std::string const name : {"x\nMAINPID=222\nREADY=1", "x\x1b[2J\x1b]0;y\x07"}) {
@@ -465,7 +424,6 @@ TEST_F(BrokenDatabase, TheNameOfAViewAndTheAuthorOfATrialAreSafeToo) {
 }
 
 // --- errors of the disk
-// ----------------------------------------------------------------------------------------
 
 TEST_F(BrokenDatabase, AFileThatEndsTooEarlyIsNotCalledASuccess) {
     make_large();
@@ -486,7 +444,6 @@ TEST_F(BrokenDatabase, AFileThatEndsTooEarlyIsNotCalledASuccess) {
 }
 
 // --- locks
-// ----------------------------------------------------------------------------------------------------
 
 constexpr char const* locked = "locked by another process for more than 5 s";
 
@@ -536,12 +493,9 @@ TEST_F(BrokenDatabase, AWriterThatHoldsItStopsOtherWritersButNoReader) {
     }};
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
     holder.start();
-    Transaction transaction;
-    ASSERT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.file.level", "debug"}});
     EXPECT_THAT(transaction.commit(folder), IsError(Error::CommonError, file.string() + ": " + locked));
-    SyslogRshDest rsh{};
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), 0);
-    EXPECT_EQ(rsh.level, 3);
+    EXPECT_EQ(rsh_level(cfgdb), 3);
 }
 
 /// As a process that hangs while it rebuilds the log's index after a crash.
@@ -561,19 +515,12 @@ TEST_F(BrokenDatabase, AReaderThatIsLockedOutForLongerThanFiveSecondsReportsBusy
     Holder const holder{[&] { hold_recovery(folder / "running.db-shm"); }};
     CfgDbWrapper const cfgdb{"TEST_CFGDB", folder};
     holder.start();
-    SyslogRshDest rsh{77};
-    CapturedSyslog syslog;
-    errno = 0;
-    EXPECT_EQ(getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key), -1);
-    EXPECT_EQ(errno, EBUSY);
-    EXPECT_EQ(rsh.level, 77);
-    EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() + ": syslog.rsh.*: " + locked + "\n");
+    expect_read_failure(cfgdb, EBUSY, std::string{"syslog.rsh.*: "} + locked);
 }
 
 // --- who may
-// --------------------------------------------------------------------------------------------------
 
-class OtherUsers : public testing::Test {
+class OtherUsers : public DatabaseFolder {
   protected:
     OtherUsers() {
         chmod(scratch.path().c_str(), 0755);
@@ -617,17 +564,12 @@ class OtherUsers : public testing::Test {
     void read_and_try_to_write() const {
         EXPECT_THAT(stored_settings(folder),
                     IsOkAnd(ElementsAre(testing::Field(&StoredSetting::value, "debug"))));
-        Transaction transaction;
-        EXPECT_THAT(transaction.set("syslog.file.level", "error"), IsOk());
+        auto transaction = wish({{"syslog.file.level", "error"}});
         EXPECT_THAT(transaction.preview(folder), IsOkAnd(testing::SizeIs(1)));
         auto const refused = file.string() + ": cannot be written (Permission denied)";
         EXPECT_THAT(transaction.commit(folder), IsError(Error::NoAccess, refused));
         EXPECT_EQ(opening_failure(folder), refused);
     }
-
-    ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
-    std::filesystem::path file = folder / "running.db";
 };
 
 TEST_F(OtherUsers, MayReadAlsoWhenEveryWriterHasClosed) {

@@ -16,7 +16,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class History : public testing::Test {
+class History : public DatabaseFolder {
   protected:
     std::vector<std::string> entries(std::int64_t after = 0) const {
         std::vector<std::string> texts;
@@ -26,9 +26,6 @@ class History : public testing::Test {
         }
         return texts;
     }
-
-    test::ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
 };
 
 TEST_F(History, TellsWhoChangedWhatOldestFirst) {
@@ -51,7 +48,7 @@ TEST_F(History, IsSafeToPrint) {
 }
 
 TEST_F(History, OfNoDatabaseIsAnError) {
-    EXPECT_THAT(history(folder), IsError(Error::CommonError, HasSubstr((folder / "running.db").string())));
+    EXPECT_THAT(history(folder), IsError(Error::CommonError, HasSubstr(file.string())));
     EXPECT_FALSE(std::filesystem::exists(folder));
 }
 

@@ -36,9 +36,7 @@ TEST(LogFolders, AreLookedAtWhenTheyAreSet) {
     test::ScratchFolder const scratch;
     auto const folder = scratch / "db";
     change(folder, {{"syslog.file.path", "/var/lib/board/"}});
-    Transaction transaction;
-    ASSERT_THAT(transaction.set("syslog.file.path", "/tmp/log/"), IsOk());
-    ASSERT_THAT(transaction.set("syslog.rsh.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.file.path", "/tmp/log/"}, {"syslog.rsh.level", "debug"}});
     auto const refused = IsError(
         Error::InvalidInputArg,
         "syslog.file.path: \"/tmp/log/\" is refused: others than root may write /tmp, and whoever can "

@@ -45,24 +45,12 @@ inline std::vector<Reader> all_readers() {
         reader("syslog.remote.",     getRunDb_CommonGCfg_logging_syslog_remote, init_SyslogNetworkDest),
         reader("syslog.kernel.",     getRunDb_CommonGCfg_logging_syslog_kernel),
         reader("syslog.rsh.",        getRunDb_CommonGCfg_logging_syslog_rsh),
-        reader("module.alarmmgr.",   getRunDb_CommonGCfg_logging_module_alarmmgr,   init_ModuleAlarmMgr),
-        reader("module.dna.",        getRunDb_CommonGCfg_logging_module_dna,        init_ModuleDna),
-        reader("module.fsm_pon.",    getRunDb_CommonGCfg_logging_module_fsm_pon,    init_ModuleFsmPon),
-        reader("module.igmp.",       getRunDb_CommonGCfg_logging_module_igmp,       init_ModuleIgmp),
-        reader("module.dhcpra.",     getRunDb_CommonGCfg_logging_module_dhcpra,     init_ModuleDhcpRa),
-        reader("module.arp.",        getRunDb_CommonGCfg_logging_module_arp,        init_ModuleArp),
-        reader("module.ipsg.",       getRunDb_CommonGCfg_logging_module_ipsg,       init_ModuleIpsg),
-        reader("module.pppoe_ia.",   getRunDb_CommonGCfg_logging_module_pppoe_ia,   init_ModulePppoeIa),
-        reader("module.lldp.",       getRunDb_CommonGCfg_logging_module_lldp,       init_ModuleLldp),
-        reader("module.lacp.",       getRunDb_CommonGCfg_logging_module_lacp,       init_ModuleLacp),
-        reader("module.l3_agent.",   getRunDb_CommonGCfg_logging_module_l3_agent,   init_ModuleL3Agent),
-        reader("module.snmp.",       getRunDb_CommonGCfg_logging_module_snmp,       init_ModuleSnmp),
-        reader("module.sessionmgr.", getRunDb_CommonGCfg_logging_module_sessionmgr, init_ModuleSessionMgr),
-        reader("module.cli.",        getRunDb_CommonGCfg_logging_module_cli,        init_ModuleCli),
-        reader("module.netserve.",   getRunDb_CommonGCfg_logging_module_netserve,   init_ModuleNetserve),
-        reader("module.acs_custom.", getRunDb_CommonGCfg_logging_module_acs_custom, init_ModuleAcsCustom),
-        reader("module.switch.",     getRunDb_CommonGCfg_logging_module_switch,     init_ModuleSwitch),
-        reader("module.datapath.",   getRunDb_CommonGCfg_logging_module_datapath,   init_ModuleDatapath),
+#define STORED_READER(value, Descriptor, Subjects, name, ...)                                                \
+        reader("module." #name ".", getRunDb_CommonGCfg_logging_module_##name, init_##Descriptor),
+#define NO_READER(...)
+        XPON_MODULES(STORED_READER, NO_READER)
+#undef STORED_READER
+#undef NO_READER
     };
     // clang-format on
 }

@@ -19,12 +19,10 @@ namespace {
 
 using test::ScratchFolder;
 
-class Records : public testing::Test {
+class Records : public DatabaseFolder {
   protected:
-    ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
     CfgDbWrapper cfgdb{"TEST_CFGDB", folder};
-    RawDatabase raw{folder / "running.db"};
+    RawDatabase raw{file};
 
     /// The whole record, over a pattern that shows what was not written.
     Bytes read(Reader const& reader) const {
@@ -58,8 +56,7 @@ class Records : public testing::Test {
         EXPECT_EQ(reader.read(cfgdb.db(), bytes.data(), all_zero_key), -1) << line;
         EXPECT_EQ(errno, error_number) << line;
         EXPECT_EQ(bytes, Bytes(reader.size, 0xA5)) << line;
-        EXPECT_EQ(syslog.lines(),
-                  "test: TEST_CFGDB - " + (folder / "running.db").string() + ": " + line + "\n");
+        EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + file.string() + ": " + line + "\n");
     }
 };
 
@@ -147,30 +144,10 @@ void expect_levels(int (*init)(T*), std::uint16_t level) {
     EXPECT_EQ(errno, EINVAL);
 }
 
-TEST(Defaults, BuiltInModulesAreAtNoticeAndTheDaemonsOwnAtDebug) {
-    expect_levels(init_ModuleApiService, 3);
-    expect_levels(init_ModuleBootloaderUpgrade, 3);
-    expect_levels(init_ModuleWatchdog, 3);
-    expect_levels(init_ModulePtable, 3);
-    expect_levels(init_ModuleOntConnections, 3);
-    expect_levels(init_ModuleElection, 3);
-    expect_levels(init_ModuleFileMgr, 3);
-    expect_levels(init_ModuleFirmware, 3);
-    expect_levels(init_ModuleIpcBroker, 3);
-    expect_levels(init_ModuleNtpdConfig, 3);
-    expect_levels(init_ModuleSlotMgr, 3);
-    expect_levels(init_ModuleSnmpdConf, 3);
-    expect_levels(init_ModuleSystemMgr, 3);
-    expect_levels(init_ModuleUserdConf, 3);
-    expect_levels(init_ModuleWebServerConf, 3);
-    expect_levels(init_ModuleAutoBackupMgr, 3);
-    expect_levels(init_ModuleConfigMgr, 3);
-    expect_levels(init_ModuleAlarm, 3);
-    expect_levels(init_ModuleLogConfig, 5);
-    expect_levels(init_ModuleAcsConfigDump, 3);
-    expect_levels(init_ModuleAcsdConfig, 3);
-    expect_levels(init_ModuleAaaConf, 3);
-}
+TEST(Defaults, BuiltInModulesAreAtNoticeAndTheDaemonsOwnAtDebug){
+#define NO_DEFAULTS(...)
+#define BUILT_IN_DEFAULTS(value, Descriptor, ...) expect_levels(init_##Descriptor, (value) == 38 ? 5 : 3);
+    XPON_MODULES(NO_DEFAULTS, BUILT_IN_DEFAULTS)}
 
 TEST(Defaults, ANullRecordIsRefused) {
     errno = 0;
@@ -281,7 +258,7 @@ TEST_F(Records, ARefusedArgumentIsNamedInTheSystemLog) {
     CapturedSyslog syslog;
     getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, key);
     getRunDb_CommonGCfg_logging_syslog_rsh(nullptr, &rsh, all_zero_key);
-    auto const database = (folder / "running.db").string();
+    auto const database = file.string();
     EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + database + ": key 0.2.0 given, allowed is 0.0.0\n" +
                                   "test: cfgdb - syslog.rsh.*: no database handle given\n");
 }

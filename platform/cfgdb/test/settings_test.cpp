@@ -233,7 +233,6 @@ TEST(Values, ATextOfAValueIsReadAsTheSameValue) {
 }
 
 // --- patterns
-// -------------------------------------------------------------------------------------------------
 
 std::vector<std::string> paths(std::string const& pattern) {
     auto const found = expand(pattern);

@@ -22,9 +22,44 @@
 #include "kit/matchers.hpp"
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_readable.hpp"
+#include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/syslog_settings.hpp"
 #include "xpon/cfgdb/transaction.hpp"
 
 namespace xpon::cfgdb {
+
+inline constexpr unsigned short all_zero_key[3] = {0, 0, 0};
+
+/// A folder for a database, which is not made yet.
+class DatabaseFolder : public testing::Test {
+  protected:
+    test::ScratchFolder scratch;
+    std::filesystem::path folder = scratch / "db";
+    std::filesystem::path file = folder / "running.db";
+
+    /// "path=value" of every row.
+    std::vector<std::string> stored() const {
+        std::vector<std::string> all;
+        auto const rows = stored_settings(folder).value();
+        for (auto const& row : rows) {
+            all.push_back(row.path + "=" + row.value);
+        }
+        return all;
+    }
+};
+
+/// The permissions of a file.
+inline mode_t mode_of(std::filesystem::path const& path) {
+    struct stat status{};
+    EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+    return status.st_mode & 07777U;
+}
+
+/// The syslog.rsh.level that the reader gives; -1 if it fails.
+inline int rsh_level(CfgDbWrapper const& cfgdb) {
+    SyslogRshDest rsh{};
+    return getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key) == 0 ? rsh.level : -1;
+}
 
 /// Plain SQL on a database file, past every check of the library.
 class RawDatabase {
@@ -150,15 +185,20 @@ class CapturedSyslog {
     std::string captured;
 };
 
-/// Sets and commits; the changes as "path: old -> new".
-inline std::vector<std::string> change(std::filesystem::path const& folder,
-                                       std::vector<std::pair<std::string, std::string>> const& settings,
-                                       std::string const& author = "operator") {
+/// A transaction that sets these.
+inline Transaction wish(std::vector<std::pair<std::string, std::string>> const& settings) {
     Transaction transaction;
     for (auto const& [pattern, value] : settings) {
         EXPECT_THAT(transaction.set(pattern, value), test::IsOk());
     }
-    auto const changes = transaction.commit(folder, author);
+    return transaction;
+}
+
+/// Sets and commits; the changes as "path: old -> new".
+inline std::vector<std::string> change(std::filesystem::path const& folder,
+                                       std::vector<std::pair<std::string, std::string>> const& settings,
+                                       std::string const& author = "operator") {
+    auto const changes = wish(settings).commit(folder, author);
     EXPECT_THAT(changes, test::IsOk());
     std::vector<std::string> texts;
     for (auto const& [setting, old_value, new_value] : changes.value()) {
@@ -166,7 +206,5 @@ inline std::vector<std::string> change(std::filesystem::path const& folder,
     }
     return texts;
 }
-
-inline constexpr unsigned short all_zero_key[3] = {0, 0, 0};
 
 } // namespace xpon::cfgdb

@@ -29,11 +29,11 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-class Transactions : public testing::Test {
+class Transactions : public DatabaseFolder {
   protected:
     Transactions() {
         Transaction{}.commit(folder).value(); // makes the database
-        raw.emplace(folder / "running.db");
+        raw.emplace(file);
     }
 
     std::vector<std::string> settings() const {
@@ -44,8 +44,6 @@ class Transactions : public testing::Test {
         return raw->rows("SELECT number, author, path, old, new FROM history ORDER BY entry");
     }
 
-    test::ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
     std::optional<RawDatabase> raw;
 };
 
@@ -124,8 +122,7 @@ TEST_F(Transactions, RefuseBuiltInSettingsByNameAndLeaveThemOutOfWildcards) {
 }
 
 TEST_F(Transactions, ARefusedWishLeavesTheOthersAsTheyWere) {
-    Transaction transaction;
-    EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.file.level", "debug"}});
     EXPECT_THAT(transaction.set("syslog.remote.*", "5"),
                 IsError(Error::InvalidInputArg, HasSubstr("syslog.remote.1.address: \"5\" is refused")));
     EXPECT_THAT(transaction.set("syslog.nothing", "5"),
@@ -135,8 +132,7 @@ TEST_F(Transactions, ARefusedWishLeavesTheOthersAsTheyWere) {
 }
 
 TEST_F(Transactions, APreviewSaysWhatWouldChangeAndWritesNothing) {
-    Transaction transaction;
-    EXPECT_THAT(transaction.set("module.arp.*", "debug"), IsOk());
+    auto transaction = wish({{"module.arp.*", "debug"}});
     EXPECT_THAT(transaction.preview(folder), IsOkAnd(SizeIs(4)));
     EXPECT_THAT(settings(), IsEmpty());
     EXPECT_THAT(journal(), IsEmpty());
@@ -170,9 +166,7 @@ TEST_F(Transactions, PutBackOnlyWhatStillHasTheValue) {
 
 TEST_F(Transactions, TwoReceiversOfOneAddressAndPortAreRefused) {
     change(folder, {{"syslog.remote.1.address", "10.0.0.1"}});
-    Transaction transaction;
-    EXPECT_THAT(transaction.set("syslog.remote.2.address", "10.0.0.1"), IsOk());
-    EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.remote.2.address", "10.0.0.1"}, {"syslog.file.level", "debug"}});
     auto const refused = IsError(Error::InvalidInputArg, both(1, 2, "10.0.0.1 port 514"));
     EXPECT_THAT(transaction.preview(folder), refused);
     EXPECT_THAT(transaction.commit(folder), refused);
@@ -203,8 +197,7 @@ TEST_F(Transactions, EqualReceiversThatAreStoredDoNotStandInTheWayOfOtherSetting
     raw->run("INSERT INTO setting VALUES('syslog.remote.1.address', '10.0.0.1'), ('syslog.remote.3.address', "
              "'10.0.0.1')");
     EXPECT_THAT(change(folder, {{"module.arp.SELF", "debug"}}), SizeIs(1));
-    Transaction transaction;
-    EXPECT_THAT(transaction.set("syslog.remote.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.remote.level", "debug"}});
     EXPECT_THAT(transaction.commit(folder), IsError(Error::InvalidInputArg, both(1, 3, "10.0.0.1 port 514")));
     EXPECT_THAT(change(folder, {{"syslog.remote.3.address", "0.0.0.0"}}), SizeIs(1));
 }
@@ -225,12 +218,9 @@ TEST_F(Transactions, WhatIsStoredAndNotAllowedCanBeReplacedAndIsNamedSafely) {
 TEST_F(Transactions, AreAllOrNothing) {
     raw->run("CREATE UNIQUE INDEX once ON history(path) WHERE path = 'module.fsm_pon.ont.16.256'; "
              "INSERT INTO history VALUES(1, 1, 0, 'a', 'module.fsm_pon.ont.16.256', 'o', 'n')");
-    Transaction transaction;
-    EXPECT_THAT(transaction.set("*.fsm_pon.*", "debug"), IsOk());
-    EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    auto transaction = wish({{"*.fsm_pon.*", "debug"}, {"syslog.file.level", "debug"}});
     EXPECT_THAT(transaction.commit(folder),
-                IsError(Error::CommonError,
-                        (folder / "running.db").string() + ": UNIQUE constraint failed: history.path"));
+                IsError(Error::CommonError, file.string() + ": UNIQUE constraint failed: history.path"));
     EXPECT_THAT(settings(), IsEmpty());
     EXPECT_THAT(journal(), IsEmpty());
     EXPECT_THAT(history(), SizeIs(1));
@@ -252,8 +242,7 @@ TEST_F(Transactions, WithoutADoorbellNothingIsWritten) {
     for (auto const& [what, make] : cases) {
         std::filesystem::remove(doorbell);
         make();
-        Transaction transaction;
-        EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+        auto transaction = wish({{"syslog.file.level", "debug"}});
         EXPECT_THAT(
             transaction.commit(folder),
             IsError(Error::InvalidState, fmt::format("{}: not a regular file but {}; remove it, the next "
@@ -266,8 +255,7 @@ TEST_F(Transactions, WithoutADoorbellNothingIsWritten) {
     std::filesystem::remove(doorbell);
     ASSERT_EQ(mkfifo(doorbell.c_str(), 0666), 0);
     reader.reset(open(doorbell.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC)); // then it can be opened
-    Transaction transaction;
-    EXPECT_THAT(transaction.set("syslog.file.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.file.level", "debug"}});
     EXPECT_THAT(transaction.commit(folder), IsError(Error::InvalidState, HasSubstr("a FIFO")));
     std::filesystem::remove(doorbell);
     EXPECT_THAT(transaction.commit(folder), IsOk());
@@ -278,7 +266,6 @@ TEST_F(Transactions, WithoutADoorbellNothingIsWritten) {
 }
 
 // --- pruning
-// --------------------------------------------------------------------------------------------------
 
 std::string journal_entries(int count, std::string const& at) {
     return "WITH RECURSIVE n(i) AS (VALUES(1) UNION ALL SELECT i + 1 FROM n WHERE i < " +
@@ -382,13 +369,11 @@ TEST_F(Transactions, CostTheSameHoweverMuchTheDatabaseHolds) {
 }
 
 // --- who
-// ------------------------------------------------------------------------------------------------------
 
 TEST_F(Transactions, AreSignedByTheUserOfTheProcess) {
     ASSERT_EQ(unsetenv("SUDO_USER"), 0);
     EXPECT_EQ(current_author(), getpwuid(getuid())->pw_name);
-    Transaction transaction;
-    EXPECT_THAT(transaction.set("syslog.rsh.level", "debug"), IsOk());
+    auto transaction = wish({{"syslog.rsh.level", "debug"}});
     EXPECT_THAT(transaction.commit(folder), IsOk());
     EXPECT_EQ(raw->value("SELECT author FROM history"), getpwuid(getuid())->pw_name);
 }
@@ -408,7 +393,6 @@ TEST(Author, WithoutANameIsTheNumber) {
 }
 
 // --- what is stored
-// -------------------------------------------------------------------------------------------
 
 TEST_F(Transactions, EveryStoredRowIsListedWithWhatItIs) {
     raw->run("INSERT INTO setting VALUES('syslog.file.level', 5), ('syslog.file.path', 'x'), "

@@ -15,7 +15,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-class Trials : public testing::Test {
+class Trials : public DatabaseFolder {
   protected:
     void SetUp() override { change(folder, {{"syslog.rsh.level", "info"}}); }
 
@@ -24,18 +24,6 @@ class Trials : public testing::Test {
         EXPECT_THAT(transaction.set(path, value), IsOk());
         return commit_trial(transaction, BootInstant::in(60), folder, "admin");
     }
-
-    std::vector<std::string> stored() const {
-        std::vector<std::string> all;
-        auto const rows = stored_settings(folder).value();
-        for (auto const& row : rows) {
-            all.push_back(row.path + "=" + row.value);
-        }
-        return all;
-    }
-
-    test::ScratchFolder scratch;
-    std::filesystem::path folder = scratch / "db";
 };
 
 TEST_F(Trials, ArePendingUntilTheyAreConfirmed) {
@@ -86,7 +74,7 @@ TEST_F(Trials, ThatChangeNothingAreNone) {
 }
 
 TEST_F(Trials, WorkOnADatabaseThatHasNoTableForThem) {
-    RawDatabase{folder / "running.db"}.run("DROP TABLE trial");
+    RawDatabase{file}.run("DROP TABLE trial");
     EXPECT_EQ(pending_trial(folder).value(), std::nullopt);
     EXPECT_THAT(on_trial("syslog.rsh.level", "debug"), IsOk());
     EXPECT_TRUE(pending_trial(folder).value());

@@ -27,8 +27,9 @@ class RawPeer {
         EXPECT_EQ(connect(socket.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address), 0);
     }
 
-    /// The greeting and handshake of ZeroMQ's protocol 3.0.
-    void introduce_as(std::string const& type) {
+    /// One that begins with the greeting and handshake of ZeroMQ's protocol 3.0.
+    RawPeer(std::filesystem::path const& path, std::string const& type)
+      : RawPeer{path} {
         std::string greeting(64, '\0');
         greeting.replace(0, 1, "\xFF").replace(9, 2, "\x7F\x03").replace(12, 4, "NULL");
         send(greeting);
@@ -94,24 +95,25 @@ class RawPeer {
     std::string heard;
 };
 
-class HostilePeerTest : public BusTest {
+class HostilePeerTest : public ConnectedTest {
   protected:
-    void SetUp() override {
-        start_broker();
-        first = new_connected_endpoint();
-        second = new_connected_endpoint();
-    }
-
     /// All of them live.
     void TearDown() override {
-        expect_traffic(*first, *second);
-        expect_traffic(*second, *first);
-        expect_traffic(*first, *new_connected_endpoint());
+        expect_traffic(*sender, *receiver);
+        expect_traffic(*receiver, *sender);
+        expect_traffic(*sender, *new_connected_endpoint());
         EXPECT_EQ(broker->terminate(), 0);
     }
 
-    std::shared_ptr<IIpc> first;
-    std::shared_ptr<IIpc> second;
+    /// That a message to the four letters of this address reaches the peer.
+    void expect_served(RawPeer& peer, std::string const& letters) {
+        Address address{};
+        std::memcpy(&address, letters.data(), sizeof address);
+        EXPECT_TRUE(test::wait_until([&] {
+            EXPECT_THAT(sender->send(to(address), {}), test::IsOk());
+            return peer.has_heard(letters);
+        }));
+    }
 };
 
 TEST_F(HostilePeerTest, FramesThatAreNoMessagesAreSkipped) {
@@ -134,21 +136,19 @@ TEST_F(HostilePeerTest, FramesThatAreNoMessagesAreSkipped) {
     hostile.send(zmq::buffer(message), zmq::send_flags::none);
     auto const good = everybodys + std::string("\x08\0\0\0", 4);
     hostile.send(zmq::buffer(good), zmq::send_flags::none);
-    for (auto const& endpoint : {first, second}) {
+    for (auto const& endpoint : {sender, receiver}) {
         EXPECT_EQ(test::next_message(*endpoint), (Message{to(everybody, last_event), {}}));
     }
 }
 
 TEST_F(HostilePeerTest, WhoSendsTooLongAMessageIsCutOff) {
-    RawPeer peer{folder / "publish"};
-    peer.introduce_as("PUB");
+    RawPeer peer{folder / "publish", "PUB"};
     peer.send_frame(std::string("\xFE\xFF\0\0\x07\0\0\0", 8) + std::string(max_frame_size - 7, 'x'));
     EXPECT_TRUE(peer.is_cut_off());
 }
 
 TEST_F(HostilePeerTest, WhoSubscribesToALongPrefixIsCutOff) {
-    RawPeer peer{folder / "subscribe"};
-    peer.introduce_as("SUB");
+    RawPeer peer{folder / "subscribe", "SUB"};
     peer.send_frame(std::string(1, '\x01').append(300, 'x'));
     EXPECT_TRUE(peer.is_cut_off());
 }
@@ -164,8 +164,7 @@ long kilobytes_of(pid_t process) {
 
 TEST_F(HostilePeerTest, WhoSubscribesToVeryMuchIsCutOffAndHasTakenLittleMemory) {
     auto const before = kilobytes_of(broker->pid());
-    RawPeer peer{folder / "subscribe"};
-    peer.introduce_as("SUB");
+    RawPeer peer{folder / "subscribe", "SUB"};
     for (int number = 0; number < 80'000; ++number) {
         auto prefix = std::to_string(number);
         peer.send_frame('\x01' + prefix.append(200 - prefix.size(), 'x'));
@@ -195,19 +194,13 @@ TEST_F(HostilePeerTest, WhoSubscribesToVeryMuchThroughZeroMqIsCutOffToo) {
 }
 
 TEST_F(HostilePeerTest, AsManySubscriptionsAsAreAllowedAreServed) {
-    RawPeer peer{folder / "subscribe"};
-    peer.introduce_as("SUB");
+    RawPeer peer{folder / "subscribe", "SUB"};
     for (std::size_t number = 0; number < Subscriber::max_subscriptions; ++number) {
         for (int time = 0; time < 2; ++time) { // again is no more
             peer.send_frame(fmt::format("\x01{:04}", number));
         }
     }
-    Address address{};
-    std::memcpy(&address, "0063", sizeof address);
-    EXPECT_TRUE(test::wait_until([&] {
-        EXPECT_THAT(first->send(to(address), {}), test::IsOk());
-        return peer.has_heard("0063");
-    }));
+    expect_served(peer, "0063");
 }
 
 TEST_F(HostilePeerTest, WhoDoesNotSpeakTheProtocolIsCutOff) {
@@ -223,8 +216,7 @@ TEST_F(HostilePeerTest, WhoDoesNotSpeakTheProtocolIsCutOff) {
 }
 
 TEST_F(HostilePeerTest, MalformedSubscriptionsAndMessagesAgainstTheStreamAreHarmless) {
-    RawPeer peer{folder / "subscribe"};
-    peer.introduce_as("SUB");
+    RawPeer peer{folder / "subscribe", "SUB"};
     for (auto const& frame :
          {std::string{}, std::string(1, '\0'), std::string("\x01"), std::string("\x02"), std::string(5, '\0'),
           std::string("\0\0\0\0\0\0\0\0\0", 9), std::string(200, '\x01'), std::string(200, 'x'),
@@ -233,19 +225,13 @@ TEST_F(HostilePeerTest, MalformedSubscriptionsAndMessagesAgainstTheStreamAreHarm
     }
     // Shows that the broker has read so far.
     peer.send_frame("\x01peer");
-    Address address{};
-    std::memcpy(&address, "peer", sizeof address);
-    EXPECT_TRUE(test::wait_until([&] {
-        EXPECT_THAT(first->send(to(address), {}), test::IsOk());
-        return peer.has_heard("peer");
-    }));
+    expect_served(peer, "peer");
 }
 
 TEST_F(HostilePeerTest, WhoSaysNothingAndWhoLeavesInTheMiddleOfAFrameIsHarmless) {
     RawPeer const silent{folder / "publish"};
     for (auto const* const name : {"publish", "subscribe"}) {
-        RawPeer peer{folder / name};
-        peer.introduce_as(name[0] == 'p' ? "PUB" : "SUB");
+        RawPeer peer{folder / name, name[0] == 'p' ? "PUB" : "SUB"};
         peer.send(std::string("\x02\0\0\0\0\0\0\x10\0\xFE\xFF", 11));
     }
 }
@@ -261,8 +247,8 @@ TEST_F(HostilePeerTest, WhoOnlyConnectsManyTimesDoesNotExhaustTheBroker) {
     while (crowd.size() < crowd.capacity()) {
         crowd.emplace_back(folder / "publish");
     }
-    EXPECT_TRUE(test::wait_connected(*first));
-    EXPECT_TRUE(test::wait_connected(*second));
+    EXPECT_TRUE(test::wait_connected(*sender));
+    EXPECT_TRUE(test::wait_connected(*receiver));
 }
 
 } // namespace

@@ -62,10 +62,28 @@ class BusTest : public testing::Test {
         EXPECT_EQ(test::next_message(there), (Message{to(there.address(), last_event), {}}));
     }
 
+    /// That the next thing an endpoint hears is that it is connected.
+    static void expect_connected_next(IIpc& endpoint) {
+        EXPECT_EQ(test::next_message(endpoint), (Message{to(endpoint.address(), connected_event), {}}));
+    }
+
     test::ScratchFolder const scratch;
     std::filesystem::path const folder = scratch / "bus";
     test::NotifySocket notifications{scratch / "notify"};
     std::unique_ptr<test::ChildProcess> broker; // once it is started
+};
+
+/// A broker and two endpoints that are connected to it.
+class ConnectedTest : public BusTest {
+  protected:
+    void SetUp() override {
+        start_broker();
+        sender = new_connected_endpoint();
+        receiver = new_connected_endpoint();
+    }
+
+    std::shared_ptr<IIpc> sender;
+    std::shared_ptr<IIpc> receiver;
 };
 
 } // namespace xpon::ipc

@@ -61,10 +61,7 @@ TEST_F(ZmqIpcTest, AnAddressedMessageReachesItsAddresseeAlone) {
     EXPECT_EQ(next_message(*sender), (Message{to(everybody, last_event), {}}));
 }
 
-TEST_F(ZmqIpcTest, MessagesOfOneSenderArriveInOrder) {
-    start_broker();
-    auto const sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
+TEST_F(ConnectedTest, MessagesOfOneSenderArriveInOrder) {
     for (std::uint16_t event = 100; event < 600; ++event) {
         ASSERT_THAT(sender->send(to(receiver->address(), event), {}), IsOk());
     }
@@ -91,10 +88,7 @@ TEST_F(ZmqIpcTest, TheFileChangedNotificationIsOneFrameOfTheseBytes) {
     EXPECT_FALSE(frame.more());
 }
 
-TEST_F(ZmqIpcTest, TheLargestPayloadGoesThroughALargerOneIsRefused) {
-    start_broker();
-    auto const sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
+TEST_F(ConnectedTest, TheLargestPayloadGoesThroughALargerOneIsRefused) {
     std::vector<std::byte> payload(max_payload_size + 1, std::byte{42});
     EXPECT_THAT(sender->send(to(receiver->address()), payload),
                 IsError(Error::InvalidInputArg,
@@ -134,7 +128,7 @@ TEST_F(ZmqIpcTest, WhatIsSentWithoutABrokerGoesOutAtTheConnectionEachMessageOnce
     EXPECT_THAT(sender->send(to(everybody), text("other")), IsOk());
     EXPECT_THAT(sender->send(to(everybody), text("repeated")), IsOk());
     start_broker();
-    EXPECT_EQ(next_message(*sender), (Message{{sender->address(), connected_event, 0}, {}}));
+    expect_connected_next(*sender);
     EXPECT_EQ(next_message(*sender), (Message{to(everybody), text("other")}));
     EXPECT_EQ(next_message(*sender), (Message{to(everybody), text("repeated")}));
     expect_traffic(*sender, *sender);
@@ -222,12 +216,10 @@ TEST_F(ZmqIpcTest, WhatHasPassedTheBrokerIsNotSentAgain) {
     EXPECT_EQ(next_message(*receiver), (Message{to(everybody, last_event), {}}));
 }
 
-TEST_F(ZmqIpcTest, EndpointsFindANewBrokerByThemselvesAndSaySo) {
-    start_broker();
-    auto const sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
-    for (int round = 0; round < 2; ++round) {
-        kill_broker();
+TEST_F(ConnectedTest, EndpointsFindANewBrokerByThemselvesAndSaySo) {
+    for (int const signal : {SIGKILL, SIGTERM, SIGKILL}) {
+        broker->kill(signal);
+        ASSERT_TRUE(broker->wait());
         start_broker();
         EXPECT_TRUE(wait_connected(*receiver));
         EXPECT_TRUE(wait_connected(*sender));
@@ -237,10 +229,7 @@ TEST_F(ZmqIpcTest, EndpointsFindANewBrokerByThemselvesAndSaySo) {
     }
 }
 
-TEST_F(ZmqIpcTest, AfterTheBrokersDeathSendingSucceedsAndTheMessageIsKept) {
-    start_broker();
-    auto const sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
+TEST_F(ConnectedTest, AfterTheBrokersDeathSendingSucceedsAndTheMessageIsKept) {
     kill_broker();
     // At first the endpoint may not have noticed yet.
     EXPECT_TRUE(test::wait_until([&] {
@@ -252,7 +241,7 @@ TEST_F(ZmqIpcTest, AfterTheBrokersDeathSendingSucceedsAndTheMessageIsKept) {
         return true;
     }));
     start_broker();
-    EXPECT_EQ(next_message(*sender), (Message{{sender->address(), connected_event, 0}, {}}));
+    expect_connected_next(*sender);
     EXPECT_EQ(next_message(*sender), (Message{to(everybody), {}}));
     EXPECT_TRUE(wait_connected(*receiver));
     EXPECT_THAT(sender->send(to(receiver->address(), last_event), {}), IsOk());
@@ -277,19 +266,7 @@ TEST_F(ZmqIpcTest, ARestartWhileNobodyCalledReceiveIsLearntOfAfterwards) {
     start_broker();
     ASSERT_TRUE(test::wait_until(
         [&] { return connections(folder / "publish") == 1 && connections(folder / "subscribe") == 1; }));
-    EXPECT_EQ(next_message(*endpoint), (Message{{endpoint->address(), connected_event, 0}, {}}));
-}
-
-TEST_F(ZmqIpcTest, AnOrderlyRestartOfTheBrokerIsNoticedToo) {
-    start_broker();
-    auto const sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
-    EXPECT_EQ(broker->terminate(), 0);
-    start_broker();
-    EXPECT_TRUE(wait_connected(*receiver));
-    EXPECT_TRUE(wait_connected(*sender));
-    EXPECT_THAT(sender->send(to(everybody, last_event), {}), IsOk());
-    EXPECT_TRUE(test::wait_event(*receiver, last_event));
+    expect_connected_next(*endpoint);
 }
 
 TEST_F(ZmqIpcTest, TwoEndpointsWithTheSameAddressAreBothConnected) {
@@ -301,10 +278,7 @@ TEST_F(ZmqIpcTest, TwoEndpointsWithTheSameAddressAreBothConnected) {
     EXPECT_TRUE(test::wait_event(*second, last_event));
 }
 
-TEST_F(ZmqIpcTest, AFrozenBrokerMakesSendFailInsteadOfWaitAndEverythingGoesOnAfterwards) {
-    start_broker();
-    auto const sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
+TEST_F(ConnectedTest, AFrozenBrokerMakesSendFailInsteadOfWaitAndEverythingGoesOnAfterwards) {
     broker->kill(SIGSTOP);
     core::Result<void> sent = core::success();
     steady_clock::duration longest{};
@@ -332,17 +306,14 @@ TEST_F(ZmqIpcTest, AnEndpointThatConnectsToAFrozenBrokerIsConnectedWhenThatGoesO
     EXPECT_TRUE(wait_connected(*endpoint));
 }
 
-TEST_F(ZmqIpcTest, ABrokerThatWasFrozenWithFullQueuesAndThenKilledIsReplaced) {
-    start_broker();
-    auto const sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
+TEST_F(ConnectedTest, ABrokerThatWasFrozenWithFullQueuesAndThenKilledIsReplaced) {
     broker->kill(SIGSTOP);
     while (sender->send(to({1}), {}).has_value()) {
     }
     kill_broker();
     start_broker();
-    EXPECT_EQ(next_message(*sender), (Message{{sender->address(), connected_event, 0}, {}}));
-    EXPECT_EQ(next_message(*receiver), (Message{{receiver->address(), connected_event, 0}, {}}));
+    expect_connected_next(*sender);
+    expect_connected_next(*receiver);
     expect_traffic(*sender, *receiver);
 }
 
@@ -357,21 +328,15 @@ TEST_F(ZmqIpcTest, TheEndDoesNotWaitForMessagesThatNobodyTakes) {
     EXPECT_LT(steady_clock::now() - begin, std::chrono::seconds{2});
 }
 
-TEST_F(ZmqIpcTest, WhatWasSentJustBeforeTheEndStillArrives) {
-    start_broker();
-    auto sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
+TEST_F(ConnectedTest, WhatWasSentJustBeforeTheEndStillArrives) {
     EXPECT_THAT(sender->send(to(receiver->address()), text("last words")), IsOk());
     sender.reset();
     EXPECT_EQ(next_message(*receiver), (Message{to(receiver->address()), text("last words")}));
 }
 
-TEST_F(ZmqIpcTest, ManyThreadsSendAtOnce) {
+TEST_F(ConnectedTest, ManyThreadsSendAtOnce) {
     static constexpr std::uint16_t thread_count = 8;
     static constexpr std::uint16_t messages_each = 100;
-    start_broker();
-    auto const sender = new_connected_endpoint();
-    auto const receiver = new_connected_endpoint();
     {
         std::vector<std::jthread> senders;
         senders.reserve(thread_count);

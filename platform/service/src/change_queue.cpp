@@ -1,25 +1,37 @@
 #include "change_queue.hpp"
 
+#include <algorithm>
 #include <utility>
 
 #include "core/log.hpp"
+#include "xpon/cfgdb/settings.hpp"
 
 namespace xpon::service {
 
 ChangeQueue::ChangeQueue(core::ILogger& log)
-  : logger{log}
-  , retries{log} {}
+  : logger{log} {}
 
 void ChangeQueue::add(List list) {
     for (auto const& change : list) {
-        retries.superseded(change.field_id);
+        if (auto const field = find(change.field_id); field != failing.end()) {
+            field->failures = 0;
+            field->retry = never;
+        }
     }
-    retries.database_changed();
+    for (auto& field : failing) {
+        if (field.error == core::Error::ErrorCApi && field.retry != never) {
+            field.retry = at_once;
+        }
+    }
     waiting.push_back(std::move(list));
 }
 
 TimePoint ChangeQueue::due() const {
-    return waiting.empty() ? retries.next_due() : at_once;
+    if (!waiting.empty()) {
+        return at_once;
+    }
+    auto const first = earliest_retry();
+    return first == failing.end() ? never : first->retry;
 }
 
 ChangeQueue::List const& ChangeQueue::next(TimePoint now) {
@@ -27,28 +39,57 @@ ChangeQueue::List const& ChangeQueue::next(TimePoint now) {
     if (!waiting.empty()) {
         current = std::move(waiting.front());
         waiting.pop_front();
-    } else if (auto const retry = retries.due(now)) {
-        current.push_back(*retry);
+    } else if (due() <= now) {
+        current.push_back(earliest_retry()->change);
     }
     return current;
 }
 
 void ChangeQueue::succeeded() {
     for (auto const& change : current) {
-        retries.succeeded(change.field_id);
+        if (auto const field = find(change.field_id); field != failing.end()) {
+            field->log.worked();
+            failing.erase(field);
+        }
+    }
+    if (alone > 0 && --alone == 0 && broken > 0) {
+        core::log(logger, core::log_routine, "config_change of {} fields works again", broken);
     }
 }
 
 void ChangeQueue::failed(core::ErrorPayload const& error, TimePoint now) {
     if (current.size() == 1) {
-        retries.failed(current.front(), error, now);
+        alone = std::max<std::size_t>(alone, 1) - 1;
+        broken = 0; // it has a line of its own
+        retry_later(current.front(), error, now);
         return;
     }
     core::log(logger, core::log_failure, "config_change of {} fields failed: {}", current.size(),
               error.to_string());
+    alone = broken = current.size();
     for (auto change = current.rbegin(); change != current.rend(); ++change) {
         waiting.push_front({*change});
     }
+}
+
+void ChangeQueue::retry_later(Config_change const& change, core::ErrorPayload const& error, TimePoint now) {
+    auto field = find(change.field_id);
+    if (field == failing.end()) {
+        FailureLog log{fmt::format("config_change of {}", cfgdb::field_name(change.field_id)), logger};
+        field = failing.insert(field, {change, std::move(log)});
+    }
+    field->change = change;
+    field->error = error.error;
+    field->log.failed(error);
+    field->retry = now + retry_delay(field->failures++);
+}
+
+std::vector<ChangeQueue::Failing>::iterator ChangeQueue::find(std::uint32_t field_id) {
+    return std::ranges::find(failing, field_id, [](Failing const& field) { return field.change.field_id; });
+}
+
+std::vector<ChangeQueue::Failing>::const_iterator ChangeQueue::earliest_retry() const {
+    return std::ranges::min_element(failing, {}, &Failing::retry);
 }
 
 } // namespace xpon::service

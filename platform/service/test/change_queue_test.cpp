@@ -11,6 +11,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 using Fields = std::vector<std::uint32_t>;
 
@@ -77,15 +78,20 @@ TEST_F(ChangeQueueTest, AFailedListIsDeliveredFieldByFieldInOrderAndAllButTheBad
     EXPECT_EQ(queue.due(), now + 1s);
 }
 
-TEST_F(ChangeQueueTest, ANewListEndsTheWaitOfAFieldThatCouldNotBeRead) {
+TEST_F(ChangeQueueTest, ANewListEndsTheWaitOfFieldsThatCouldNotBeRead) {
+    bad = {52, 58};
+    queue.add(list({52}));
+    handle_all();
     error = core::ErrorPayload{core::Error::ErrorCApi};
-    bad = {58};
     queue.add(list({58}));
-    EXPECT_THAT(handle_all(), ElementsAre(Fields{58}));
-    bad = {};
+    handle_all();
     queue.add(list({60}));
-    EXPECT_THAT(handle_all(), testing::UnorderedElementsAre(Fields{58}, Fields{60}));
-    EXPECT_EQ(queue.due(), never);
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{60}, Fields{58})) << "once for each list";
+    EXPECT_EQ(queue.due(), now + 1s) << "52 waits as before";
+    bad = {};
+    now += 1s;
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{52}));
+    EXPECT_EQ(queue.due(), now + 1s) << "58 after twice the wait";
 }
 
 TEST_F(ChangeQueueTest, AListThatFailedOnlyOnceArrivesFieldByFieldWithoutRetries) {
@@ -94,6 +100,8 @@ TEST_F(ChangeQueueTest, AListThatFailedOnlyOnceArrivesFieldByFieldWithoutRetries
     queue.failed(error, now);
     EXPECT_THAT(handle_all(), ElementsAre(Fields{52}, Fields{58}));
     EXPECT_EQ(queue.due(), never);
+    EXPECT_THAT(logger.texts(), ElementsAre(StartsWith("config_change of 2 fields failed: "),
+                                            "config_change of 2 fields works again"));
 }
 
 TEST_F(ChangeQueueTest, AListOfOneThatFailsIsRetriedAfterASecondAndNotAtOnce) {
@@ -116,6 +124,10 @@ TEST_F(ChangeQueueTest, ARetryThatSucceedsEndsTheMatter) {
     now += 1s;
     EXPECT_THAT(handle_all(), ElementsAre(Fields{71}));
     EXPECT_EQ(queue.due(), never);
+    bad = {71};
+    queue.add(list({71}));
+    handle_all();
+    EXPECT_EQ(queue.due(), now + 1s) << "a new failure starts anew";
 }
 
 TEST_F(ChangeQueueTest, AFieldThatFailsForTwoDaysIsRetriedEveryHourAndToldOnce) {
@@ -143,6 +155,32 @@ TEST_F(ChangeQueueTest, AFieldThatFailsForTwoDaysIsRetriedEveryHourAndToldOnce) 
     EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 9 failed: Error: CommonError",
                                             "config_change of field 9 works again"));
     EXPECT_EQ(logger.lines().at(1).level, core::log_routine);
+}
+
+TEST_F(ChangeQueueTest, EachReasonIsLoggedOncePerFieldAlsoAfterANewDelivery) {
+    bad = {58};
+    for (auto const code : {core::Error::CommonError, core::Error::CommonError, core::Error::ErrorCApi}) {
+        error = core::ErrorPayload{code};
+        queue.add(list({58}));
+        handle_all();
+    }
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of module.alarmmgr failed: Error: CommonError",
+                                            "config_change of module.alarmmgr failed: Error: ErrorCApi"));
+}
+
+TEST_F(ChangeQueueTest, FieldsWaitIndependentlyAndTheLongestDueComesFirst) {
+    bad = {58, 60, 71};
+    for (auto const field : {71U, 58U}) { // together
+        queue.add(list({field}));
+    }
+    handle_all();
+    now += 200ms;
+    queue.add(list({60}));
+    handle_all();
+    EXPECT_EQ(queue.due(), now + 800ms);
+    now += 5s;
+    EXPECT_THAT(handle_all(), ElementsAre(Fields{71}, Fields{58}, Fields{60}));
+    EXPECT_EQ(queue.due(), now + 2s) << "the wait begins when the retry has failed";
 }
 
 TEST_F(ChangeQueueTest, OneThatFailsForEverHoldsUpNoOther) {

@@ -154,10 +154,7 @@ TEST_F(EventLoopTest, NothingIsDeliveredAfterAStop) {
         bus.push(ipc::sync_event);
         feed.push({52});
     }
-    service.answer = [this](auto const&) {
-        std::ignore = flags.stop.raise();
-        return core::success();
-    };
+    service.answer = [this](auto const&) { return flags.stop.raise(); };
     EXPECT_THAT(run(), ElementsAre("sync", "stop"));
 }
 
@@ -330,32 +327,21 @@ TEST_F(EventLoopTest, ASourceThatFailsDoesNotHoldUpTheOther) {
 TEST_F(EventLoopTest, AFloodOnTheBusHoldsUpNeitherChangesNorTheStop) {
     FloodedBus flood;
     feed.push({52});
-    service.answer = [this](auto const&) {
-        std::ignore = flags.stop.raise();
-        return core::success();
-    };
+    service.answer = [this](auto const&) { return flags.stop.raise(); };
     EventLoop{service, ctx, logger, &flood, &feed, flags}.run();
     EXPECT_THAT(journal.entries(), ElementsAre("config_change 52", "stop"));
 }
 
-TEST_F(EventLoopTest, WithoutAFeedOnlyTheBusIsListenedTo) {
-    bus.push(ipc::sync_event);
-    service.answer = [this](auto const&) {
-        std::ignore = flags.finished.raise();
-        return core::success();
-    };
-    EventLoop{service, ctx, logger, &bus, nullptr, flags}.run();
-    EXPECT_THAT(journal.entries(), ElementsAre("sync"));
-}
-
-TEST_F(EventLoopTest, WithoutABusOnlyChangesAreDelivered) {
-    feed.push({52});
-    service.answer = [this](auto const&) {
-        std::ignore = flags.finished.raise();
-        return core::success();
-    };
-    EventLoop{service, ctx, logger, nullptr, &feed, flags}.run();
-    EXPECT_THAT(journal.entries(), ElementsAre("config_change 52"));
+TEST_F(EventLoopTest, WithoutAFeedOrWithoutABusTheOtherIsListenedTo) {
+    for (bool const with_bus : {true, false}) {
+        EventFlags told;
+        std::ignore = told.serving.raise();
+        bus.push(ipc::sync_event);
+        feed.push({52});
+        service.answer = [&](auto const&) { return told.finished.raise(); };
+        EventLoop{service, ctx, logger, with_bus ? &bus : nullptr, with_bus ? nullptr : &feed, told}.run();
+    }
+    EXPECT_THAT(journal.entries(), ElementsAre("sync", "config_change 52"));
 }
 
 } // namespace

@@ -16,7 +16,7 @@
 #include "fakes.hpp"
 #include "kit/fake_logger.hpp"
 #include "kit/matchers.hpp"
-#include "service_run.hpp"
+#include "timing.hpp"
 
 namespace xpon::service {
 namespace {
@@ -55,11 +55,13 @@ struct LauncherTest : testing::Test {
     std::size_t const threads_before = threads_now();
 
     ServiceLauncher launcher_without_feed() { return {std::move(made), logger, bus, false}; }
-    ServiceRun launcher() { return {std::move(made), logger, bus, std::move(made_feed)}; }
+    ServiceLauncher launcher() {
+        cfgdb::ChangeFeed::offer(std::move(made_feed));
+        return {std::move(made), logger, bus, true};
+    }
 };
 
-template <class Launcher>
-std::future<core::Result<void>> run_elsewhere(Launcher& launcher) {
+std::future<core::Result<void>> run_elsewhere(ServiceLauncher& launcher) {
     return std::async(std::launch::async, [&launcher] { return launcher.run(); });
 }
 

@@ -17,6 +17,9 @@ class ChangeFeed {
     /// The feed prepared by the newest CfgDbWrapper of this process; null if there is none or it was taken.
     static std::unique_ptr<ChangeFeed> take();
 
+    /// Puts a feed where `take` finds it, in the place of the one that is there.
+    static void offer(std::unique_ptr<ChangeFeed> feed);
+
     /// A separate feed of what is committed from now on. The database must exist; permission to read is
     /// enough.
     static core::Result<std::unique_ptr<ChangeFeed>>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <string>
 #include <string_view>
@@ -23,7 +22,7 @@ struct Change {
 /// The author of a change: the user of this process, or behind sudo the user who called it.
 std::string current_author();
 
-class Connection;
+class Session;
 
 /// Collects changes and then writes all of them or none. The last value given for a setting wins. One thread
 /// at a time.
@@ -53,16 +52,8 @@ class Transaction {
     core::Result<std::vector<Change>> commit(std::filesystem::path const& folder = default_folder,
                                              std::string const& author = current_author()) const;
 
-    /// For the library's own use. `before` runs inside the transaction and returns whether to continue;
-    /// `after` adds to the transaction.
-    struct Hooks {
-        // NOLINTBEGIN(readability-redundant-member-init): without them a partial initialiser is a warning
-        std::function<core::Result<bool>(Connection const&)> before = {};
-        std::function<core::Result<void>(Connection const&)> after = {};
-        // NOLINTEND(readability-redundant-member-init)
-    };
-    core::Result<std::vector<Change>> commit(std::filesystem::path const& folder, std::string const& author,
-                                             Hooks const& hooks) const;
+    /// For the library's own use: writes the changes within a session, without its commit. Returns them.
+    core::Result<std::vector<Change>> write(Session& session, std::string const& author) const;
 
   private:
     std::map<Setting const*, Value> wanted;
