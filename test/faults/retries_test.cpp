@@ -85,7 +85,7 @@ TEST_F(Retries, ADiskThatIsFullForTwoDaysCostsNoChange) {
         pass(std::chrono::hours{1});
     }
     EXPECT_GE(lines_with("No space left on device"), 48);
-    EXPECT_EQ(lines_with("config_change of field"), 1) << "told once, however often it is tried";
+    EXPECT_EQ(lines_with("config_change of module.snmp"), 1) << "told once, however often it is tried";
     EXPECT_EQ(contents(snmp.path), before);
 
     std::filesystem::remove(filler);
@@ -94,7 +94,7 @@ TEST_F(Retries, ADiskThatIsFullForTwoDaysCostsNoChange) {
     EXPECT_EQ(contents(snmp.path), before) << "once an hour";
     pass(std::chrono::minutes{31});
     expect_in_step();
-    EXPECT_TRUE(wait_until([this] { return lines_with("config_change of field") == 2; }));
+    EXPECT_TRUE(wait_until([this] { return lines_with("config_change of module.snmp") == 2; }));
     EXPECT_EQ(lines_with(" works again"), 1);
     EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {

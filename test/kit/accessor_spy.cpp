@@ -7,7 +7,6 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "module_list.hpp"
 #include "xpon/cfgdb/modules.hpp"
 #include "xpon/cfgdb/syslog_settings.hpp"
 

@@ -8,7 +8,6 @@
 
 #include <fmt/format.h>
 
-#include "module_list.hpp"
 #include "record.hpp"
 #include "store.hpp"
 #include "xpon/cfgdb/module_table.hpp"

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "module_list.hpp"
-
 namespace xpon::cfgdb {
 
 namespace {
@@ -12,8 +10,7 @@ namespace {
 #define STORED_SUBJECTS(value, Descriptor, Subjects, reader, lookup, field, stem, ...)                       \
     BUILT_IN_SUBJECTS(value, Descriptor, Subjects, lookup, stem, __VA_ARGS__)
 #define BUILT_IN_SUBJECTS(value, Descriptor, Subjects, lookup, stem, ...)                                    \
-    constexpr std::string_view subjects_of_##Descriptor[] = {__VA_ARGS__};                                   \
-    static_assert(sizeof(Descriptor::level) == sizeof(std::uint16_t) * std::size(subjects_of_##Descriptor));
+    constexpr std::string_view subjects_of_##Descriptor[] = {__VA_ARGS__};
 XPON_MODULES(STORED_SUBJECTS, BUILT_IN_SUBJECTS)
 
 #define STORED_ROW(value, Descriptor, Subjects, reader, lookup, field, stem, ...)                            \

@@ -228,6 +228,12 @@ Record const& module_record(Modules_names module) {
     return records()[syslog_records + static_cast<std::size_t>(found - modules().data())];
 }
 
+std::string field_name(std::uint32_t field_id) {
+    auto const record = std::ranges::find(records(), field_id, &Record::field_id);
+    return field_id == 0 || record == records().end() ? fmt::format("field {}", field_id)
+                                                      : record->prefix.substr(0, record->prefix.size() - 1);
+}
+
 void put(Setting const& setting, Value const& value, std::span<std::byte> record) {
     auto const at = record.subspan(setting.offset);
     switch (setting.kind) {

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "xpon/cfgdb/config_change.hpp"
 #include "xpon/cfgdb/modules.hpp"
 #include "xpon/cfgdb/settings.hpp"
 
@@ -21,9 +22,6 @@ struct Record {
     std::span<Setting const* const> by_path; ///< the same in the database's order, bytewise
     std::vector<std::byte> defaults;         ///< the whole record if nothing is stored
 };
-
-/// Field identifiers of the syslog records.
-enum SyslogField : std::uint32_t { file_field = 52, console_field, remote_field, kernel_field, rsh_field };
 
 /// Every setting in the database's order, bytewise by path.
 std::span<Setting const* const> settings_by_path();

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "module_list.hpp"
+#include "xpon/cfgdb/modules.hpp"
 #include "xpon/cfgdb/syslog_settings.hpp"
 
 namespace xpon::cfgdb {

@@ -28,6 +28,15 @@ std::string refused(std::string const& path, std::string const& text, char const
     return path + ": \"" + text + "\" is refused, allowed is " + allowed;
 }
 
+TEST(Settings, AFieldIsNamedByWhatItsSettingsHaveInCommon) {
+    EXPECT_EQ(field_name(54), "syslog.remote");
+    EXPECT_EQ(field_name(56), "syslog.rsh");
+    EXPECT_EQ(field_name(60), "module.fsm_pon");
+    EXPECT_EQ(field_name(69), "module.snmp");
+    EXPECT_EQ(field_name(0), "field 0");
+    EXPECT_EQ(field_name(57), "field 57");
+}
+
 TEST(Settings, SyslogSettingsAreTheseWithTheseDefaultsAndFields) {
     struct Row {
         std::string path;

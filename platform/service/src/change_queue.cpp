@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "core/log.hpp"
+#include "xpon/cfgdb/settings.hpp"
 
 namespace xpon::service {
 
@@ -51,15 +52,21 @@ void ChangeQueue::succeeded() {
             failing.erase(field);
         }
     }
+    if (alone > 0 && --alone == 0 && broken > 0) {
+        core::log(logger, core::log_routine, "config_change of {} fields works again", broken);
+    }
 }
 
 void ChangeQueue::failed(core::ErrorPayload const& error, TimePoint now) {
     if (current.size() == 1) {
+        alone = std::max<std::size_t>(alone, 1) - 1;
+        broken = 0; // it has a line of its own
         retry_later(current.front(), error, now);
         return;
     }
     core::log(logger, core::log_failure, "config_change of {} fields failed: {}", current.size(),
               error.to_string());
+    alone = broken = current.size();
     for (auto change = current.rbegin(); change != current.rend(); ++change) {
         waiting.push_front({*change});
     }
@@ -68,8 +75,13 @@ void ChangeQueue::failed(core::ErrorPayload const& error, TimePoint now) {
 void ChangeQueue::retry_later(Config_change const& change, core::ErrorPayload const& error, TimePoint now) {
     auto field = find(change.field_id);
     if (field == failing.end()) {
+<<<<<<< HEAD
         Retries retries{fmt::format("config_change of field {}", change.field_id), logger};
         field = failing.insert(field, {change, std::move(retries)});
+=======
+        FailureLog log{fmt::format("config_change of {}", cfgdb::field_name(change.field_id)), logger};
+        field = failing.insert(field, {change, std::move(log)});
+>>>>>>> h-outputs
     }
     field->change = change;
     field->error = error.error;

@@ -13,7 +13,8 @@ namespace xpon::service {
 /// Decides what the service is told about changed fields, and when. A handler stops at its first failing
 /// step, so after an error each field of the list is delivered again alone: one bad field must not cost the
 /// others their change. A field that fails alone is retried at longer and longer intervals until it succeeds.
-/// The log tells of each field's failure once for each reason, and that it works again.
+/// The log tells of each field's failure once for each reason, and that it works again; so it does of a list
+/// whose fields all succeed alone.
 class ChangeQueue {
   public:
     using List = std::vector<Config_change>;
@@ -50,6 +51,8 @@ class ChangeQueue {
     std::deque<List> waiting;
     std::vector<Failing> failing; // in the order of their first failure, which decides between equal times
     List current;
+    std::size_t broken = 0; // fields of the last list that failed; 0 once one of them has failed alone
+    std::size_t alone = 0;  // how many of them are still to be delivered
 };
 
 } // namespace xpon::service

@@ -11,6 +11,7 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 using Fields = std::vector<std::uint32_t>;
 
@@ -99,6 +100,8 @@ TEST_F(ChangeQueueTest, AListThatFailedOnlyOnceArrivesFieldByFieldWithoutRetries
     queue.failed(error, now);
     EXPECT_THAT(handle_all(), ElementsAre(Fields{52}, Fields{58}));
     EXPECT_EQ(queue.due(), never);
+    EXPECT_THAT(logger.texts(), ElementsAre(StartsWith("config_change of 2 fields failed: "),
+                                            "config_change of 2 fields works again"));
 }
 
 TEST_F(ChangeQueueTest, AListOfOneThatFailsIsRetriedAfterASecondAndNotAtOnce) {
@@ -161,8 +164,8 @@ TEST_F(ChangeQueueTest, EachReasonIsLoggedOncePerFieldAlsoAfterANewDelivery) {
         queue.add(list({58}));
         handle_all();
     }
-    EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 58 failed: Error: CommonError",
-                                            "config_change of field 58 failed: Error: ErrorCApi"));
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of module.alarmmgr failed: Error: CommonError",
+                                            "config_change of module.alarmmgr failed: Error: ErrorCApi"));
 }
 
 TEST_F(ChangeQueueTest, FieldsWaitIndependentlyAndTheLongestDueComesFirst) {
@@ -199,8 +202,8 @@ TEST_F(ChangeQueueTest, ANewDeliveryThatSucceedsWithOthersEndsTheFailure) {
     queue.add(list({52, 71}));
     EXPECT_THAT(handle_all(), ElementsAre(Fields{52, 71}));
     EXPECT_EQ(queue.due(), never);
-    EXPECT_THAT(logger.texts(), ElementsAre("config_change of field 71 failed: Error: CommonError",
-                                            "config_change of field 71 works again"));
+    EXPECT_THAT(logger.texts(), ElementsAre("config_change of module.sessionmgr failed: Error: CommonError",
+                                            "config_change of module.sessionmgr works again"));
 }
 
 TEST_F(ChangeQueueTest, ANewDeliveryTakesOverTheRetryOfItsFields) {

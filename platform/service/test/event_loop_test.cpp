@@ -227,7 +227,7 @@ TEST_F(EventLoopTest, OneBadNeighbourCostsNoOtherFieldItsChange) {
     EXPECT_THAT(run(), ElementsAre("config_change 52 58 60", "config_change 52", "config_change 58",
                                    "config_change 60"));
     EXPECT_THAT(logger.texts(), ElementsAre("config_change of 3 fields failed: Error: ErrorCApi",
-                                            "config_change of field 58 failed: Error: ErrorCApi"));
+                                            "config_change of module.alarmmgr failed: Error: ErrorCApi"));
 }
 
 TEST_F(EventLoopTest, AFieldThatFailsAloneIsDeliveredAgainASecondLaterAndNotSooner) {
@@ -313,11 +313,12 @@ TEST_F(EventLoopTest, AFieldThatFailsIsToldOnceForEachReasonAndThatItWorksAgain)
     feed.push({71});
     EXPECT_THAT(run(), ElementsAre("config_change 71", "config_change 71", "config_change 71 52",
                                    "config_change 71", "config_change 52", "config_change 71"));
-    EXPECT_THAT(logger.texts(),
-                ElementsAre("config_change of field 71 failed: Error: CommonError. Message: no disk.",
-                            "config_change of 2 fields failed: Error: CommonError. Message: bad neighbour.",
-                            "config_change of field 71 failed: Error: CommonError. Message: no memory.",
-                            "config_change of field 71 works again"));
+    EXPECT_THAT(
+        logger.texts(),
+        ElementsAre("config_change of module.sessionmgr failed: Error: CommonError. Message: no disk.",
+                    "config_change of 2 fields failed: Error: CommonError. Message: bad neighbour.",
+                    "config_change of module.sessionmgr failed: Error: CommonError. Message: no memory.",
+                    "config_change of module.sessionmgr works again"));
 }
 
 TEST_F(EventLoopTest, ASourceThatFailsDoesNotHoldUpTheOther) {

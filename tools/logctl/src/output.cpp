@@ -19,6 +19,7 @@ void print(std::string_view text) {
 }
 
 void tell(std::string_view text) {
+    std::fflush(stdout); // what it says may be about what was printed; `flush_output` reports a failure
     fmt::print(stderr, "logctl: {}\n", text);
 }
 

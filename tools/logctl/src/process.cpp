@@ -8,7 +8,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <poll.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include "core/process.hpp"
 #include "core/reason.hpp"
 #include "core/unique_fd.hpp"
+#include "waiting.hpp"
 
 namespace xpon::logctl {
 
@@ -77,8 +77,7 @@ core::Result<Finished> run_program(std::vector<std::string> const& argv, std::st
         return fail(Error::CommonError, "{}: cannot be run ({})", argv.front(), core::reason_of(error));
     }
     auto const end = core::open_pidfd(pid);
-    pollfd ending{end.get(), POLLIN, 0};
-    bool const ended = poll(&ending, 1, static_cast<int>(limit.count())) > 0;
+    bool const ended = first_readable({end.get()}, std::chrono::steady_clock::now() + limit).has_value();
     if (!ended) {
         kill(-pid, SIGKILL);
     }

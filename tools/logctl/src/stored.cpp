@@ -55,8 +55,7 @@ std::optional<std::string> log_folder_problem(StoredValues const& stored) {
     auto const flaw = cfgdb::log_folder_flaw(folder);
     return flaw
                ? std::optional{*flaw + ", and whoever can replace a file there decides what root's syslog-ng "
-                                       "writes to; use a folder that root alone may write: "
-                                       "logctl set syslog.file.path=FOLDER"}
+                                       "writes to"}
                : std::nullopt;
 }
 

@@ -36,7 +36,7 @@ core::Result<StoredValues> stored_values(std::filesystem::path const& database);
 /// A setting's value as an operator writes it.
 std::string value_of(cfgdb::Setting const& setting, StoredValues const& stored);
 
-/// Why the log file is not safe where it is stored to be, and what to do; nothing if all is well.
+/// Why the log file is not safe in the folder that is set; nothing if it is.
 std::optional<std::string> log_folder_problem(StoredValues const& stored);
 
 } // namespace xpon::logctl

@@ -6,7 +6,6 @@
 
 #include "core/failure.hpp"
 #include "file_text.hpp"
-#include "xpon/cfgdb/transaction.hpp"
 
 namespace xpon::logctl {
 
@@ -28,35 +27,40 @@ core::Result<std::string> Wanted::text(Output const& output) const {
     auto const shells = &output == &syslog_ng ? log_config::shells_in(file_text(syslog_ng.path).value_or(""))
                                               : log_config::OpenShells{};
     auto wanted = log_config::wanted_text(output, database, shells);
-    if (wanted.has_error()) {
-        return unreadable(output.zlog_file == nullptr ? "syslog." : "module.");
-    }
-    return wanted;
+    return wanted.has_value() ? std::move(wanted) : unreadable(output);
 }
 
 core::Result<std::vector<std::string_view>> Wanted::files_with(Modules_names module) const {
     std::vector<std::string_view> names;
-    for (auto const& file : log_config::zlog_files) {
-        auto const modules = log_config::read_modules(file, database);
+    for (auto const& output : log_config::outputs().subspan(2)) {
+        auto const modules = log_config::read_modules(*output.zlog_file, database);
         if (modules.has_error()) {
-            return unreadable("module.");
+            return unreadable(output);
         }
         if (modules.value().contains(module)) {
-            names.emplace_back(file.name);
+            names.push_back(output.name);
         }
     }
     return names;
 }
 
-core::ErrorPayload Wanted::unreadable(std::string_view group) const {
+std::vector<cfgdb::StoredSetting> Wanted::not_allowed(Output const& output) const {
+    auto stored = cfgdb::stored_settings(folder);
+    if (stored.has_error()) {
+        return {};
+    }
+    std::string_view const group = output.zlog_file == nullptr ? "syslog." : "module.";
+    std::erase_if(stored.value(), [group](cfgdb::StoredSetting const& row) {
+        return row.setting == nullptr || row.allowed || !row.path.starts_with(group);
+    });
+    return std::move(stored).value();
+}
+
+core::ErrorPayload Wanted::unreadable(Output const& output) const {
     std::vector<std::string> wrong;
-    if (auto const stored = cfgdb::stored_settings(folder); stored.has_value()) {
-        for (auto const& row : stored.value()) {
-            if (row.setting != nullptr && !row.allowed && row.path.starts_with(group)) {
-                wrong.push_back(fmt::format("{}: {} is stored, allowed is {}", row.path, row.value,
-                                            cfgdb::allowed(row.setting->kind)));
-            }
-        }
+    for (auto const& row : not_allowed(output)) {
+        wrong.push_back(fmt::format("{}: {} is stored, allowed is {}", row.path, row.value,
+                                    cfgdb::allowed(row.setting->kind)));
     }
     constexpr std::size_t enough = 3;
     wrong.resize(std::min(wrong.size(), enough));

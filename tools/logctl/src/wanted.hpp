@@ -7,6 +7,7 @@
 
 #include "commands/command.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/transaction.hpp"
 #include "xpon/log_config/outputs/outputs.hpp"
 
 namespace xpon::logctl {
@@ -23,13 +24,16 @@ class Wanted {
     /// The zlog files that hold rules of this module.
     core::Result<std::vector<std::string_view>> files_with(Modules_names module) const;
 
+    /// The stored settings that are not allowed, of syslog-ng and the kernel or of the modules.
+    std::vector<cfgdb::StoredSetting> not_allowed(log_config::Output const& output) const;
+
   private:
     Wanted(std::filesystem::path in_folder, std::shared_ptr<cfgdb::CfgDbWrapper> opened)
       : folder{std::move(in_folder)}
       , database{std::move(opened)} {}
 
-    /// Which of the settings whose path begins so stand in the way.
-    core::ErrorPayload unreadable(std::string_view group) const;
+    /// Which settings stand in the way.
+    core::ErrorPayload unreadable(log_config::Output const& output) const;
 
     std::filesystem::path folder;
     std::shared_ptr<cfgdb::CfgDbWrapper> database;

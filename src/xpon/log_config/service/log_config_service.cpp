@@ -22,10 +22,8 @@ using service::ServiceMode;
 namespace {
 
 bool is_syslog_field(std::uint32_t field_id) {
-    return field_id == 52 || field_id == 53 || field_id == 54 || field_id == 56;
+    return field_id >= cfgdb::file_field && field_id <= cfgdb::rsh_field;
 }
-
-constexpr std::uint32_t kernel_field = 55;
 
 } // namespace
 
@@ -90,10 +88,10 @@ Result<void> LogConfigService::config_change(ServiceCtx const& /*ctx*/,
     bool kernel_changed = false;
     ModuleChanges module_changes;
     for (auto const& change : changes) {
-        if (is_syslog_field(change.field_id)) {
-            syslog_changed = true;
-        } else if (change.field_id == kernel_field) {
+        if (change.field_id == cfgdb::kernel_field) {
             kernel_changed = true;
+        } else if (is_syslog_field(change.field_id)) {
+            syslog_changed = true;
         } else if (auto const* const field = find_module_field(change.field_id)) {
             std::any descriptor;
             OUTCOME_TRY(c_api_result(*logger, field->read(cfgdb->db(), descriptor, global_row)));

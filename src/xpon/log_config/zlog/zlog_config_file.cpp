@@ -1,6 +1,5 @@
 #include "xpon/log_config/zlog/zlog_config_file.hpp"
 
-#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -15,16 +14,6 @@ using core::Error;
 using core::fail;
 using core::success;
 
-namespace {
-
-std::vector<std::byte> bytes_of(Modules_names module) {
-    auto const number = number_of(module);
-    auto const bytes = std::as_bytes(std::span{&number, 1});
-    return {bytes.begin(), bytes.end()};
-}
-
-} // namespace
-
 ZlogConfigFile::ZlogConfigFile(std::unique_ptr<config_writer::IConfigWriter>&& writer,
                                std::shared_ptr<ILogConfigGenerator> const& generator, Modules_names module,
                                LogModules&& modules, std::shared_ptr<ipc::IIpc> const& ipc)
@@ -33,8 +22,8 @@ ZlogConfigFile::ZlogConfigFile(std::unique_ptr<config_writer::IConfigWriter>&& w
   , modules{std::move(modules)}
   , generator{generator}
   , ipc{ipc}
-  , notification{bytes_of(module)}
-  , notification_header{ipc::everybody, ipc::file_changed_event, ipc::file_changed_reply} {
+  , notification{ipc::payload_of(ipc::FileChange{number_of(module)})}
+  , notification_header{ipc::file_changed_header} {
     if (!write().has_value()) {
         throw std::runtime_error(fmt::format("Failed write config file for module {}", number_of(module)));
     }

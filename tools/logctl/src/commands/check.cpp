@@ -84,7 +84,9 @@ core::Result<Findings> look(Context const& context, bool mends) {
     look_at_rows(stored.rows(), findings.settings);
     look_at_receivers(stored, findings.settings);
     if (auto const problem = log_folder_problem(stored)) {
-        findings.settings.push_back({"syslog.file.path", *problem});
+        findings.settings.push_back(
+            {"syslog.file.path",
+             *problem + "; use a folder that root alone may write: logctl set syslog.file.path=FOLDER"});
     }
     OUTCOME_TRY(wanted, Wanted::open(context));
     auto const text = wanted.text(log_config::syslog_ng_output());

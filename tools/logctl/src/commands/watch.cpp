@@ -1,7 +1,5 @@
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <cstring>
 #include <ctime>
 #include <memory>
@@ -9,14 +7,11 @@
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
-#include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include "commands/command.hpp"
 #include "core/failure.hpp"
-#include "core/unique_fd.hpp"
 #include "output.hpp"
+#include "waiting.hpp"
 #include "xpon/cfgdb/change_feed.hpp"
 #include "xpon/cfgdb/history.hpp"
 #include "xpon/cfgdb/module_table.hpp"
@@ -113,22 +108,16 @@ std::optional<Event> event_of(ipc::Message const& message) {
     return std::nullopt;
 }
 
-/// SIGINT and SIGTERM as something to wait for. Made before any thread, and never undone: the program ends
-/// with it.
-core::UniqueFd stop_signals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return core::UniqueFd{signalfd(-1, &signals, SFD_CLOEXEC)};
-}
-
 class Watch {
   public:
     Watch(Context const& from, Options const& wanted)
       : context{from}
-      , options{wanted} {}
+      , options{wanted} {
+        if (options.timeout) {
+            end = Clock::now() +
+                  std::chrono::ceil<Clock::duration>(std::chrono::duration<double>{*options.timeout});
+        }
+    }
 
     core::Result<void> run() {
         auto const stop = stop_signals();
@@ -140,23 +129,16 @@ class Watch {
         tell(fmt::format("watching {}", context.database.string()));
         OUTCOME_TRY(take_messages());
         while (!done()) {
-            // A negative descriptor would be passed over; the order is that of the handling below.
-            pollfd wanted[] = {
-                {stop.get(), POLLIN, 0}, {feed->fd(), POLLIN, 0}, {bus->receive_fd(), POLLIN, 0}};
-            int const ready = poll(wanted, std::size(wanted), time_left());
-            if (ready < 0 && errno != EINTR) {
-                return core::fail(core::Error::CommonError, "cannot wait ({})", std::strerror(errno));
-            }
-            if (wanted[0].revents != 0) {
+            auto const ready = first_readable({stop.get(), feed->fd(), bus->receive_fd()}, end);
+            if (ready == 0U) {
                 return core::success();
             }
-            if (time_left() == 0) { // also where there is always something to show
+            if (!ready || (end && Clock::now() >= *end)) { // also if there is always something to show
                 return at_timeout();
             }
-            if (wanted[1].revents != 0) {
+            if (ready == 1U) {
                 OUTCOME_TRY(take_changes());
-            }
-            if (wanted[2].revents != 0) {
+            } else {
                 OUTCOME_TRY(take_messages());
             }
         }
@@ -165,15 +147,6 @@ class Watch {
 
   private:
     bool done() const { return options.count && shown >= *options.count; }
-
-    int time_left() const {
-        if (!options.timeout) {
-            return -1;
-        }
-        auto const end = begin + std::chrono::duration<double>{*options.timeout};
-        auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now());
-        return static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000'000));
-    }
 
     core::Result<void> at_timeout() const {
         if (options.count) {
@@ -253,7 +226,7 @@ class Watch {
 
     Context const& context;
     Options const& options;
-    Clock::time_point begin = Clock::now();
+    Until end; // of the watch
     std::unique_ptr<cfgdb::ChangeFeed> feed;
     std::shared_ptr<ipc::IIpc> bus;
     std::int64_t last = 0; // the newest transaction that was shown

@@ -43,6 +43,10 @@ std::span<Setting const> settings();
 /// The setting with exactly this path; null if there is none.
 Setting const* find_setting(std::string_view path);
 
+/// What the settings of a field have in common, such as "syslog.rsh" or "module.snmp"; "field N" if there are
+/// none.
+std::string field_name(std::uint32_t field_id);
+
 /// The settings that match a pattern, in the order of `settings`, at least one. A pattern is a path in which
 /// `*` matches any one component (as the last component, everything below), and `3-16` matches the numbers
 /// from 3 to 16. Fails with `InvalidInputArg`, naming the pattern, what is wrong and the nearest valid names.

@@ -1,9 +1,8 @@
 #pragma once
 
-// The one list of the logging modules. Everything that exists once per module is generated from it: the
-// module table, the settings, and the plain functions that read, default and name.
-
-#include "xpon/cfgdb/modules.hpp"
+// The one list of the logging modules. Everything that exists once per module is generated from it: in
+// modules.hpp the types and the declarations, in src/ the module table, the settings, and the functions that
+// read, default and name.
 
 // STORED(value, descriptor, subjects type, name of reader, name of lookup, field identifier, stem,
 // subjects...) BUILT_IN(value, descriptor, subjects type, name of lookup, stem, subjects...)

@@ -1,0 +1,61 @@
+#include "board/syslog_ng.hpp"
+
+#include <array>
+#include <sstream>
+
+#include "core/failure.hpp"
+#include "number_in.hpp"
+#include "process.hpp"
+
+namespace xpon::logctl {
+
+using core::Error;
+using core::fail;
+
+core::Result<std::string> ask_syslog_ng(std::string const& what, Deadline end) {
+    auto const left = std::chrono::ceil<std::chrono::milliseconds>(end - std::chrono::steady_clock::now());
+    if (left.count() <= 0) {
+        return fail(Error::CommonError, "syslog-ng does not answer");
+    }
+    OUTCOME_TRY(asked, run_program({"syslog-ng-ctl", what}, {}, left));
+    if (asked.status == 0) {
+        return std::move(asked.out);
+    }
+    if (asked.err.find("Permission denied") != std::string::npos) {
+        return fail(Error::NoAccess, "needs root");
+    }
+    return fail(Error::CommonError, "syslog-ng does not run or does not answer");
+}
+
+Statistics statistics_in(std::string const& answer) {
+    // Such as "destination;d_file;;a;processed;12" and
+    // "dst.network;d_network1#0;udp,192.0.2.7:514;a;queued;0"; an "o" instead of the "a" is one that is gone.
+    Statistics statistics;
+    std::istringstream lines{answer};
+    for (std::string line; std::getline(lines, line);) {
+        std::array<std::string, 6> field;
+        std::istringstream fields{line};
+        for (auto& text : field) {
+            std::getline(fields, text, ';');
+        }
+        auto const& [kind, id, instance, state, counter, text] = field;
+        auto const number = number_in<std::uint64_t>(text);
+        bool const total = kind == "destination";
+        if (!number || state != "a" || !(total || kind.starts_with("dst."))) {
+            continue;
+        }
+        auto& counters = statistics[id.substr(0, id.find('#'))];
+        if (total && counter == "processed") {
+            counters.processed = *number;
+        } else if (counter == "written") {
+            counters.written = *number;
+        } else if (counter == "queued") {
+            counters.queued = *number;
+        } else if (counter == "dropped") {
+            counters.dropped = *number;
+        }
+    }
+    return statistics;
+}
+
+} // namespace xpon::logctl

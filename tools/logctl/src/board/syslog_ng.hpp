@@ -1,0 +1,35 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/result.hpp"
+
+namespace xpon::logctl {
+
+/// When an answer is no longer waited for.
+using Deadline = std::chrono::steady_clock::time_point;
+
+/// What syslog-ng answers on its control socket to "config" or "stats". Fails with `NoAccess` if the caller
+/// may not use the socket, else with `CommonError`: syslog-ng does not run, or does not answer in time.
+core::Result<std::string> ask_syslog_ng(std::string const& what, Deadline end);
+
+/// Messages of one destination since syslog-ng started. Files have the first counter only.
+struct Counters {
+    std::optional<std::uint64_t> processed;
+    std::optional<std::uint64_t> written;
+    std::optional<std::uint64_t> queued;
+    std::optional<std::uint64_t> dropped;
+};
+
+/// By the name of the destination in syslog-ng.conf. Those that are gone are left out.
+using Statistics = std::map<std::string, Counters, std::less<>>;
+
+/// The counters in an answer to "stats".
+Statistics statistics_in(std::string const& answer);
+
+} // namespace xpon::logctl

@@ -1,0 +1,103 @@
+#include <ctime>
+
+#include <fmt/format.h>
+
+#include "output.hpp"
+#include "status/report.hpp"
+#include "table.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+Cell state_cell(std::string_view state) {
+    bool const good = state == in_order || state == "sent";
+    return {state, good ? colour::green : state == unknown ? std::string_view{} : colour::red};
+}
+
+std::string state_of(Part const& part) {
+    if (part.works()) {
+        return fmt::format("up since {}, process {}", utc(part.process->since), part.process->pid);
+    }
+    return fmt::format("{}: {}", part.state, text_of(part.notes));
+}
+
+std::string state_of(std::optional<cfgdb::Trial> const& trial) {
+    if (!trial) {
+        return "none";
+    }
+    auto const left = std::max<std::int64_t>(trial->end.seconds - cfgdb::BootInstant::in(0).seconds, 0);
+    return fmt::format("transaction {} by {}, undone in {} min unless confirmed; run: logctl confirm",
+                       trial->number, trial->author, (left + 59) / 60);
+}
+
+void add_board(AddLine const& add, Report const& report) {
+    for (auto const& part : report.parts) {
+        add({part.name, {state_of(part), part.works() ? std::string_view{} : colour::red}});
+    }
+    add({"database",
+         report.database.empty() ? Cell{"readable"} : Cell{text_of(report.database), colour::red}});
+    auto const stalled = report.count(TerminalState::Stalled);
+    add({"terminals",
+         {fmt::format("{} open, {} receiving, {} stalled", report.terminals.size(),
+                      report.count(TerminalState::Receiving), stalled),
+          stalled > 0 ? colour::red : std::string_view{}}});
+    add({"trials", state_of(report.trial)});
+}
+
+void add_outputs(AddLine const& add, std::vector<OutputStatus> const& outputs) {
+    add({"OUTPUT", "WANTED", "WRITTEN", "RUNNING", "REASON"});
+    for (auto const& [output, wanted, written, running, notes] : outputs) {
+        add({output->name, state_cell(wanted), state_cell(written), state_cell(running), text_of(notes)});
+    }
+}
+
+void add_destinations(AddLine const& add, std::vector<DestinationStatus> const& destinations) {
+    auto const number = [](std::optional<std::uint64_t> const& counter) {
+        return counter ? std::to_string(*counter) : "-";
+    };
+    add({"DESTINATION", "TO", "ARRIVING", "MESSAGES", "WRITTEN", "QUEUED", "DROPPED", "REASON"});
+    for (auto const& [name, target, state, counters, notes] : destinations) {
+        add({name, target, state_cell(state), number(counters.processed), number(counters.written),
+             number(counters.queued), number(counters.dropped), text_of(notes)});
+    }
+}
+
+std::string verdict(Report const& report) {
+    if (report.in_step()) {
+        return fmt::format("in step: all {} outputs\n", report.outputs.size());
+    }
+    auto const behind =
+        report.outputs.size() -
+        static_cast<std::size_t>(std::ranges::count_if(report.outputs, &OutputStatus::in_step));
+    auto text = fmt::format("not in step: {} of {} outputs", behind, report.outputs.size());
+    for (auto const& part : report.parts) {
+        text += part.works() ? "" : fmt::format("; {} {}", part.name, part.state);
+    }
+    auto const lost = std::ranges::count(report.destinations, not_arriving, &DestinationStatus::state);
+    text += lost == 0 ? ""
+                      : fmt::format("; {} of {} destinations not arriving", lost, report.destinations.size());
+    return text + (report.count(TerminalState::Stalled) > 0 ? "; a terminal is stalled\n" : "\n");
+}
+
+} // namespace
+
+std::string text_of(std::vector<Note> const& notes) {
+    std::string text;
+    for (auto const& [reason, remedy] : notes) {
+        text += (text.empty() ? "" : "; ") + reason + (remedy.empty() ? "" : "; run: " + remedy);
+    }
+    return text;
+}
+
+std::string to_text(Report const& report, bool coloured) {
+    auto text = aligned([&](auto const& add) { add_board(add, report); }, coloured) + "\n" +
+                aligned([&](auto const& add) { add_outputs(add, report.outputs); }, coloured) + "\n";
+    if (!report.destinations.empty()) {
+        text +=
+            aligned([&](auto const& add) { add_destinations(add, report.destinations); }, coloured) + "\n";
+    }
+    return text + verdict(report);
+}
+
+} // namespace xpon::logctl
