@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <utility>
 
+#include <fmt/format.h>
+
 #include "core/log.hpp"
 #include "xpon/cfgdb/settings.hpp"
 
@@ -75,13 +77,8 @@ void ChangeQueue::failed(core::ErrorPayload const& error, TimePoint now) {
 void ChangeQueue::retry_later(Config_change const& change, core::ErrorPayload const& error, TimePoint now) {
     auto field = find(change.field_id);
     if (field == failing.end()) {
-<<<<<<< HEAD
-        Retries retries{fmt::format("config_change of field {}", change.field_id), logger};
+        Retries retries{fmt::format("config_change of {}", cfgdb::field_name(change.field_id)), logger};
         field = failing.insert(field, {change, std::move(retries)});
-=======
-        FailureLog log{fmt::format("config_change of {}", cfgdb::field_name(change.field_id)), logger};
-        field = failing.insert(field, {change, std::move(log)});
->>>>>>> h-outputs
     }
     field->change = change;
     field->error = error.error;
