@@ -35,10 +35,11 @@ stage() { # NAME COMMAND [ARGS...]
     fi
 }
 
-# Runs ctest in FOLDER. finish repeats the lines about tests that did not pass, since much output can follow them.
+# Runs ctest in FOLDER, with more tests at once than there are processors: they wait more than they compute. finish repeats
+# the lines about tests that did not pass, since much output can follow them.
 run_tests() { # FOLDER [CTEST ARGS...]
     local log=$1/ctest.log
-    if ! ctest --test-dir "$1" --output-on-failure --no-tests=error --parallel "$(nproc)" --output-log "$log" "${@:2}"; then
+    if ! ctest --test-dir "$1" --output-on-failure --no-tests=error --parallel "$((2 * $(nproc)))" --output-log "$log" "${@:2}"; then
         printf '\n== not passed in %s:\n' "$1" >>"$unpassed"
         grep -vE '^\[[A-Z_]*OUTPUT\]|^ *Start +[0-9]+:| Passed +[0-9.]+ sec$|^$' "$log" >>"$unpassed"
         return 1
