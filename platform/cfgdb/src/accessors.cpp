@@ -130,6 +130,7 @@ int init_SyslogNetworkDest(SyslogNetworkDest* out) {
     return fill_defaults(syslog_record(remote_field), out);
 }
 
+// NOLINTBEGIN(bugprone-macro-parentheses): Record is a type
 #define SYSLOG_READER(name, Record)                                                                          \
     int getRunDb_CommonGCfg_logging_syslog_##name(void const* db, Record* out, unsigned short const* key) {  \
         return read_stored(syslog_record(name##_field), db, out, key);                                       \
@@ -139,4 +140,5 @@ SYSLOG_READER(console, SyslogConsoleDest)
 SYSLOG_READER(remote, SyslogNetworkDest)
 SYSLOG_READER(kernel, SyslogKernelDest)
 SYSLOG_READER(rsh, SyslogRshDest)
+// NOLINTEND(bugprone-macro-parentheses)
 }
