@@ -54,7 +54,11 @@ void ChangeQueue::succeeded() {
             failing.erase(field);
         }
     }
-    if (alone > 0 && --alone == 0 && broken > 0) {
+    if (alone == 0) {
+        return;
+    }
+    --alone;
+    if (alone == 0 && broken > 0) {
         core::log(logger, core::log_routine, "config_change of {} fields works again", broken);
     }
 }

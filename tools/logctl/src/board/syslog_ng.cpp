@@ -46,13 +46,13 @@ Statistics statistics_in(std::string const& answer) {
         }
         auto& counters = statistics[id.substr(0, id.find('#'))];
         if (total && counter == "processed") {
-            counters.processed = *number;
+            counters.processed = number;
         } else if (counter == "written") {
-            counters.written = *number;
+            counters.written = number;
         } else if (counter == "queued") {
-            counters.queued = *number;
+            counters.queued = number;
         } else if (counter == "dropped") {
-            counters.dropped = *number;
+            counters.dropped = number;
         }
     }
     return statistics;
