@@ -113,9 +113,8 @@ class Watch {
     Watch(Context const& from, Options const& wanted)
       : context{from}
       , options{wanted} {
-        if (options.timeout) {
-            end = Clock::now() +
-                  std::chrono::ceil<Clock::duration>(std::chrono::duration<double>{*options.timeout});
+        if (auto const timeout = options.timeout) {
+            end = Clock::now() + std::chrono::ceil<Clock::duration>(std::chrono::duration<double>{*timeout});
         }
     }
 

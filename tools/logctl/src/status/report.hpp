@@ -44,7 +44,7 @@ struct OutputStatus {
     std::string wanted{in_order};
     std::string written{in_order};
     std::string running{in_order};
-    std::vector<Note> notes{};
+    std::vector<Note> notes{}; // NOLINT(readability-redundant-member-init): lets callers omit it
 
     bool in_step() const {
         return wanted == in_order && written == in_order && (running == in_order || running == unknown);
@@ -57,7 +57,7 @@ struct DestinationStatus {
     std::string target;
     std::string state; ///< "ok", "sent" (nobody confirms UDP), "not arriving" or "unknown"
     Counters counters;
-    std::vector<Note> notes{};
+    std::vector<Note> notes{}; // NOLINT(readability-redundant-member-init): lets callers omit it
 };
 
 struct Report {
