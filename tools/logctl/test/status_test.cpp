@@ -438,8 +438,8 @@ TEST_P(Troubles, AreNamedAndMendedByTheirRemedy) {
         << '\n'
         << status();
     if (!HasFailure()) {
-        test::report(
-            fmt::format("status: {}\tmade on a board\tnamed, and in step after: {}", trouble.expect, remedy));
+        test::report(fmt::format(
+            "status: {}\tmade on a board\tnamed with its remedy, which makes status green", trouble.name));
     }
 }
 
