@@ -175,7 +175,7 @@ void judge_syslog_ng(OutputStatus& status, std::optional<std::string> const& wri
 void judge_kernel(OutputStatus& status, core::Result<std::string> const& wanted,
                   std::optional<std::string> const& written) {
     status.running = status.written;
-    if (status.written == "differs") {
+    if (status.written == "differs" && written) {
         status.notes.back().reason =
             fmt::format("console level {} is wanted, {} is set", std::stoi(wanted.value()),
                         written->substr(0, written->find_first_of("\t\n")));
@@ -192,7 +192,7 @@ std::optional<std::uint64_t> modification_time(std::string const& path) {
            static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 1'000'000U;
 }
 
-void judge_reader(OutputStatus& status, Facts const& facts) {
+void judge_reader(OutputStatus& status, Modules_names module, Facts const& facts) {
     status.running = unknown;
     auto const written_at = modification_time(status.output->path);
     if (facts.answers.has_error() || !written_at) {
@@ -201,7 +201,7 @@ void judge_reader(OutputStatus& status, Facts const& facts) {
         }
         return; // else said of the broker, or of the file
     }
-    auto const answer = facts.answers.value().find(*status.output->reader);
+    auto const answer = facts.answers.value().find(module);
     if (answer == facts.answers.value().end()) {
         status.notes.push_back({"the module has not answered", ""});
         return;
@@ -244,8 +244,8 @@ OutputStatus judge(Output const& output, Facts const& facts) {
     auto const written = file_text(output.path);
     judge_wanted(status, wanted, facts);
     judge_written(status, wanted, written, facts);
-    if (output.reader) {
-        judge_reader(status, facts);
+    if (auto const reader = output.reader) {
+        judge_reader(status, *reader, facts);
     } else if (&output == &log_config::kernel_output()) {
         judge_kernel(status, wanted, written);
     } else {
@@ -392,8 +392,9 @@ class Destinations {
         if (auto const queue = standing.find(id); queue != standing.end()) {
             status.state = not_arriving;
             status.counters = queue->second;
-            status.notes = {{fmt::format("nobody takes them there: {} messages wait", *queue->second.queued),
-                             fmt::format("logctl reset syslog.remote.{}.address", number)}};
+            status.notes = {
+                {fmt::format("nobody takes them there: {} messages wait", queue->second.queued.value_or(0)),
+                 fmt::format("logctl reset syslog.remote.{}.address", number)}};
         } else {
             status.state = "sent";
         }

@@ -16,8 +16,8 @@ Cell state_cell(std::string_view state) {
 }
 
 std::string state_of(Part const& part) {
-    if (part.works()) {
-        return fmt::format("up since {}, process {}", utc(part.process->since), part.process->pid);
+    if (auto const& process = part.process; process && part.works()) {
+        return fmt::format("up since {}, process {}", utc(process->since), process->pid);
     }
     return fmt::format("{}: {}", part.state, text_of(part.notes));
 }
