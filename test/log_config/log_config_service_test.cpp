@@ -1,6 +1,7 @@
 #include "xpon/log_config/service/log_config_service.hpp"
 
 #include <cerrno>
+#include <latch>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -558,6 +559,36 @@ TEST_F(LogConfigServiceTest, ATerminalThatOpensDuringAChangeDoesNotBringOldSetti
     };
     EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
     EXPECT_THAT(outputs->trace, ElementsAre("terminal", "syslog", "syslog", "terminal", "syslog"));
+    std::vector<int> levels;
+    for (auto const& settings : outputs->settings) {
+        levels.push_back(settings.file.level);
+    }
+    EXPECT_THAT(levels, ElementsAre(5, 4, 5));
+}
+
+TEST_F(LogConfigServiceTest, ATerminalThatOpensWhileAChangeIsBeingAppliedDoesNotBringOldSettingsBack) {
+    auto const service = make_service();
+    std::latch applying{1};
+    std::latch terminal_is_done{1};
+    std::thread event_thread;
+    // The change's settings are in force, but its application has not returned yet when the terminal's old
+    // ones are applied.
+    outputs->answers["terminal"] = [&]() -> Result<void> {
+        outputs->answers.clear();
+        outputs->answers["syslog"] = [&]() -> Result<void> {
+            outputs->answers.clear();
+            applying.count_down();
+            terminal_is_done.wait();
+            return core::success();
+        };
+        store({{"syslog.file.level", "debug"}});
+        event_thread = std::thread{[&] { EXPECT_THAT(change(*service, {52}), IsOk()); }};
+        applying.wait();
+        return core::success();
+    };
+    EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
+    terminal_is_done.count_down();
+    event_thread.join();
     std::vector<int> levels;
     for (auto const& settings : outputs->settings) {
         levels.push_back(settings.file.level);
