@@ -49,13 +49,13 @@ Subcommands:
   status                      Show for each output what is wanted, written and running; status 0 if all is in step
   check                       Check every stored setting, and whether a private syslog-ng starts with the generated text
   history                     Show who changed what, the newest last
-  rollback                    Undo everything after a transaction, as a new one; says what before it does it
+  rollback                    Undo everything after a transaction, in a new one; prints the changes first
   commit-confirm              Change settings now, and undo it by itself unless confirmed in time
   confirm                     Make what commit-confirm has changed permanent
   export                      Print the whole configuration as JSON: every setting that is not at its default
-  import                      Make the configuration what a file from export says: all at once, or nothing
+  import                      Make the configuration equal to a file from export: all at once, or nothing
   backup                      Copy the whole database, history included, to one file
-  restore                     Make the database what a copy says, all at once or not at all; a running daemon follows
+  restore                     Put a copy back in the database: all at once, or nothing; a running daemon follows
   watch                       Show changes and the message bus' notifications and answers as they happen
 
 )"),
