@@ -1,6 +1,7 @@
 #include "xpon/cfgdb/settings.hpp"
 
 #include <algorithm>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -203,6 +204,16 @@ TEST(Values, EverySettingTakesWhatIsAllowedAndRefusesWhatIsNot) {
                         IsError(Error::InvalidInputArg, refused(path, printed(text), allowed_text)))
                 << path << "=" << text;
         }
+    }
+}
+
+TEST(Values, OfEveryKindAreTried) {
+    std::set<Kind> tried;
+    for (auto const& values : value_cases()) {
+        tried.insert(find_setting(values.path)->kind);
+    }
+    for (auto const& setting : settings()) {
+        EXPECT_TRUE(tried.contains(setting.kind)) << setting.path;
     }
 }
 

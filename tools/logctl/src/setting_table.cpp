@@ -1,6 +1,7 @@
 #include "setting_table.hpp"
 
 #include <string_view>
+#include <variant>
 
 #include <nlohmann/json.hpp>
 
@@ -28,9 +29,10 @@ std::string default_of(SettingRow const& row) {
     return cfgdb::to_text(row.setting->kind, row.setting->default_value);
 }
 
-/// Numbers as numbers, so that a program need not take the text apart.
-nlohmann::ordered_json json_value(Kind kind, std::string const& text) {
-    bool const number = kind == Kind::Size || kind == Kind::Port;
+/// Numbers as numbers, so that a program need not take the text apart. Levels have names.
+nlohmann::ordered_json json_value(cfgdb::Setting const& setting, std::string const& text) {
+    bool const number =
+        setting.kind != Kind::Level && std::holds_alternative<std::int64_t>(setting.default_value);
     return number ? nlohmann::ordered_json::parse(text) : nlohmann::ordered_json(text);
 }
 
@@ -54,11 +56,10 @@ std::string to_table(std::vector<SettingRow> const& rows, bool coloured) {
 std::string to_json(std::vector<SettingRow> const& rows) {
     auto all = nlohmann::ordered_json::array();
     for (auto const& row : rows) {
-        auto const kind = row.setting->kind;
         all.push_back(
             {{"path", row.setting->path},
-             {"value", row.allowed ? json_value(kind, row.value) : nlohmann::ordered_json(row.value)},
-             {"default", json_value(kind, default_of(row))},
+             {"value", row.allowed ? json_value(*row.setting, row.value) : nlohmann::ordered_json(row.value)},
+             {"default", json_value(*row.setting, default_of(row))},
              {"stored", name_of(row.source)},
              {"allowed", row.allowed}});
     }
