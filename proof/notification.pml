@@ -126,7 +126,7 @@ end_waiting:
 #endif
         }
 #endif
-    :: d_step { to_read & self -> 
+    :: d_step { to_read & self ->
             to_read = to_read & ~self; up_to_date = up_to_date | self; untold = untold & ~self }
     od
 }

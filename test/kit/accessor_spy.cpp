@@ -76,8 +76,14 @@ void AccessorSpy::answer(std::string const& function, std::string const& name) {
     answers[known(function)] = name;
 }
 
+void AccessorSpy::run_before(std::string const& function, std::function<void()> act) {
+    std::lock_guard const lock{mutex};
+    acts[known(function)] = std::move(act);
+}
+
 void AccessorSpy::clear() {
     std::lock_guard const lock{mutex};
+    acts.clear();
     failures.clear();
     exceptions.clear();
     answers.clear();
@@ -105,7 +111,12 @@ int AccessorSpy::intercept(char const* function) {
     if (active == nullptr) {
         return 0;
     }
-    std::lock_guard const lock{active->mutex};
+    std::unique_lock lock{active->mutex};
+    if (auto const act = active->acts.extract(function)) {
+        lock.unlock();
+        act.mapped()();
+        lock.lock();
+    }
     active->called.emplace_back(function);
     if (auto const thrown = active->exceptions.find(function); thrown != active->exceptions.end()) {
         if (thrown->second.empty()) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -25,6 +26,8 @@ class AccessorSpy {
     void make_throw(std::string const& function, std::string const& text);
     /// From now on `function`, one of those that name something, says this.
     void answer(std::string const& function, std::string const& name);
+    /// At the next call of `function`, `act` runs first. It may call the watched functions, too.
+    void run_before(std::string const& function, std::function<void()> act);
     void clear();
 
     /// The names of the functions called so far, in order.
@@ -60,6 +63,7 @@ class AccessorSpy {
     std::map<std::string, Failure> failures;
     std::map<std::string, std::string> exceptions;
     std::map<std::string, std::string> answers;
+    std::map<std::string, std::function<void()>> acts;
     std::vector<std::string> called;
 };
 

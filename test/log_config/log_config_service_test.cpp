@@ -566,6 +566,18 @@ TEST_F(LogConfigServiceTest, ATerminalThatOpensDuringAChangeDoesNotBringOldSetti
     EXPECT_THAT(levels, ElementsAre(5, 4, 5));
 }
 
+TEST_F(LogConfigServiceTest, ATerminalWhoseSettingsAreReadDuringAChangeDoesNotBringOldSettingsBack) {
+    auto const service = make_service();
+    // The terminal has read the receivers, but not the file's level, when a change of both is applied.
+    spy.run_before(accessor("syslog_file"), [&] {
+        store({{"syslog.remote.level", "debug"}, {"syslog.file.level", "debug"}});
+        EXPECT_THAT(change(*service, {52, 54}), IsOk());
+    });
+    EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
+    EXPECT_THAT(outputs->trace, ElementsAre("syslog", "terminal", "syslog", "terminal", "syslog"));
+    EXPECT_EQ(outputs->settings.back().remote.level, 5);
+}
+
 TEST_F(LogConfigServiceTest, ATerminalThatOpensWhileAChangeIsBeingAppliedDoesNotBringOldSettingsBack) {
     auto const service = make_service();
     std::latch applying{1};
