@@ -366,7 +366,7 @@ class Troubles : public Status, public testing::WithParamInterface<Trouble> {
     }
     void stop_reading_a_terminal() {
         terminal = std::make_unique<test::ChildProcess>(
-            test::Command{.argv = {"script", "--quiet", "--command", "sleep 1000", "/dev/null"}});
+            test::Command{.argv = {"script", "--quiet", "--command", "exec sleep 1000", "/dev/null"}});
         ASSERT_TRUE(test::wait_until([&] { return status().find(" 1 receiving") != std::string::npos; }));
         core::UniqueFd const side_door{open("/dev/pts/0", O_RDWR | O_NOCTTY | O_CLOEXEC)};
         ASSERT_EQ(tcflow(side_door.get(), TCOOFF), 0); // as Ctrl-S does
