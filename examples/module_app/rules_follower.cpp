@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "core/failure.hpp"
@@ -20,6 +21,16 @@ namespace {
 /// The error number that says best why the file could not be used.
 std::uint32_t reason_to_refuse(std::filesystem::path const& file) {
     return static_cast<std::uint32_t>(access(file.c_str(), R_OK) == 0 ? EINVAL : errno);
+}
+
+/// When the file last changed, in milliseconds since the epoch; 0 if it is not there.
+std::uint64_t last_change(std::filesystem::path const& file) {
+    struct stat status{};
+    if (stat(file.c_str(), &status) != 0) {
+        return 0;
+    }
+    return static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1000U +
+           static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 1'000'000U;
 }
 
 } // namespace
@@ -60,6 +71,9 @@ bool RulesFollower::concerns_us(ipc::Message const& message) const {
 }
 
 Result<void> RulesFollower::reload_and_answer() {
+    // Said before it is read: whoever replaces the file meanwhile sees that the answer is not about theirs.
+    OUTCOME_TRY(bus.send({ipc::everybody, ipc::file_read_event, 0},
+                         ipc::payload_of(ipc::FileRead{.module = module, .changed = last_change(file)})));
     ipc::FileAnswer answer{.module = module, .status = 0};
     if (auto const reloaded = rules->reload(); reloaded.has_error()) {
         answer.status = reason_to_refuse(file);

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <ctime>
 #include <ranges>
-#include <set>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -140,21 +139,35 @@ constexpr char const* prune = R"(
                                             (SELECT ifnull(min(number), 1 << 62) FROM trial) - 1);
 )";
 
+/// Settings come in the order of their table, where those of one field stand together.
+void add_field(Setting const& setting, std::vector<std::uint32_t>& fields) {
+    if (fields.empty() || fields.back() != setting.field_id) {
+        fields.push_back(setting.field_id);
+    }
+}
+
+core::Result<void> enter_in_journal(Connection const& connection, std::span<std::uint32_t const> fields) {
+    OUTCOME_TRY(note, connection.prepare("INSERT INTO journal(field_id, at) VALUES(?1, ?2)"));
+    std::int64_t const now = std::time(nullptr);
+    for (auto const field : fields) {
+        OUTCOME_TRY(connection.change(note, std::int64_t{field}, now));
+    }
+    return core::success();
+}
+
 core::Result<void> record_changes(Connection const& connection, std::vector<Change> const& changes,
                                   std::string_view author) {
-    OUTCOME_TRY(note, connection.prepare("INSERT INTO journal(field_id, at) VALUES(?1, ?2)"));
     OUTCOME_TRY(remember, connection.prepare("INSERT INTO history(number, at, author, path, old, new) "
                                              "VALUES(?1, ?2, ?3, ?4, ?5, ?6)"));
     OUTCOME_TRY(newest, connection.number("SELECT max(number) FROM history"));
     std::int64_t const now = std::time(nullptr);
-    std::set<std::uint32_t> noted;
+    std::vector<std::uint32_t> fields;
     for (auto const& [setting, old_value, new_value] : changes) {
-        if (noted.insert(setting->field_id).second) {
-            OUTCOME_TRY(connection.change(note, std::int64_t{setting->field_id}, now));
-        }
+        add_field(*setting, fields);
         OUTCOME_TRY(connection.change(remember, newest + 1, now, author, std::string_view{setting->path},
                                       std::string_view{old_value}, std::string_view{new_value}));
     }
+    OUTCOME_TRY(enter_in_journal(connection, fields));
     return connection.execute(prune);
 }
 
@@ -225,6 +238,22 @@ core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path cons
         OUTCOME_TRY(session->commit());
     }
     return std::move(changes);
+}
+
+std::vector<std::uint32_t> Transaction::fields() const {
+    std::vector<std::uint32_t> fields;
+    for (auto const& [setting, value] : wanted) {
+        add_field(*setting, fields);
+    }
+    return fields;
+}
+
+core::Result<void> deliver_again(std::span<std::uint32_t const> fields, std::filesystem::path const& folder) {
+    OUTCOME_TRY(session, Session::begin(folder));
+    OUTCOME_TRY(session->prepare_to_write());
+    OUTCOME_TRY(enter_in_journal(session->connection(), fields));
+    OUTCOME_TRY(session->connection().execute(prune));
+    return session->commit();
 }
 
 core::Result<std::vector<StoredSetting>> stored_settings(std::filesystem::path const& folder) {

@@ -15,6 +15,7 @@
 #include "readers.hpp"
 #include "support.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/history.hpp"
 
 namespace xpon::cfgdb {
 namespace {
@@ -123,6 +124,19 @@ TEST_F(Feed, PiledUpChangesComeAsOneListOldestFirstEachFieldOnce) {
     EXPECT_THAT(next(*feed), ElementsAre("53:1", "59:2", "63:3", "52:5"));
     change(folder, {{"syslog.console.level", "debug"}});
     EXPECT_THAT(next(*feed), ElementsAre("53:7"));
+}
+
+TEST_F(Feed, HandsOutAgainWhatIsToBeDeliveredAgain) {
+    auto const transaction =
+        wish({{"module.dna.*", "debug"}, {"syslog.file.level", "notice"}, {"syslog.file.size", "70000"}});
+    EXPECT_THAT(transaction.fields(), ElementsAre(file_field, 59U));
+    auto const before = stored();
+    EXPECT_THAT(deliver_again(transaction.fields(), folder), IsOk());
+    EXPECT_THAT(heard(), ElementsAre("52:1", "59:2"));
+    EXPECT_EQ(stored(), before);
+    EXPECT_THAT(history(folder).value(), IsEmpty());
+    EXPECT_THAT(deliver_again({}, folder), IsOk());
+    EXPECT_THAT(next(*feed), IsEmpty());
 }
 
 TEST_F(Feed, IsNotWokenByATransactionThatChangesNothing) {

@@ -15,6 +15,10 @@ std::optional<std::vector<std::byte>> LastAnswers::take(std::span<std::byte cons
         if (auto const answer = record_in<FileAnswer>(payload)) {
             remember(*answer, time);
         }
+    } else if (header.event == file_read_event) {
+        if (auto const read = record_in<FileRead>(payload)) {
+            announce(*read);
+        }
     } else if (header.event == last_answers_query && header.reply != 0) {
         if (auto const query = record_in<LastAnswersQuery>(payload)) {
             return report(*query, header.reply);
@@ -23,8 +27,15 @@ std::optional<std::vector<std::byte>> LastAnswers::take(std::span<std::byte cons
     return std::nullopt;
 }
 
+void LastAnswers::announce(FileRead const& read) {
+    if (changes.size() < capacity || changes.contains(read.module)) {
+        changes[read.module] = read.changed;
+    }
+}
+
 void LastAnswers::remember(FileAnswer const& answer, std::uint64_t time) {
-    answers[answer.module] = {answer.module, answer.status, time};
+    auto const read = changes.extract(answer.module);
+    answers[answer.module] = {answer.module, answer.status, read ? read.mapped() : time};
     if (answers.size() > capacity) {
         answers.erase(
             std::ranges::min_element(answers, {}, [](auto const& entry) { return entry.second.time; }));

@@ -24,9 +24,11 @@ class LastAnswers {
 
   private:
     void remember(FileAnswer const& answer, std::uint64_t time);
+    void announce(FileRead const& read);
     std::vector<std::byte> report(LastAnswersQuery const& query, std::uint16_t event) const;
 
-    std::map<std::uint32_t, LastAnswer> answers; // by module
+    std::map<std::uint32_t, LastAnswer> answers;    // by module
+    std::map<std::uint32_t, std::uint64_t> changes; // of the files that are being read, by module
 };
 
 } // namespace xpon::ipc

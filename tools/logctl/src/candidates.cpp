@@ -54,7 +54,7 @@ Names module_names(std::string const& /*begin*/) {
     return names;
 }
 
-Names previews(std::string const& /*begin*/) {
+Names output_names(std::string const& /*begin*/) {
     Names names;
     for (auto const& output : log_config::outputs()) {
         names.emplace(output.name);

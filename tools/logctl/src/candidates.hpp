@@ -18,6 +18,6 @@ Names assignments(std::string const& begin);
 Names module_names(std::string const& begin);
 
 /// Outputs of which there is a preview.
-Names previews(std::string const& begin);
+Names output_names(std::string const& begin);
 
 } // namespace xpon::logctl

@@ -34,9 +34,11 @@ constexpr Command commands[] = {
     {"show", "Show settings: path, value, default, where it is stored", show_command, paths},
     {"set", "Change settings: all of them at once, or none", set_command, assignments},
     {"reset", "Put settings back to their defaults: all at once, or none", reset_command, settable_paths},
+    {"apply", "Have the daemon write, reload and tell again, without any change in the settings",
+     apply_command, output_names},
     {"modules", "Show the modules: value, stem, files, subjects, levels", modules_command, module_names},
     {"preview", "Show the text that the daemon would write, whether it runs or not", preview_command,
-     previews},
+     output_names},
     {"status", "Show for each output what is wanted, written and running; status 0 if all is in step",
      status_command},
     {"check", "Check every stored setting, and whether a private syslog-ng starts with the generated text",
@@ -67,6 +69,14 @@ void add_options(CLI::App const& app, Names& to) {
     }
 }
 
+/// Writes "--wait[=SECONDS]", without a blank between.
+struct HelpFormat : CLI::Formatter {
+    std::string make_option_opts(CLI::Option const* option) const override {
+        auto text = Formatter::make_option_opts(option);
+        return text.starts_with(" [=") ? text.substr(1) : text;
+    }
+};
+
 /// What may stand in the place of the last word.
 Names candidates(CLI::App const& program, std::span<std::string const> words) {
     std::string const current = words.empty() ? "" : words.back();
@@ -96,6 +106,14 @@ void Arguments::add(Argument const& argument, Value& value) {
     CLI::Option* option = nullptr;
     if constexpr (std::is_same_v<Value, bool>) {
         option = command.add_flag(argument.name, value, argument.help);
+    } else if (std::is_same_v<Value, std::string> && argument.without_value != nullptr) {
+        option = command.add_flag(argument.name, value, argument.help);
+        option->option_text(fmt::format("[={}]", argument.type));
+        option->transform(CLI::Validator{[instead = argument.without_value](std::string& given) {
+                                             given = given == "true" ? instead : given;
+                                             return std::string{};
+                                         },
+                                         ""});
     } else {
         option = command.add_option(argument.name, value, argument.help);
         option->type_name(argument.type);
@@ -130,6 +148,7 @@ int run(int argc, char** argv) {
     std::signal(SIGCHLD, SIG_DFL);
 
     CLI::App program{"Shows and changes the board's log settings, whether the daemon runs or not.", "logctl"};
+    program.formatter(std::make_shared<HelpFormat>());
     program.set_version_flag("--version", "logctl " LOGCTL_VERSION);
     program.require_subcommand(0, 1);
     program.fallthrough(); // the global options may also stand behind the command

@@ -1,17 +1,36 @@
 #include "wanted.hpp"
 
 #include <algorithm>
+#include <set>
 
 #include <fmt/format.h>
 
 #include "core/failure.hpp"
 #include "file_text.hpp"
+#include "xpon/cfgdb/nearest.hpp"
+#include "xpon/cfgdb/printable.hpp"
+#include "xpon/log_config/outputs/read_syslog_settings.hpp"
+#include "xpon/log_config/zlog_files/module_fields.hpp"
 
 namespace xpon::logctl {
 
 using core::Error;
 using core::fail;
 using log_config::Output;
+
+core::Result<Output const*> output_of_name(std::string const& name) {
+    if (auto const* const output = log_config::find_output(name)) {
+        return output;
+    }
+    std::vector<std::string> names;
+    for (auto const& output : log_config::outputs()) {
+        names.emplace_back(output.name);
+    }
+    constexpr std::string_view ending = ".conf";
+    auto const near = cfgdb::nearest(name.ends_with(ending) ? name : name + std::string{ending}, names);
+    return fail(Error::InvalidInputArg, "{}: no such output; {}: {}", cfgdb::printable(name),
+                near.empty() ? "there are" : "nearest", fmt::join(near.empty() ? names : near, ", "));
+}
 
 core::Result<Wanted> Wanted::open(Context const& context) {
     try {
@@ -30,18 +49,33 @@ core::Result<std::string> Wanted::text(Output const& output) const {
     return wanted.has_value() ? std::move(wanted) : unreadable(output);
 }
 
-core::Result<std::vector<std::string_view>> Wanted::files_with(Modules_names module) const {
-    std::vector<std::string_view> names;
+core::Result<Outputs> Wanted::files_with(Modules_names module) const {
+    Outputs files;
     for (auto const& output : log_config::outputs().subspan(2)) {
         auto const modules = log_config::read_modules(*output.zlog_file, database);
         if (modules.has_error()) {
             return unreadable(output);
         }
         if (modules.value().contains(module)) {
-            names.push_back(output.name);
+            files.push_back(&output);
         }
     }
-    return names;
+    return files;
+}
+
+core::Result<Outputs> Wanted::outputs_with(std::span<std::uint32_t const> fields) const {
+    std::set<Output const*> found; // in the order of their table
+    for (auto const field : fields) {
+        if (field == cfgdb::kernel_field) {
+            found.insert(&log_config::kernel_output());
+        } else if (log_config::is_syslog_field(field)) {
+            found.insert(&log_config::syslog_ng_output());
+        } else if (auto const* const of_module = log_config::find_module_field(field)) {
+            OUTCOME_TRY(files, files_with(of_module->module));
+            found.insert(files.begin(), files.end());
+        }
+    }
+    return Outputs{found.begin(), found.end()};
 }
 
 std::vector<cfgdb::StoredSetting> Wanted::not_allowed(Output const& output) const {

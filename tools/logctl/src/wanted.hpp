@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,12 @@
 #include "xpon/log_config/outputs/outputs.hpp"
 
 namespace xpon::logctl {
+
+/// Some of the outputs.
+using Outputs = std::vector<log_config::Output const*>;
+
+/// The output of this name, ".conf" or not. Fails with `InvalidInputArg`, naming the nearest.
+core::Result<log_config::Output const*> output_of_name(std::string const& name);
 
 /// What the database asks of the outputs. An error names the settings that stand in the way.
 class Wanted {
@@ -22,7 +29,10 @@ class Wanted {
     core::Result<std::string> text(log_config::Output const& output) const;
 
     /// The zlog files that hold rules of this module.
-    core::Result<std::vector<std::string_view>> files_with(Modules_names module) const;
+    core::Result<Outputs> files_with(Modules_names module) const;
+
+    /// The outputs that hold settings of these fields.
+    core::Result<Outputs> outputs_with(std::span<std::uint32_t const> fields) const;
 
     /// The stored settings that are not allowed, of syslog-ng and the kernel or of the modules.
     std::vector<cfgdb::StoredSetting> not_allowed(log_config::Output const& output) const;

@@ -44,6 +44,7 @@ Subcommands:
   show                        Show settings: path, value, default, where it is stored
   set                         Change settings: all of them at once, or none
   reset                       Put settings back to their defaults: all at once, or none
+  apply                       Have the daemon write, reload and tell again, without any change in the settings
   modules                     Show the modules: value, stem, files, subjects, levels
   preview                     Show the text that the daemon would write, whether it runs or not
   status                      Show for each output what is wanted, written and running; status 0 if all is in step
@@ -60,8 +61,9 @@ Subcommands:
 
 )"),
                                                ""}));
-    for (auto const* command : {"show", "set", "reset", "modules", "preview", "status", "check", "history",
-                                "rollback", "commit-confirm", "confirm", "export", "import", "watch"}) {
+    for (auto const* command :
+         {"show", "set", "reset", "apply", "modules", "preview", "status", "check", "history", "rollback",
+          "commit-confirm", "confirm", "export", "import", "watch"}) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));

@@ -7,13 +7,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "integration/board.hpp"
 #include "integration/terminal.hpp"
-#include "kit/ipc_ready.hpp"
 #include "kit/report.hpp"
-#include "logctl.hpp"
-#include "xpon/ipc/file_events.hpp"
-#include "xpon/ipc/zmq_ipc.hpp"
+#include "operated_board.hpp"
 #include "xpon/log_config/zlog_files/config_files.hpp"
 
 namespace xpon::logctl {
@@ -21,58 +17,7 @@ namespace {
 
 using testing::HasSubstr;
 
-class Status : public test::Board {
-  protected:
-    void start_board() {
-        start_journald();
-        start_syslog_ng();
-        start_broker();
-        start_daemon();
-        // READY=1 comes before the first pass; once that has ended, terminals are followed and changes
-        // delivered.
-        set({{"module.snmp.TRAP", "debug"}});
-        ASSERT_TRUE(test::wait_until([&] { return logctl.run({"status"}).status == 0; })) << status();
-    }
-
-    /// What it prints, without times.
-    std::string status_as_printed() const { return without_times(logctl.run({"status"}).out); }
-
-    /// Without what else differs from run to run.
-    std::string status() const {
-        static std::regex const process{R"(process \d+)"};
-        return std::regex_replace(status_as_printed(), process, "process PID");
-    }
-
-    static void shell(std::string const& command) {
-        test::ChildProcess process{{.argv = {"sh", "-c", command}}};
-        EXPECT_EQ(process.wait(), 0) << command;
-    }
-
-    /// The line about one output, or what begins so below the outputs.
-    std::string line(std::string const& output) const { return line_in(status(), output); }
-
-    static std::string line_in(std::string const& all, std::string const& output) {
-        auto const begin = all.find("\n" + output + " ", all.find("\nOUTPUT ")) + 1;
-        return begin == 0 ? "" : all.substr(begin, all.find('\n', begin) - begin);
-    }
-
-    bool wait_for_line(std::string const& output, std::string const& expected) const {
-        return test::wait_until([&] { return line(output) == expected; });
-    }
-
-    void answer(std::uint32_t module, std::uint32_t status_of_module) {
-        if (!bus) {
-            bus = ipc::make_zmq_ipc(ipc::any_address, "TEST");
-            ASSERT_TRUE(test::wait_connected(*bus));
-        }
-        EXPECT_THAT(bus->send({ipc::everybody, ipc::file_changed_reply, 0},
-                              ipc::payload_of(ipc::FileAnswer{module, status_of_module})),
-                    test::IsOk());
-    }
-
-    Logctl logctl;
-    std::shared_ptr<ipc::IIpc> bus;
-};
+using Status = OperatedBoard;
 
 /// The lines of all zlog files, each in the same state.
 std::string zlog_lines(std::string const& state) {
@@ -235,15 +180,15 @@ TEST_F(Status, OfAModuleIsItsLastAnswer) {
     EXPECT_EQ(line("SNMP.conf"), "SNMP.conf              ok      ok       ok");
     EXPECT_EQ(line("CLI.conf"),
               "CLI.conf               ok      ok       failed   the module answered: No such "
-              "file or directory; run: systemctl restart ipc-broker");
+              "file or directory; run: logctl apply CLI.conf");
     answer(13, 0);
     ASSERT_TRUE(wait_for_line("CLI.conf", "CLI.conf               ok      ok       ok"));
     EXPECT_EQ(logctl.run({"status"}).status, 0);
 
     set({{"module.netserve.SELF", "debug"}});
-    ASSERT_TRUE(wait_for_line("NETSERVE.conf",
-                              "NETSERVE.conf          ok      ok       stale    the module last answered at "
-                              "TIME, before the file was written; run: systemctl restart ipc-broker"));
+    ASSERT_TRUE(wait_for_line(
+        "NETSERVE.conf", "NETSERVE.conf          ok      ok       stale    the module knows the file as of "
+                         "TIME, before it was last written; run: logctl apply NETSERVE.conf"));
     EXPECT_EQ(logctl.run({"status"}).status, 1);
     answer(43, 0);
     ASSERT_TRUE(wait_for_line("NETSERVE.conf", "NETSERVE.conf          ok      ok       ok"));
@@ -342,12 +287,14 @@ class Troubles : public Status, public testing::WithParamInterface<Trouble> {
         shell("syslog-ng-ctl reload");
         test::write_file(syslog_ng_conf, generated);
     }
-    void let_an_answer_grow_old() {
-        answer(9, 0);
-        ASSERT_TRUE(wait_for_line("SNMP.conf", "SNMP.conf              ok      ok       ok"));
-        set({{"module.snmp.TRAP", "error"}});
+    void replace_a_file_unseen() {
+        start_module();
+        shell("cd /etc/zlog_modules_config && cp SNMP.conf new && mv new SNMP.conf");
     }
-    void let_a_module_fail() { answer(9, ENOENT); }
+    void let_a_module_fail() {
+        start_module();
+        answer(9, ENOENT);
+    }
     void make_the_log_folder_read_only() {
         std::filesystem::create_directories("/run/own/log");
         set({{"syslog.file.path", "/run/own/log/"}});
@@ -455,13 +402,13 @@ constexpr Trouble troubles[] = {
 
     {"WantedInvalid",    &Troubles::store_a_level_that_is_not_allowed, "syslog-ng  ", "  invalid  unknown  ok       syslog.rsh.level: 9 is stored, allowed is critical, error, warning, notice, info or debug (0 to 5); run: logctl reset syslog.rsh.level"},
     {"WantedUnsafe",     &Troubles::open_the_log_folder_to_all, "syslog-ng  ", "  unsafe  "},
-    {"WrittenMissing",   &Troubles::remove_a_file,       "SNMP.conf", "  ok      missing  unknown  /etc/zlog_modules_config/SNMP.conf is missing; run: systemctl restart log-config"},
-    {"WrittenDiffers",   &Troubles::edit_a_file,         "SNMP.conf", "  ok      differs  unknown  /etc/zlog_modules_config/SNMP.conf is not what the settings ask for; run: systemctl restart log-config"},
+    {"WrittenMissing",   &Troubles::remove_a_file,       "SNMP.conf", "  ok      missing  unknown  /etc/zlog_modules_config/SNMP.conf is missing; run: logctl apply SNMP.conf"},
+    {"WrittenDiffers",   &Troubles::edit_a_file,         "SNMP.conf", "  ok      differs  unknown  /etc/zlog_modules_config/SNMP.conf is not what the settings ask for; run: logctl apply SNMP.conf"},
     {"RestartNeeded",    &Troubles::change_the_session_manager, "SESSIONMGR.conf", "  ok      restart needed  unknown  the daemon writes this file when it starts, not before; run: systemctl restart log-config"},
-    {"KernelDiffers",    &Troubles::change_the_console_level, "kernel", "  ok      differs  differs  console level 4 is wanted, 7 is set; run: systemctl restart log-config"},
-    {"RunningDiffers",   &Troubles::edit_and_load_another_configuration, "syslog-ng  ", "  ok      ok       differs  syslog-ng runs another configuration than the file holds; run: syslog-ng-ctl reload"},
-    {"RunningStale",     &Troubles::let_an_answer_grow_old, "SNMP.conf", "  ok      ok       stale    the module last answered at TIME, before the file was written; run: systemctl restart ipc-broker"},
-    {"RunningFailed",    &Troubles::let_a_module_fail,   "SNMP.conf", "  ok      ok       failed   the module answered: No such file or directory; run: systemctl restart ipc-broker"},
+    {"KernelDiffers",    &Troubles::change_the_console_level, "kernel", "  ok      differs  differs  console level 4 is wanted, 7 is set; run: logctl apply kernel"},
+    {"RunningDiffers",   &Troubles::edit_and_load_another_configuration, "syslog-ng  ", "  ok      ok       differs  syslog-ng runs another configuration than the file holds; run: logctl apply syslog-ng"},
+    {"RunningStale",     &Troubles::replace_a_file_unseen, "SNMP.conf", "  ok      ok       stale    the module knows the file as of TIME, before it was last written; run: logctl apply SNMP.conf"},
+    {"RunningFailed",    &Troubles::let_a_module_fail,   "SNMP.conf", "  ok      ok       failed   the module answered: No such file or directory; run: logctl apply SNMP.conf"},
 
     {"LogFileGone",      &Troubles::make_the_log_folder_read_only, "file", "/run/own/log/system.log.1 is not there, though "},
     {"FolderInItsPlace", &Troubles::put_a_folder_in_its_place, "file", "/var/log/system.log.1 is a folder; run: mv /var/log/system.log.1 /var/log/system.log.1.aside && syslog-ng-ctl reload"},
@@ -485,20 +432,17 @@ TEST_F(Status, ListsATrialThatIsNotConfirmed) {
 
 TEST_F(Status, OfAHealthyBoardIsGoodForThoseWhoMayNotSeeAll) {
     start_board();
-    if (chown("/run/xpon/ipc", static_cast<uid_t>(-1), 4242) != 0) {
+    EXPECT_EQ(logctl.run({"status"}).status, 0);
+    if (!become_member()) {
         GTEST_SKIP() << "an ordinary user has no group to give files to";
     }
-    shell("chgrp -R 4242 /run/xpon /var/lib/xpon && chmod g+rwX -R /run/xpon /var/lib/xpon");
-    Logctl member;
-    member.prefix = {"setpriv", "--reuid", "1234", "--regid", "1234", "--groups", "4242"};
-    auto const seen = member.run({"status"});
+    auto const seen = logctl.run({"status"});
     EXPECT_EQ(seen.status, 0) << seen.out << seen.err;
     EXPECT_THAT(line_in(seen.out, "syslog-ng "),
                 HasSubstr("  ok      ok       unknown  needs root; run: sudo logctl status"));
     EXPECT_THAT(
         line_in(seen.out, "file"),
         HasSubstr("  unknown   -         -        -       -        needs root; run: sudo logctl status"));
-    EXPECT_EQ(logctl.run({"status"}).status, 0);
 }
 
 TEST_F(Status, WatchNeedsATerminal) {

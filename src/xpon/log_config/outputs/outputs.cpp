@@ -20,11 +20,15 @@ namespace {
 constexpr std::string_view ending = ".conf";
 
 std::array<Output, output_count> make_outputs() {
-    std::array<Output, output_count> all{{{"syslog-ng", syslog_ng_conf, std::nullopt, false, nullptr},
-                                          {"kernel", printk, std::nullopt, false, nullptr}}};
+    std::array<Output, output_count> all{
+        {{"syslog-ng", syslog_ng_conf, std::nullopt, cfgdb::file_field, false, nullptr},
+         {"kernel", printk, std::nullopt, cfgdb::kernel_field, false, nullptr}}};
     std::ranges::transform(zlog_files, all.begin() + 2, [](ConfigFileEntry const& file) {
-        return Output{file.name, zlog_folder + std::string{file.name}, file.module,
-                      !reaches_its_file(file.module), &file};
+        auto const* const stored = find_field_of(file.module);
+        bool const at_start_only = !reaches_its_file(file.module);
+        return Output{file.name,     zlog_folder + std::string{file.name},
+                      file.module,   stored == nullptr || at_start_only ? 0 : stored->field_id,
+                      at_start_only, &file};
     });
     return all;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -19,8 +20,9 @@ struct Output {
     std::string_view name;               ///< as operators call it: "syslog-ng", "kernel", "SNMP.conf"
     std::string path;                    ///< of the file that holds it
     std::optional<Modules_names> reader; ///< the module that is told of a change
-    bool at_start_only;               ///< a changed setting takes effect when the daemon starts, not before
-    ConfigFileEntry const* zlog_file; ///< null for syslog-ng and the kernel
+    std::uint32_t field;                 ///< whose delivery makes the daemon write it; 0 if only a start does
+    bool at_start_only;                  ///< its settings take effect when the daemon starts, not before
+    ConfigFileEntry const* zlog_file;    ///< null for syslog-ng and the kernel
 };
 
 inline constexpr std::size_t output_count = 2 + zlog_files.size();

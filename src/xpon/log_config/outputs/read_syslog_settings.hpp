@@ -1,10 +1,18 @@
 #pragma once
 
+#include <cstdint>
+
 #include "core/result.hpp"
+#include "xpon/cfgdb/config_change.hpp"
 #include "xpon/cfgdb/syslog_settings.hpp"
 #include "xpon/log_config/global_row.hpp"
 
 namespace xpon::log_config {
+
+/// Whether a change of the field is one of the record's, or the kernel's, which is asked for first.
+constexpr bool is_syslog_field(std::uint32_t field_id) {
+    return field_id >= cfgdb::file_field && field_id <= cfgdb::rsh_field;
+}
 
 /// The record as stored, except `kernel`, which holds the default. `check` turns the status of each function
 /// that is called into a `Result<void>`; the first error ends the reading.

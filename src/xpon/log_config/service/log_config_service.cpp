@@ -19,14 +19,6 @@ using core::success;
 using service::ServiceCtx;
 using service::ServiceMode;
 
-namespace {
-
-bool is_syslog_field(std::uint32_t field_id) {
-    return field_id >= cfgdb::file_field && field_id <= cfgdb::rsh_field;
-}
-
-} // namespace
-
 LogConfigService::LogConfigService(std::shared_ptr<core::ILogger> const& logger,
                                    std::shared_ptr<cfgdb::CfgDbWrapper> const& cfgdb,
                                    std::unique_ptr<IKernelConfigurator>&& kernel_configurator,

@@ -45,10 +45,14 @@ ModuleField const* find_module_field(std::uint32_t field_id) {
     return row == module_fields.end() ? nullptr : row;
 }
 
+ModuleField const* find_field_of(Modules_names module) {
+    auto const* const row = std::ranges::find(module_fields, module, &ModuleField::module);
+    return row == module_fields.end() ? nullptr : row;
+}
+
 bool reaches_its_file(Modules_names module) {
-    return std::ranges::none_of(module_fields, [module](ModuleField const& field) {
-        return field.module == module && field.queued_as != module;
-    });
+    auto const* const field = find_field_of(module);
+    return field == nullptr || field->queued_as == module;
 }
 
 } // namespace xpon::log_config

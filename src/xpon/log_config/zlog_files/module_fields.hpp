@@ -20,6 +20,9 @@ struct ModuleField {
 /// The row of a field; null if the field belongs to no module with stored settings.
 ModuleField const* find_module_field(std::uint32_t field_id);
 
+/// The row of a module; null if it has no stored settings.
+ModuleField const* find_field_of(Modules_names module);
+
 /// Whether a change of the module's levels is queued under its own value, so that its file is rewritten. True
 /// for a module without stored settings.
 bool reaches_its_file(Modules_names module);

@@ -1,57 +1,58 @@
-#include "commands/apply.hpp"
-
-#include <algorithm>
+#include <memory>
 
 #include <fmt/format.h>
 
+#include "commands/change.hpp"
+#include "core/failure.hpp"
 #include "output.hpp"
-#include "xpon/log_config/zlog_files/module_fields.hpp"
+#include "wanted.hpp"
 
 namespace xpon::logctl {
 
-void add_apply_options(Arguments& arguments, ApplyOptions& options) {
-    arguments.add({"-v,--verbose", "Say what is changed"}, options.verbose);
-    arguments.add({"--dry-run", "Check everything and say what would be changed, but change nothing"},
-                  options.dry_run);
-}
+namespace {
 
-std::string complaint_about(std::span<std::string const> assignments) {
-    auto const wrong = std::ranges::find_if(
-        assignments, [](auto const& text) { return text.find('=') == std::string::npos; });
-    return wrong == assignments.end() ? "" : fmt::format("PATH=VALUE: \"{}\" is not PATH=VALUE", *wrong);
-}
+struct Options : WaitOptions {
+    std::vector<std::string> names;
+};
 
-core::Result<void> add_assignments(std::span<std::string const> assignments,
-                                   cfgdb::Transaction& transaction) {
-    for (std::string_view const assignment : assignments) {
-        auto const sign = assignment.find('=');
-        OUTCOME_TRY(transaction.set(assignment.substr(0, sign), assignment.substr(sign + 1)));
+/// Of the outputs of these names, or of all that a running daemon writes.
+core::Result<std::vector<std::uint32_t>> fields_of(std::vector<std::string> const& names) {
+    std::vector<std::uint32_t> fields;
+    for (auto const& name : names) {
+        OUTCOME_TRY(output, output_of_name(name));
+        if (output->field == 0) {
+            return core::fail(core::Error::InvalidInputArg,
+                              "{}: the daemon writes it when it starts, not before; run: systemctl restart "
+                              "log-config",
+                              output->name);
+        }
+        fields.push_back(output->field);
     }
-    return core::success();
-}
-
-void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose) {
-    if (verbose) {
-        for (auto const& [setting, old_value, new_value] : changes) {
-            print(fmt::format("{}: {} -> {}\n", setting->path, old_value, new_value));
+    if (names.empty()) {
+        for (auto const& output : log_config::outputs()) {
+            if (output.field != 0) {
+                fields.push_back(output.field);
+            }
         }
     }
-    auto const takes_effect_at_start = [](cfgdb::Change const& change) {
-        auto const* const field = log_config::find_module_field(change.setting->field_id);
-        return field != nullptr && !log_config::reaches_its_file(field->module);
-    };
-    if (std::ranges::any_of(changes, takes_effect_at_start)) {
-        tell("note: a level of the session manager takes effect when the daemon is next restarted, not "
-             "before");
-    }
+    return fields;
 }
 
-core::Result<bool> apply(cfgdb::Transaction const& transaction, Context const& context,
-                         ApplyOptions const& options) {
-    OUTCOME_TRY(changes, options.dry_run ? transaction.preview(context.database)
-                                         : transaction.commit(context.database));
-    tell_changes(changes, options.verbose || options.dry_run);
-    return !changes.empty();
+core::Result<int> apply(Context const& context, Options const& options) {
+    OUTCOME_TRY(fields, fields_of(options.names));
+    OUTCOME_TRY(cfgdb::deliver_again(fields, context.database));
+    return follow(fields, true, context, options);
+}
+
+} // namespace
+
+Action apply_command(Arguments& arguments) {
+    auto const options = std::make_shared<Options>();
+    arguments.add({"OUTPUT", "Such as SNMP.conf, syslog-ng or kernel; without one, all that the daemon "
+                             "writes while it runs"},
+                  options->names);
+    add_wait_option(arguments, *options);
+    return [options](Context const& context) { return apply(context, *options); };
 }
 
 } // namespace xpon::logctl

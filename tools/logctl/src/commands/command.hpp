@@ -34,6 +34,7 @@ struct Argument {
     bool required = false;
     bool hidden = false;                                 ///< from help and completion
     std::optional<std::pair<double, double>> range = {}; ///< of the numbers that are allowed
+    char const* without_value = nullptr; ///< what a text is if the option is given without "=" and a value
     // NOLINTEND(readability-redundant-member-init)
 };
 
@@ -58,6 +59,7 @@ class Arguments {
 // What each command takes and does.
 Action show_command(Arguments& arguments);
 Action set_command(Arguments& arguments);
+Action apply_command(Arguments& arguments);
 Action reset_command(Arguments& arguments);
 Action modules_command(Arguments& arguments);
 Action preview_command(Arguments& arguments);

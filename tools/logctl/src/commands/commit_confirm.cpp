@@ -18,7 +18,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
-#include "commands/apply.hpp"
+#include "commands/change.hpp"
 #include "core/failure.hpp"
 #include "core/unique_fd.hpp"
 #include "output.hpp"
@@ -34,7 +34,7 @@ using cfgdb::BootInstant;
 using core::Error;
 using core::fail;
 
-struct Options : ApplyOptions {
+struct Options : ChangeOptions {
     std::vector<std::string> words;
     bool recover = false;
     std::optional<std::int64_t> guard;
@@ -181,8 +181,7 @@ core::Result<int> commit(Context const& context, Options const& options) {
     cfgdb::Transaction transaction;
     OUTCOME_TRY(add_assignments(std::span{options.words}.subspan(1), transaction));
     if (options.dry_run) {
-        OUTCOME_TRY(apply(transaction, context, options));
-        return 0;
+        return change(transaction, context, options);
     }
     auto const end = BootInstant::in(seconds);
     Alarm alarm{context, end};
@@ -206,7 +205,7 @@ core::Result<int> commit(Context const& context, Options const& options) {
     tell_changes(changes, options.verbose);
     tell(changes.empty() ? "nothing is changed, so there is nothing to confirm"
                          : fmt::format("{} unless you confirm it: logctl confirm", undone_in(end)));
-    return 0;
+    return follow(transaction.fields(), !changes.empty(), context, options);
 }
 
 /// Whether there surely is no trial that ends at that second of this boot.
@@ -300,7 +299,7 @@ Action commit_confirm_command(Arguments& arguments) {
     arguments.add({"MINUTES PATH=VALUE",
                    "How long to wait for logctl confirm, also a part of a minute; then as for set"},
                   options->words);
-    add_apply_options(arguments, *options);
+    add_change_options(arguments, *options);
     // For the timer and the unit that runs before the daemon; for the process in the background.
     arguments.add({.name = "--recover", .help = "", .hidden = true}, options->recover);
     arguments.add({.name = "--guard", .help = "", .hidden = true}, options->guard);

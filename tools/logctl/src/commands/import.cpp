@@ -5,7 +5,7 @@
 
 #include <fmt/format.h>
 
-#include "commands/apply.hpp"
+#include "commands/change.hpp"
 #include "core/failure.hpp"
 #include "output.hpp"
 #include "settings_file.hpp"
@@ -15,7 +15,7 @@ namespace xpon::logctl {
 
 namespace {
 
-struct Options : ApplyOptions {
+struct Options : ChangeOptions {
     std::string file;
     bool merge = false;
     bool changed_exit = false;
@@ -68,8 +68,7 @@ core::Result<int> import(Context const& context, Options const& options) {
         return core::fail(core::Error::InvalidInputArg, "{}: {}", options.file, text_of(assignments.error()));
     }
     OUTCOME_TRY(transaction, transaction_of(assignments.value(), options.merge));
-    OUTCOME_TRY(changed, apply(transaction, context, options));
-    return changed && options.changed_exit ? status_if_changed : 0;
+    return change(transaction, context, options, options.changed_exit ? status_if_changed : 0);
 }
 
 } // namespace
@@ -82,7 +81,7 @@ Action import_command(Arguments& arguments) {
         {"--merge", "Leave the settings that the file does not name as they are, not at their defaults"},
         options->merge);
     arguments.add({"--changed-exit", "Exit with status 2 if something was changed"}, options->changed_exit);
-    add_apply_options(arguments, *options);
+    add_change_options(arguments, *options);
     return [options](Context const& context) { return import(context, *options); };
 }
 

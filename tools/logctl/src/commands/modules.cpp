@@ -59,7 +59,8 @@ core::Result<std::vector<Row>> rows_of(std::vector<cfgdb::Module const*> const& 
     std::vector<Row> rows;
     for (auto const* module : modules) {
         OUTCOME_TRY(files, wanted.files_with(module->value));
-        Row row{module, std::move(files), {}};
+        Row row{module, {}, {}};
+        std::ranges::transform(files, std::back_inserter(row.files), &log_config::Output::name);
         for (auto const subject : module->subjects) {
             auto const* const setting =
                 cfgdb::find_setting(fmt::format("module.{}.{}", module->name, subject));

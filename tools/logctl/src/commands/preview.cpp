@@ -7,7 +7,6 @@
 #include "output.hpp"
 #include "process.hpp"
 #include "wanted.hpp"
-#include "xpon/cfgdb/nearest.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::logctl {
@@ -19,23 +18,8 @@ struct Options {
     bool diff = false;
 };
 
-core::ErrorPayload unknown(std::string const& name) {
-    std::vector<std::string> names;
-    for (auto const& output : log_config::outputs()) {
-        names.emplace_back(output.name);
-    }
-    constexpr std::string_view ending = ".conf";
-    auto const near = cfgdb::nearest(name.ends_with(ending) ? name : name + std::string{ending}, names);
-    return core::fail(core::Error::InvalidInputArg, "{}: no such output; {}", cfgdb::printable(name),
-                      fmt::format("{}: {}", near.empty() ? "there are" : "nearest",
-                                  fmt::join(near.empty() ? names : near, ", ")));
-}
-
 core::Result<int> preview(Context const& context, Options const& options) {
-    auto const* const output = log_config::find_output(options.file);
-    if (output == nullptr) {
-        return unknown(options.file);
-    }
+    OUTCOME_TRY(output, output_of_name(options.file));
     OUTCOME_TRY(wanted, Wanted::open(context));
     OUTCOME_TRY(text, wanted.text(*output));
     if (!options.diff) {

@@ -1,12 +1,12 @@
 #include <memory>
 
-#include "commands/apply.hpp"
+#include "commands/change.hpp"
 
 namespace xpon::logctl {
 
 namespace {
 
-struct Options : ApplyOptions {
+struct Options : ChangeOptions {
     std::vector<std::string> patterns;
 };
 
@@ -15,8 +15,7 @@ core::Result<int> reset(Context const& context, Options const& options) {
     for (auto const& pattern : options.patterns) {
         OUTCOME_TRY(transaction.reset(pattern));
     }
-    OUTCOME_TRY(apply(transaction, context, options));
-    return 0;
+    return change(transaction, context, options);
 }
 
 } // namespace
@@ -27,7 +26,7 @@ Action reset_command(Arguments& arguments) {
                    .help = "Such as syslog.file.level, module.snmp.* or * for everything",
                    .required = true},
                   options->patterns);
-    add_apply_options(arguments, *options);
+    add_change_options(arguments, *options);
     return [options](Context const& context) { return reset(context, *options); };
 }
 

@@ -3,7 +3,7 @@
 
 #include <fmt/format.h>
 
-#include "commands/apply.hpp"
+#include "commands/change.hpp"
 #include "core/failure.hpp"
 #include "output.hpp"
 #include "xpon/cfgdb/history.hpp"
@@ -13,7 +13,7 @@ namespace xpon::logctl {
 
 namespace {
 
-struct Options {
+struct Options : WaitOptions {
     std::int64_t number = 0;
     bool dry_run = false;
 };
@@ -52,14 +52,15 @@ core::Result<int> rollback(Context const& context, Options const& options) {
     }
     tell_changes(planned, true);
     OUTCOME_TRY(flush_output());
-    if (!options.dry_run) {
-        OUTCOME_TRY(done, transaction.commit(context.database));
-        if (done.size() != planned.size()) {
-            tell(fmt::format("{} of these settings were changed by somebody else meanwhile and stay",
-                             planned.size() - done.size()));
-        }
+    if (options.dry_run) {
+        return 0;
     }
-    return 0;
+    OUTCOME_TRY(done, transaction.commit(context.database));
+    if (done.size() != planned.size()) {
+        tell(fmt::format("{} of these settings were changed by somebody else meanwhile and stay",
+                         planned.size() - done.size()));
+    }
+    return follow(transaction.fields(), !done.empty(), context, options);
 }
 
 } // namespace
@@ -71,6 +72,7 @@ Action rollback_command(Arguments& arguments) {
                    .required = true},
                   options->number);
     arguments.add({"--dry-run", "Say what would be changed, but change nothing"}, options->dry_run);
+    add_wait_option(arguments, *options);
     return [options](Context const& context) { return rollback(context, *options); };
 }
 

@@ -1,20 +1,19 @@
 #include <memory>
 
-#include "commands/apply.hpp"
+#include "commands/change.hpp"
 
 namespace xpon::logctl {
 
 namespace {
 
-struct Options : ApplyOptions {
+struct Options : ChangeOptions {
     std::vector<std::string> assignments;
 };
 
 core::Result<int> set(Context const& context, Options const& options) {
     cfgdb::Transaction transaction;
     OUTCOME_TRY(add_assignments(options.assignments, transaction));
-    OUTCOME_TRY(apply(transaction, context, options));
-    return 0;
+    return change(transaction, context, options);
 }
 
 } // namespace
@@ -27,7 +26,7 @@ Action set_command(Arguments& arguments) {
                    .required = true},
                   options->assignments);
     arguments.verify([options] { return complaint_about(options->assignments); });
-    add_apply_options(arguments, *options);
+    add_change_options(arguments, *options);
     return [options](Context const& context) { return set(context, *options); };
 }
 

@@ -63,7 +63,7 @@ core::ErrorPayload not_asked() {
     return core::ErrorPayload{core::Error::InvalidState};
 }
 
-void hear_syslog_ng(Facts& facts, Deadline end) {
+void hear_syslog_ng(Facts& facts, Deadline end, bool statistics_too) {
     if (auto const control = find_program("syslog-ng-ctl"); control.has_error()) {
         facts.syslog_ng.notes = {{text_of(control.error()), "apt-get install syslog-ng-core"}};
     }
@@ -75,6 +75,9 @@ void hear_syslog_ng(Facts& facts, Deadline end) {
         facts.statistics = facts.loaded.error();
         return judge_answer(facts.syslog_ng, facts.loaded.error());
     }
+    if (!statistics_too) {
+        return;
+    }
     auto const statistics = ask_syslog_ng("stats", end);
     if (statistics.has_error()) {
         facts.statistics = statistics.error();
@@ -83,10 +86,17 @@ void hear_syslog_ng(Facts& facts, Deadline end) {
     facts.statistics = statistics_in(statistics.value());
 }
 
-Facts look_around(Context const& context) {
+/// What somebody has to be asked for.
+struct Questions {
+    bool loaded;     ///< syslog-ng, for its configuration
+    bool statistics; ///< and for its counters
+    bool answers;    ///< the broker
+};
+
+Facts look_around(Context const& context, Questions const& questions) {
     auto const end = std::chrono::steady_clock::now() + std::chrono::seconds{3};
-    Facts facts{find_part("daemon", "log-config", "log-config"),
-                find_part("broker", "ipc-broker", "ipc-broker"),
+    Facts facts{find_daemon(),
+                find_broker(),
                 find_part("syslog-ng", "syslog-ng", "syslog-ng"),
                 Wanted::open(context),
                 stored_values(context.database),
@@ -95,12 +105,17 @@ Facts look_around(Context const& context) {
                 not_asked(),
                 {}};
     std::future<core::Result<ModuleAnswers>> answers;
-    if (facts.broker.works()) {
+    if (questions.answers && facts.broker.works()) {
         answers = std::async(std::launch::async, [end] { return ask_broker(end); });
     }
-    hear_syslog_ng(facts, end);
-    facts.terminals = terminals(facts.syslog_ng.works() ? facts.syslog_ng.process : std::nullopt,
-                                facts.statistics.has_value() ? facts.statistics.value() : Statistics{}, end);
+    if (questions.loaded) {
+        hear_syslog_ng(facts, end, questions.statistics);
+    }
+    if (questions.statistics) {
+        facts.terminals =
+            terminals(facts.syslog_ng.works() ? facts.syslog_ng.process : std::nullopt,
+                      facts.statistics.has_value() ? facts.statistics.value() : Statistics{}, end);
+    }
     if (answers.valid()) {
         facts.answers = answers.get();
         if (facts.answers.has_error()) {
@@ -123,8 +138,14 @@ void judge_wanted(OutputStatus& status, core::Result<std::string> const& wanted,
     }
 }
 
-std::string daemon_remedy(Facts const& facts) {
+std::string restart_remedy(Facts const& facts) {
     return fmt::format("systemctl {} log-config", facts.daemon.process ? "restart" : "start");
+}
+
+/// What makes the daemon write an output, reload and tell again.
+std::string apply_remedy(Output const& output, Facts const& facts) {
+    return facts.daemon.works() && output.field != 0 ? fmt::format("logctl apply {}", output.name)
+                                                     : restart_remedy(facts);
 }
 
 /// Compares what the database asks for with what is on the disk.
@@ -136,19 +157,19 @@ void judge_written(OutputStatus& status, core::Result<std::string> const& wanted
         status.notes.push_back(
             {fmt::format("{} is {}", output.path,
                          access(output.path.c_str(), F_OK) == 0 ? "unreadable" : "missing"),
-             daemon_remedy(facts)});
+             apply_remedy(output, facts)});
     } else if (wanted.has_error()) {
         status.written = unknown;
     } else if (holds(output, *written, wanted.value())) {
         return;
     } else if (output.at_start_only) {
-        status.written = "restart needed";
+        status.written = restart_needed;
         status.notes.push_back(
-            {"the daemon writes this file when it starts, not before", daemon_remedy(facts)});
+            {"the daemon writes this file when it starts, not before", restart_remedy(facts)});
     } else {
         status.written = "differs";
         status.notes.push_back(
-            {fmt::format("{} is not what the settings ask for", output.path), daemon_remedy(facts)});
+            {fmt::format("{} is not what the settings ask for", output.path), apply_remedy(output, facts)});
     }
 }
 
@@ -164,11 +185,12 @@ void judge_syslog_ng(OutputStatus& status, std::optional<std::string> const& wri
         status.notes.insert(status.notes.end(), facts.syslog_ng.notes.begin(), facts.syslog_ng.notes.end());
     } else if (facts.loaded.has_error()) {
         status.running = unknown;
+        status.hidden = true;
         status.notes.push_back({text_of(facts.loaded.error()), as_root});
     } else if (facts.loaded.value() != written) {
         status.running = "differs";
-        status.notes.push_back(
-            {"syslog-ng runs another configuration than the file holds", "syslog-ng-ctl reload"});
+        status.notes.push_back({"syslog-ng runs another configuration than the file holds",
+                                apply_remedy(*status.output, facts)});
     }
 }
 
@@ -197,6 +219,7 @@ void judge_reader(OutputStatus& status, Modules_names module, Facts const& facts
     auto const written_at = modification_time(status.output->path);
     if (facts.answers.has_error() || !written_at) {
         if (facts.answers.has_error() && facts.answers.error().error == core::Error::NoAccess) {
+            status.hidden = true;
             status.notes.push_back({text_of(facts.answers.error()), as_root});
         }
         return; // else said of the broker, or of the file
@@ -207,11 +230,13 @@ void judge_reader(OutputStatus& status, Modules_names module, Facts const& facts
         return;
     }
     // A module reads its file again whenever it reaches a broker.
-    constexpr char const* read_again = "systemctl restart ipc-broker";
+    auto const read_again = status.output->field != 0 && facts.daemon.works()
+                                ? apply_remedy(*status.output, facts)
+                                : std::string{"systemctl restart ipc-broker"};
     auto const& [_, result, time] = answer->second;
     if (time < *written_at) {
         status.running = "stale";
-        status.notes.push_back({fmt::format("the module last answered at {}, before the file was written",
+        status.notes.push_back({fmt::format("the module knows the file as of {}, before it was last written",
                                             utc(static_cast<std::int64_t>(time / 1000))),
                                 read_again});
     } else if (result != 0) {
@@ -366,7 +391,7 @@ class Destinations {
         } else if (counters == statistics.end()) {
             status.state = not_arriving;
             status.notes = {
-                {"the configuration that syslog-ng runs has no such destination", daemon_remedy(facts)}};
+                {"the configuration that syslog-ng runs has no such destination", restart_remedy(facts)}};
         }
         return status;
     }
@@ -407,16 +432,29 @@ class Destinations {
     std::optional<Note> stalled;
 };
 
+std::vector<Note> database_problem(Context const& context, Facts const& facts) {
+    if (facts.wanted.has_value()) {
+        return {};
+    }
+    bool const denied = access((context.database / "running.db").c_str(), R_OK) != 0 && errno == EACCES;
+    return {{text_of(facts.wanted.error()), denied ? as_root : restart_remedy(facts)}};
+}
+
 } // namespace
 
+Part find_daemon() {
+    return find_part("daemon", "log-config", "log-config");
+}
+
+Part find_broker() {
+    return find_part("broker", "ipc-broker", "ipc-broker");
+}
+
 Report look(Context const& context) {
-    auto const facts = look_around(context);
+    auto const facts = look_around(context, {true, true, true});
     Report report{{facts.daemon, facts.broker, facts.syslog_ng}, {}, {}, facts.terminals, {}, {}};
-    if (facts.wanted.has_error()) {
-        auto const folder = context.database;
-        bool const denied = access((folder / "running.db").c_str(), R_OK) != 0 && errno == EACCES;
-        report.database = {{text_of(facts.wanted.error()), denied ? as_root : daemon_remedy(facts)}};
-    } else if (auto const trial = cfgdb::pending_trial(context.database); trial.has_value()) {
+    report.database = database_problem(context, facts);
+    if (auto const trial = cfgdb::pending_trial(context.database); trial.has_value()) {
         report.trial = trial.value();
     }
     for (auto const& output : log_config::outputs()) {
@@ -424,6 +462,25 @@ Report look(Context const& context) {
     }
     report.destinations =
         Destinations{facts, std::chrono::steady_clock::now() + std::chrono::seconds{1}}.all();
+    return report;
+}
+
+Report look(Context const& context, Outputs const& outputs) {
+    bool const syslog_ng = std::ranges::count(outputs, &log_config::syslog_ng_output()) > 0;
+    bool const modules =
+        std::ranges::any_of(outputs, [](Output const* output) { return output->reader.has_value(); });
+    auto const facts = look_around(context, {syslog_ng, false, modules});
+    Report report{{facts.daemon}, {}, {}, {}, {}, {}};
+    if (modules) {
+        report.parts.push_back(facts.broker);
+    }
+    if (syslog_ng) {
+        report.parts.push_back(facts.syslog_ng);
+    }
+    report.database = database_problem(context, facts);
+    for (auto const* const output : outputs) {
+        report.outputs.push_back(judge(*output, facts));
+    }
     return report;
 }
 

@@ -9,6 +9,7 @@
 #include "board/syslog_ng.hpp"
 #include "board/terminals.hpp"
 #include "commands/command.hpp"
+#include "wanted.hpp"
 #include "xpon/cfgdb/trial.hpp"
 #include "xpon/log_config/outputs/outputs.hpp"
 
@@ -17,6 +18,7 @@ namespace xpon::logctl {
 inline constexpr std::string_view in_order = "ok";
 inline constexpr std::string_view unknown = "unknown";
 inline constexpr std::string_view not_arriving = "not arriving";
+inline constexpr std::string_view restart_needed = "restart needed";
 
 /// What is behind a state that is not "ok", and the command that changes it. Either may be empty.
 struct Note {
@@ -45,6 +47,7 @@ struct OutputStatus {
     std::string written{in_order};
     std::string running{in_order};
     std::vector<Note> notes{}; // NOLINT(readability-redundant-member-init): lets callers omit it
+    bool hidden = false;       ///< the caller may not see what runs
 
     bool in_step() const {
         return wanted == in_order && written == in_order && (running == in_order || running == unknown);
@@ -61,7 +64,7 @@ struct DestinationStatus {
 };
 
 struct Report {
-    std::vector<Part> parts;    ///< daemon, broker, syslog-ng
+    std::vector<Part> parts;    ///< daemon, broker, syslog-ng; of some outputs, those that they depend on
     std::vector<Note> database; ///< why the settings cannot be read; empty if they can
     std::optional<cfgdb::Trial> trial;
     std::vector<Terminal> terminals;
@@ -79,8 +82,14 @@ struct Report {
     }
 };
 
+Part find_daemon();
+Part find_broker();
+
 /// Looks at everything. Takes 3 s at most, also if syslog-ng or the broker does not answer.
 Report look(Context const& context);
+
+/// Looks at some outputs alone, and not at the destinations.
+Report look(Context const& context, Outputs const& outputs);
 
 /// "reason; run: remedy", all of them.
 std::string text_of(std::vector<Note> const& notes);

@@ -47,8 +47,9 @@ void add_board(AddLine const& add, Report const& report) {
 
 void add_outputs(AddLine const& add, std::vector<OutputStatus> const& outputs) {
     add({"OUTPUT", "WANTED", "WRITTEN", "RUNNING", "REASON"});
-    for (auto const& [output, wanted, written, running, notes] : outputs) {
-        add({output->name, state_cell(wanted), state_cell(written), state_cell(running), text_of(notes)});
+    for (auto const& status : outputs) {
+        add({status.output->name, state_cell(status.wanted), state_cell(status.written),
+             state_cell(status.running), text_of(status.notes)});
     }
 }
 

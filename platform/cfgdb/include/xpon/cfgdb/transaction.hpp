@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,6 +54,9 @@ class Transaction {
     core::Result<std::vector<Change>> commit(std::filesystem::path const& folder = default_folder,
                                              std::string const& author = current_author()) const;
 
+    /// The fields of the settings that were named, whether they differ or not, in the order of `settings`.
+    std::vector<std::uint32_t> fields() const;
+
     /// For the library's own use: writes the changes within a session, without its commit. Returns them.
     core::Result<std::vector<Change>> write(Session& session, std::string const& author) const;
 
@@ -59,6 +64,11 @@ class Transaction {
     std::map<Setting const*, Value> wanted;
     std::map<Setting const*, std::string> only_from; // the values that some of them must have
 };
+
+/// Enters fields in the journal though nothing has changed, so that every feed hands them out again. Neither
+/// the settings nor the history change. Creates the database, waits and fails as `Transaction::commit` does.
+core::Result<void> deliver_again(std::span<std::uint32_t const> fields,
+                                 std::filesystem::path const& folder = default_folder);
 
 /// One stored row. Normally it is a setting that differs from its default.
 struct StoredSetting {

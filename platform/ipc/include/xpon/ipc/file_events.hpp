@@ -28,6 +28,16 @@ struct FileAnswer {
 };
 static_assert(sizeof(FileAnswer) == 8);
 
+struct FileRead {
+    std::uint32_t module;
+    std::uint32_t unused = 0;
+    std::uint64_t
+        changed; ///< when the file that is about to be read last changed, in milliseconds since the epoch
+
+    bool operator==(FileRead const&) const = default;
+};
+static_assert(sizeof(FileRead) == 16);
+
 struct LastAnswersQuery {
     Address asker; ///< the destination of the broker's message
 
@@ -38,7 +48,9 @@ static_assert(sizeof(LastAnswersQuery) == 4);
 struct LastAnswer {
     std::uint32_t module;
     std::uint32_t status;
-    std::uint64_t time; ///< when the broker saw the answer, in milliseconds since the epoch
+    /// Changes of the file up to this one, in milliseconds since the epoch, are known to the module: the one
+    /// that it named in FileRead, else all until the broker saw the answer.
+    std::uint64_t time;
 
     bool operator==(LastAnswer const&) const = default;
 };

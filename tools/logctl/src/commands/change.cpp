@@ -1,0 +1,106 @@
+#include "commands/change.hpp"
+
+#include <algorithm>
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+#include "output.hpp"
+#include "status/in_step.hpp"
+#include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/log_config/zlog_files/module_fields.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+bool takes_effect_at_start(cfgdb::Change const& change) {
+    auto const* const field = log_config::find_module_field(change.setting->field_id);
+    return field != nullptr && !log_config::reaches_its_file(field->module);
+}
+
+/// Where another database than the board's is changed, nobody is expected to follow.
+void tell_who_is_away(std::span<std::uint32_t const> fields, Context const& context) {
+    if (context.database != cfgdb::default_folder) {
+        return;
+    }
+    auto const daemon = find_daemon();
+    auto const broker = find_broker();
+    if (!daemon.works()) {
+        tell(fmt::format("note: nobody applies the change now, {}", text_of(daemon.notes)));
+    } else if (!broker.works() && std::ranges::any_of(fields, log_config::find_module_field)) {
+        tell(fmt::format("note: no module is told now, {}", text_of(broker.notes)));
+    }
+}
+
+} // namespace
+
+void add_wait_option(Arguments& arguments, WaitOptions& options) {
+    arguments.add({.name = "--wait",
+                   .help = "Wait until every output concerned is in step; status 1, and why, if one is not "
+                           "after so many seconds",
+                   .type = "SECONDS",
+                   .range = {{0, 3600}},
+                   .without_value = "10"},
+                  options.seconds);
+}
+
+void add_change_options(Arguments& arguments, ChangeOptions& options) {
+    arguments.add({"-v,--verbose", "Say what is changed"}, options.verbose);
+    arguments.add({"--dry-run", "Check everything and say what would be changed, but change nothing"},
+                  options.dry_run);
+    add_wait_option(arguments, options);
+}
+
+std::string complaint_about(std::span<std::string const> assignments) {
+    auto const wrong = std::ranges::find_if(
+        assignments, [](auto const& text) { return text.find('=') == std::string::npos; });
+    return wrong == assignments.end() ? "" : fmt::format("PATH=VALUE: \"{}\" is not PATH=VALUE", *wrong);
+}
+
+core::Result<void> add_assignments(std::span<std::string const> assignments,
+                                   cfgdb::Transaction& transaction) {
+    for (std::string_view const assignment : assignments) {
+        auto const sign = assignment.find('=');
+        OUTCOME_TRY(transaction.set(assignment.substr(0, sign), assignment.substr(sign + 1)));
+    }
+    return core::success();
+}
+
+void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose) {
+    if (verbose) {
+        for (auto const& [setting, old_value, new_value] : changes) {
+            print(fmt::format("{}: {} -> {}\n", setting->path, old_value, new_value));
+        }
+    }
+    if (std::ranges::any_of(changes, takes_effect_at_start)) {
+        tell("note: a level of the session manager takes effect when the daemon is next restarted, not "
+             "before");
+    }
+}
+
+core::Result<int> follow(std::span<std::uint32_t const> fields, bool changed, Context const& context,
+                         WaitOptions const& options) {
+    if (options.seconds.empty()) {
+        if (changed) {
+            tell_who_is_away(fields, context);
+        }
+        return 0;
+    }
+    OUTCOME_TRY(flush_output()); // what is waited for stands there already
+    OUTCOME_TRY(in_step, wait_until_in_step(context, fields,
+                                            std::chrono::duration<double>{std::stod(options.seconds)}));
+    return in_step ? 0 : 1;
+}
+
+core::Result<int> change(cfgdb::Transaction const& transaction, Context const& context,
+                         ChangeOptions const& options, int if_changed) {
+    OUTCOME_TRY(changes, options.dry_run ? transaction.preview(context.database)
+                                         : transaction.commit(context.database));
+    tell_changes(changes, options.verbose || options.dry_run);
+    OUTCOME_TRY(status,
+                options.dry_run ? 0 : follow(transaction.fields(), !changes.empty(), context, options));
+    return status == 0 && !changes.empty() ? if_changed : status;
+}
+
+} // namespace xpon::logctl

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <span>
+
+#include "commands/command.hpp"
+#include "xpon/cfgdb/transaction.hpp"
+
+namespace xpon::logctl {
+
+struct WaitOptions {
+    std::string seconds; ///< empty if nothing is waited for
+};
+
+struct ChangeOptions : WaitOptions {
+    bool verbose = false;
+    bool dry_run = false;
+};
+
+/// Adds --wait.
+void add_wait_option(Arguments& arguments, WaitOptions& options);
+
+/// Adds the options of a command that changes settings.
+void add_change_options(Arguments& arguments, ChangeOptions& options);
+
+/// Why these are not all PATH=VALUE; empty if they are.
+std::string complaint_about(std::span<std::string const> assignments);
+
+/// Adds these, each PATH=VALUE, to the transaction.
+core::Result<void> add_assignments(std::span<std::string const> assignments, cfgdb::Transaction& transaction);
+
+/// Says what is changed, and what the operator should know about it.
+void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose);
+
+/// What follows a commit: waits, if that is asked for, until the outputs of these fields are in step. Else
+/// says what keeps a change of them from taking effect now. The command's exit status.
+core::Result<int> follow(std::span<std::uint32_t const> fields, bool changed, Context const& context,
+                         WaitOptions const& options);
+
+/// Commits the transaction and follows it, or only says what it would change. The command's exit status, of
+/// which `if_changed` is the one for a change that has succeeded.
+core::Result<int> change(cfgdb::Transaction const& transaction, Context const& context,
+                         ChangeOptions const& options, int if_changed = 0);
+
+} // namespace xpon::logctl

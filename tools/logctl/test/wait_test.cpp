@@ -1,0 +1,186 @@
+// --wait and apply, on a board with real programs.
+
+#include "operated_board.hpp"
+
+namespace xpon::logctl {
+namespace {
+
+using testing::HasSubstr;
+
+class Waiting : public OperatedBoard {
+  protected:
+    static constexpr char const* snmp_file = "/etc/zlog_modules_config/SNMP.conf";
+
+    Outcome wait(std::vector<std::string> words, std::string const& option = "--wait") const {
+        words.push_back(option);
+        auto outcome = logctl.run(words);
+        outcome.err = without_times(outcome.err);
+        return outcome;
+    }
+};
+
+TEST_F(Waiting, EndsWhenTheOutputIsInForce) {
+    start_board();
+    start_module();
+    for (std::string const level : {"error", "debug", "info"}) {
+        EXPECT_EQ(wait({"set", "module.snmp.TRAP=" + level, "syslog.file.level=" + level,
+                        "syslog.kernel.level=" + level}),
+                  (Outcome{0, "", ""}));
+        auto const number = std::map<std::string, int>{{"error", 1}, {"info", 4}, {"debug", 5}}.at(level);
+        EXPECT_EQ(contents(printk).substr(0, 1), std::to_string(number + 2));
+        shell(fmt::format("syslog-ng-ctl config | grep -B 1 'destination(d_file)' | grep -qF f_{}", number));
+    }
+}
+
+TEST_F(Waiting, WithoutAChangeLooksAllTheSame) {
+    start_board();
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=debug"}), (Outcome{0, "", ""}));
+    test::write_file(snmp_file, "[rules]\n");
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=debug"}, "--wait=0"),
+              (Outcome{1, "",
+                       "logctl: SNMP.conf: wanted ok, written differs, running unknown: "
+                       "/etc/zlog_modules_config/SNMP.conf is not what the settings ask for; run: logctl "
+                       "apply SNMP.conf; the module has not answered\n"}));
+    EXPECT_EQ(wait({"apply", "SNMP.conf"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=debug"}, "--wait=0"), (Outcome{0, "", ""}));
+}
+
+TEST_F(Waiting, DoesNotHopeForWhatOnlyARestartBrings) {
+    start_board();
+    EXPECT_EQ(wait({"set", "module.sessionmgr.IPC=debug"}, "--wait=3600"),
+              (Outcome{1, "",
+                       "logctl: note: a level of the session manager takes effect when the daemon is next "
+                       "restarted, not before\n"
+                       "logctl: SESSIONMGR.conf: wanted ok, written restart needed, running unknown: the "
+                       "daemon writes this file when it starts, not before; run: systemctl restart "
+                       "log-config; the module has not answered\n"}));
+}
+
+TEST_F(Waiting, NamesWhoIsAway) {
+    start_board();
+    start_module();
+    broker->process.kill(SIGKILL);
+    broker->process.wait();
+    EXPECT_EQ(logctl.run({"set", "module.snmp.TRAP=info"}),
+              (Outcome{0, "",
+                       "logctl: note: no module is told now, ipc-broker does not run; run: systemctl start "
+                       "ipc-broker\n"}));
+    EXPECT_EQ(logctl.run({"set", "syslog.file.level=error"}), (Outcome{0, "", ""})); // no module's business
+    EXPECT_EQ(wait({"set", "syslog.file.level=info"}), (Outcome{0, "", ""}));
+    auto const without_broker = wait({"set", "module.snmp.TRAP=error"}, "--wait=0.2");
+    EXPECT_EQ(without_broker.status, 1);
+    EXPECT_THAT(without_broker.err, testing::StartsWith("logctl: broker down: ipc-broker does not run; run: "
+                                                        "systemctl start ipc-broker\n"));
+    start_broker();
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=error"}), (Outcome{0, "", ""}));
+
+    ASSERT_EQ(stop_daemon(), 0);
+    constexpr char const* nobody =
+        "logctl: note: nobody applies the change now, log-config does not run; run: systemctl start "
+        "log-config\n";
+    EXPECT_EQ(logctl.run({"set", "module.snmp.TRAP=debug"}), (Outcome{0, "", nobody}));
+    EXPECT_EQ(logctl.run({"set", "module.snmp.TRAP=debug"}), (Outcome{0, "", ""})); // nothing is changed
+    EXPECT_EQ(logctl.run({"apply"}), (Outcome{0, "", nobody}));
+    EXPECT_EQ(logctl.run({"set", "module.snmp.TRAP=error", "--dry-run", "--wait"}),
+              (Outcome{0, "module.snmp.TRAP: debug -> error\n", ""}));
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=debug"}, "--wait=0.2"),
+              (Outcome{1, "",
+                       "logctl: daemon down: log-config does not run; run: systemctl start log-config\n"
+                       "logctl: SNMP.conf: wanted ok, written differs, running ok: "
+                       "/etc/zlog_modules_config/SNMP.conf is not what the settings ask for; run: systemctl "
+                       "start log-config\n"}));
+}
+
+TEST_F(Waiting, IsNotDeceivedByAModuleThatAnswersAboutAnOlderFile) {
+    start_board();
+    start_module();
+    module->process.kill(SIGSTOP);
+    auto const stale = wait({"set", "module.snmp.TRAP=info"}, "--wait=0.5");
+    EXPECT_EQ(stale.status, 1);
+    EXPECT_THAT(stale.err, HasSubstr("running stale: the module knows the file as of TIME"));
+
+    // What a module says that had read the file just before it was written.
+    tell(ipc::file_read_event, ipc::payload_of(ipc::FileRead{.module = 9, .changed = 1'000}));
+    answer(9, 0);
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=info"}, "--wait=0.5").status, 1);
+    module->process.kill(SIGCONT);
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=info"}), (Outcome{0, "", ""}));
+}
+
+TEST_F(Waiting, WhatTheCallerMayNotSeeIsNotSure) {
+    start_board();
+    if (!become_member()) {
+        GTEST_SKIP() << "an ordinary user has no group to give files to";
+    }
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=error"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(wait({"set", "syslog.file.level=error"}, "--wait=0.5"),
+              (Outcome{1, "",
+                       "logctl: syslog-ng: wanted ok, written ok, running unknown: needs root; run: sudo "
+                       "logctl status\n"}));
+}
+
+TEST_F(Waiting, EveryCommandThatChangesSettingsWaits) {
+    start_board();
+    EXPECT_EQ(wait({"set", "module.snmp.TRAP=error", "syslog.file.level=error"}).status, 0);
+    auto const exported = logctl.run({"export"}).out;
+    EXPECT_EQ(wait({"reset", "*"}).status, 0);
+    test::write_file(scratch / "settings.json", exported);
+    EXPECT_EQ(wait({"import", (scratch / "settings.json").string()}).status, 0);
+    EXPECT_EQ(wait({"rollback", "0"}).status, 0);
+    EXPECT_EQ(wait({"commit-confirm", "5", "module.snmp.TRAP=info"}).status, 0);
+    ASSERT_EQ(logctl.run({"confirm"}).status, 0);
+    ASSERT_EQ(stop_daemon(), 0);
+    for (std::vector<std::string> const& words :
+         {std::vector<std::string>{"set", "module.snmp.TRAP=error", "syslog.file.level=error"},
+          {"reset", "*"},
+          {"import", (scratch / "settings.json").string()},
+          {"rollback", "0"},
+          {"commit-confirm", "5", "module.snmp.TRAP=info"},
+          {"apply"}}) {
+        auto const waited = wait(words, "--wait=0");
+        EXPECT_EQ(waited.status, 1) << words.front();
+        EXPECT_THAT(waited.err, HasSubstr("daemon down: log-config does not run")) << words.front();
+    }
+}
+
+// --- apply
+
+TEST_F(Waiting, ApplyHasEverythingWrittenLoadedAndToldAgain) {
+    start_board();
+    start_module();
+    auto const wanted = contents(syslog_ng_conf);
+    test::write_file(snmp_file, "by hand\n");
+    test::write_file(syslog_ng_conf, "by hand\n");
+    test::write_file(printk, "1\t4\t1\t7\n");
+    auto const before = logctl.run({"history"}).out;
+    EXPECT_EQ(wait({"apply"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(contents(syslog_ng_conf), wanted);
+    EXPECT_EQ(contents(printk).substr(0, 1), "4");
+    EXPECT_EQ(logctl.run({"history"}).out, before);
+    EXPECT_EQ(line("SNMP.conf"), "SNMP.conf              ok      ok       ok");
+}
+
+TEST_F(Waiting, ApplyOfSomeLeavesTheOthers) {
+    start_board();
+    test::write_file(snmp_file, "by hand\n");
+    EXPECT_EQ(wait({"apply", "kernel", "CLI"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(contents(snmp_file), "by hand\n");
+    EXPECT_EQ(wait({"apply", "kernel", "SNMP"}), (Outcome{0, "", ""}));
+    EXPECT_NE(contents(snmp_file), "by hand\n");
+}
+
+TEST_F(Waiting, ApplyNamesWhatOnlyAStartWrites) {
+    for (std::string const name : {"AAA-CONFIG.conf", "SESSIONMGR.conf"}) {
+        EXPECT_EQ(logctl.run({"apply", "kernel", name}),
+                  (Outcome{1, "",
+                           "logctl: " + name +
+                               ": the daemon writes it when it starts, not before; run: "
+                               "systemctl restart log-config\n"}));
+    }
+    EXPECT_EQ(logctl.run({"apply", "SNNP"}),
+              (Outcome{1, "", "logctl: \"SNNP\": no such output; nearest: SNMP.conf\n"}));
+    EXPECT_FALSE(std::filesystem::exists(database)); // and nothing is made
+}
+
+} // namespace
+} // namespace xpon::logctl
