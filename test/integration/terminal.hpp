@@ -62,6 +62,8 @@ class Terminal {
         return true;
     }
 
+    std::string const& received() const { return shown; }
+
   private:
     core::UniqueFd master;
     core::UniqueFd slave;

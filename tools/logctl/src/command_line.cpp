@@ -41,6 +41,8 @@ constexpr Command commands[] = {
      output_names},
     {"status", "Show for each output what is wanted, written and running; status 0 if all is in step",
      status_command},
+    {"probe", "Log a message of each severity, and say where each arrived; status 0 if it is as the settings say",
+     probe_command},
     {"check", "Check every stored setting, and whether a private syslog-ng starts with the generated text",
      check_command},
     {"history", "Show who changed what, the newest last", history_command, paths},

@@ -49,6 +49,16 @@ core::Result<std::string> Wanted::text(Output const& output) const {
     return wanted.has_value() ? std::move(wanted) : unreadable(output);
 }
 
+core::Result<SyslogSettings> Wanted::syslog_settings() const {
+    auto settings = log_config::read_syslog_settings(database->db(), [](int status) -> core::Result<void> {
+        if (status != 0) {
+            return fail(Error::ErrorCApi, "");
+        }
+        return core::success();
+    });
+    return settings.has_value() ? std::move(settings) : unreadable(log_config::syslog_ng_output());
+}
+
 core::Result<Outputs> Wanted::files_with(Modules_names module) const {
     Outputs files;
     for (auto const& output : log_config::outputs().subspan(2)) {

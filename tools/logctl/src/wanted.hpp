@@ -28,6 +28,9 @@ class Wanted {
     /// Of syslog-ng.conf with the terminals that the file on the disk has an output for.
     core::Result<std::string> text(log_config::Output const& output) const;
 
+    /// What the settings ask of syslog-ng.
+    core::Result<SyslogSettings> syslog_settings() const;
+
     /// The zlog files that hold rules of this module.
     core::Result<Outputs> files_with(Modules_names module) const;
 

@@ -48,6 +48,7 @@ Subcommands:
   modules                     Show the modules: value, stem, files, subjects, levels
   preview                     Show the text that the daemon would write, whether it runs or not
   status                      Show for each output what is wanted, written and running; status 0 if all is in step
+  probe                       Log a message of each severity, and say where each arrived; status 0 if it is as the settings say
   check                       Check every stored setting, and whether a private syslog-ng starts with the generated text
   history                     Show who changed what, the newest last
   rollback                    Undo everything after a transaction, in a new one; prints the changes first
@@ -62,8 +63,8 @@ Subcommands:
 )"),
                                                ""}));
     for (auto const* command :
-         {"show", "set", "reset", "apply", "modules", "preview", "status", "check", "history", "rollback",
-          "commit-confirm", "confirm", "export", "import", "watch"}) {
+         {"show", "set", "reset", "apply", "modules", "preview", "status", "probe", "check", "history",
+          "rollback", "commit-confirm", "confirm", "export", "import", "watch"}) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));

@@ -39,9 +39,10 @@ printf '%s\n' "${COMPREPLY[@]}"
 }
 
 TEST(Completion, OffersCommandsAndOptions) {
-    EXPECT_THAT(offered("logctl "), ElementsAre("apply", "backup", "check", "commit-confirm", "confirm",
-                                                "export", "history", "import", "modules", "preview", "reset",
-                                                "restore", "rollback", "set", "show", "status", "watch"));
+    EXPECT_THAT(offered("logctl "),
+                ElementsAre("apply", "backup", "check", "commit-confirm", "confirm", "export", "history",
+                            "import", "modules", "preview", "probe", "reset", "restore", "rollback", "set",
+                            "show", "status", "watch"));
     EXPECT_THAT(offered("logctl re"), ElementsAre("reset", "restore"));
     EXPECT_THAT(offered("logctl watch --"),
                 ElementsAre("--count", "--database", "--help", "--json", "--timeout", "--version"));

@@ -445,6 +445,37 @@ TEST_F(Status, OfAHealthyBoardIsGoodForThoseWhoMayNotSeeAll) {
         HasSubstr("  unknown   -         -        -       -        needs root; run: sudo logctl status"));
 }
 
+TEST_F(Status, OfAReceiverWhoseAddressWasChangedIsThatOfTheNewOne) {
+    start_board();
+    test::UdpReceiver first;
+    auto second = std::make_optional<test::UdpReceiver>();
+    auto const go_to = [&](std::uint16_t port) {
+        return logctl.run({"set", "--wait", "syslog.remote.1.address=127.0.0.1",
+                           fmt::format("syslog.remote.1.port={}", port)});
+    };
+    auto const send = [&](test::UdpReceiver& to) {
+        auto const token = unique_token();
+        log(LOG_ERR, token);
+        return to.wait_for(token);
+    };
+    ASSERT_EQ(go_to(first.port()), (Outcome{0, "", ""}));
+    EXPECT_TRUE(send(first));
+    ASSERT_EQ(go_to(second->port()), (Outcome{0, "", ""}));
+    EXPECT_TRUE(send(*second));
+    EXPECT_TRUE(test::wait_until([&] {
+        return line("remote 1").ends_with(" sent      1         1        0       0");
+    })) << line("remote 1");
+
+    second.reset();
+    EXPECT_TRUE(test::wait_until([&] {
+        log(LOG_ERR, unique_token());
+        return line("remote 1").find(" not arriving ") != std::string::npos;
+    }));
+    ASSERT_EQ(go_to(first.port()), (Outcome{0, "", ""}));
+    EXPECT_TRUE(send(first));
+    EXPECT_EQ(logctl.run({"status"}).status, 0) << status(); // what waited for the other does not count
+}
+
 TEST_F(Status, WatchNeedsATerminal) {
     EXPECT_EQ(logctl.run({"status", "--watch"}),
               (Outcome{1, "", "logctl: --watch needs a terminal; without one: logctl status\n"}));

@@ -63,7 +63,7 @@ TEST_F(Waiting, NamesWhoIsAway) {
     broker->process.wait();
     EXPECT_EQ(logctl.run({"set", "module.snmp.TRAP=info"}),
               (Outcome{0, "",
-                       "logctl: note: no module is told now, ipc-broker does not run; run: systemctl start "
+                       "logctl: note: no module is told now: ipc-broker does not run; run: systemctl start "
                        "ipc-broker\n"}));
     EXPECT_EQ(logctl.run({"set", "syslog.file.level=error"}), (Outcome{0, "", ""})); // no module's business
     EXPECT_EQ(wait({"set", "syslog.file.level=info"}), (Outcome{0, "", ""}));
@@ -76,7 +76,7 @@ TEST_F(Waiting, NamesWhoIsAway) {
 
     ASSERT_EQ(stop_daemon(), 0);
     constexpr char const* nobody =
-        "logctl: note: nobody applies the change now, log-config does not run; run: systemctl start "
+        "logctl: note: the change is not applied now: log-config does not run; run: systemctl start "
         "log-config\n";
     EXPECT_EQ(logctl.run({"set", "module.snmp.TRAP=debug"}), (Outcome{0, "", nobody}));
     EXPECT_EQ(logctl.run({"set", "module.snmp.TRAP=debug"}), (Outcome{0, "", ""})); // nothing is changed

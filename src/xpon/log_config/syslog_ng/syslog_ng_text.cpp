@@ -178,6 +178,11 @@ void append_shell_route(std::string& out, std::uint16_t level, OpenShells const&
 
 } // namespace
 
+bool passes(unsigned level, unsigned severity) {
+    constexpr unsigned alert = 1;
+    return severity >= alert && severity <= (level == 0 ? alert : level + 2); // level 1 is error, 3 in syslog
+}
+
 std::string syslog_ng_text(SyslogSettings const& settings, OpenShells const& shells) {
     std::string out;
     out += header;

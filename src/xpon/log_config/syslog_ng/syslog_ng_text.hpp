@@ -14,4 +14,8 @@ using OpenShells = std::array<bool, 16>;
 /// above 5 produces the name of a filter that does not exist.
 std::string syslog_ng_text(SyslogSettings const& settings, OpenShells const& shells);
 
+/// Whether the filter of a level (0 to 5) lets a message of this severity pass: 0 emergency to 7 debug, as
+/// syslog numbers them.
+bool passes(unsigned level, unsigned severity);
+
 } // namespace xpon::log_config

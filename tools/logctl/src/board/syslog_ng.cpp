@@ -3,6 +3,8 @@
 #include <array>
 #include <sstream>
 
+#include <fmt/format.h>
+
 #include "core/failure.hpp"
 #include "number_in.hpp"
 #include "process.hpp"
@@ -27,9 +29,14 @@ core::Result<std::string> ask_syslog_ng(std::string const& what, Deadline end) {
     return fail(Error::CommonError, "syslog-ng does not run or does not answer");
 }
 
+std::string counters_of(std::string_view address, std::string_view port) {
+    return fmt::format("udp,{}:{}", address, port);
+}
+
 Statistics statistics_in(std::string const& answer) {
-    // Such as "destination;d_file;;a;processed;12" and
-    // "dst.network;d_network1#0;udp,192.0.2.7:514;a;queued;0"; an "o" instead of the "a" is one that is gone.
+    // Such as "destination;d_file;;a;processed;12", "source;s_local;;a;processed;12" and
+    // "dst.network;d_network1#0;udp,192.0.2.7:514;a;queued;0"; an "o" instead of the "a" is one that is gone, but
+    // of a receiver whose address was changed some counters stay.
     Statistics statistics;
     std::istringstream lines{answer};
     for (std::string line; std::getline(lines, line);) {
@@ -40,12 +47,12 @@ Statistics statistics_in(std::string const& answer) {
         }
         auto const& [kind, id, instance, state, counter, text] = field;
         auto const number = number_in<std::uint64_t>(text);
-        bool const total = kind == "destination";
-        if (!number || state != "a" || !(total || kind.starts_with("dst."))) {
+        bool const total = kind == "destination" || kind == "source";
+        if (!number || state != "a" || !(total || kind == "dst.network")) {
             continue;
         }
-        auto& counters = statistics[id.substr(0, id.find('#'))];
-        if (total && counter == "processed") {
+        auto& counters = statistics[total ? id : instance];
+        if (counter == "processed") {
             counters.processed = number;
         } else if (counter == "written") {
             counters.written = number;

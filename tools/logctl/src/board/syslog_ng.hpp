@@ -26,8 +26,12 @@ struct Counters {
     std::optional<std::uint64_t> dropped;
 };
 
-/// By the name of the destination in syslog-ng.conf. Those that are gone are left out.
+/// By the name of the destination or source in syslog-ng.conf, of a receiver by `counters_of`. Those that are
+/// gone are left out.
 using Statistics = std::map<std::string, Counters, std::less<>>;
+
+/// How syslog-ng calls a receiver's counters: its name in syslog-ng.conf says nothing of the address.
+std::string counters_of(std::string_view address, std::string_view port);
 
 /// The counters in an answer to "stats".
 Statistics statistics_in(std::string const& answer);

@@ -27,9 +27,9 @@ void tell_who_is_away(std::span<std::uint32_t const> fields, Context const& cont
     auto const daemon = find_daemon();
     auto const broker = find_broker();
     if (!daemon.works()) {
-        tell(fmt::format("note: nobody applies the change now, {}", text_of(daemon.notes)));
+        tell(fmt::format("note: the change is not applied now: {}", text_of(daemon.notes)));
     } else if (!broker.works() && std::ranges::any_of(fields, log_config::find_module_field)) {
-        tell(fmt::format("note: no module is told now, {}", text_of(broker.notes)));
+        tell(fmt::format("note: no module is told now: {}", text_of(broker.notes)));
     }
 }
 

@@ -64,6 +64,7 @@ Action reset_command(Arguments& arguments);
 Action modules_command(Arguments& arguments);
 Action preview_command(Arguments& arguments);
 Action status_command(Arguments& arguments);
+Action probe_command(Arguments& arguments);
 Action check_command(Arguments& arguments);
 Action history_command(Arguments& arguments);
 Action rollback_command(Arguments& arguments);

@@ -1,27 +1,14 @@
+#include "status/json.hpp"
+
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include "output.hpp"
-#include "status/report.hpp"
 
 namespace xpon::logctl {
 
 namespace {
 
 using nlohmann::ordered_json;
-
-/// Adds the reason and the remedy, each empty or joined by "; ".
-ordered_json with_notes(ordered_json object, std::vector<Note> const& notes) {
-    std::string reason;
-    std::string remedy;
-    for (auto const& note : notes) {
-        reason += (reason.empty() ? "" : "; ") + note.reason;
-        remedy += (remedy.empty() || note.remedy.empty() ? "" : "; ") + note.remedy;
-    }
-    object["reason"] = reason;
-    object["remedy"] = remedy;
-    return object;
-}
 
 ordered_json object_of(Part const& part) {
     ordered_json const pid = part.process ? ordered_json(part.process->pid) : ordered_json(nullptr);
@@ -75,6 +62,18 @@ ordered_json array_of(Range const& range) {
 }
 
 } // namespace
+
+ordered_json with_notes(ordered_json object, std::vector<Note> const& notes) {
+    std::string reason;
+    std::string remedy;
+    for (auto const& note : notes) {
+        reason += (reason.empty() ? "" : "; ") + note.reason;
+        remedy += (remedy.empty() || note.remedy.empty() ? "" : "; ") + note.remedy;
+    }
+    object["reason"] = reason;
+    object["remedy"] = remedy;
+    return object;
+}
 
 std::string to_json(Report const& report) {
     ordered_json const whole{{"in_step", report.in_step()},

@@ -357,8 +357,7 @@ class Destinations {
             for (int number = 1; number <= 3; ++number) {
                 auto const path = fmt::format("syslog.remote.{}", number);
                 if (auto const address = value(path + ".address"); address != "0.0.0.0") {
-                    found.push_back(
-                        receiver(number, fmt::format("{} port {}", address, value(path + ".port"))));
+                    found.push_back(receiver(number, address, value(path + ".port")));
                 }
             }
         }
@@ -374,7 +373,7 @@ class Destinations {
   private:
     /// A destination without faults of its own.
     DestinationStatus known(std::string name, std::string const& id, std::string target) const {
-        DestinationStatus status{std::move(name), std::move(target), std::string{in_order}, {}};
+        DestinationStatus status{std::move(name), id, std::move(target), std::string{in_order}, {}};
         auto const counters = statistics.find(id);
         if (counters != statistics.end()) {
             status.counters = counters->second;
@@ -408,9 +407,9 @@ class Destinations {
         return status;
     }
 
-    DestinationStatus receiver(int number, std::string target) const {
-        auto const id = fmt::format("d_network{}", number);
-        auto status = known(fmt::format("remote {}", number), id, std::move(target));
+    DestinationStatus receiver(int number, std::string const& address, std::string const& port) const {
+        auto const id = counters_of(address, port);
+        auto status = known(fmt::format("remote {}", number), id, fmt::format("{} port {}", address, port));
         if (status.state != in_order) {
             return status;
         }

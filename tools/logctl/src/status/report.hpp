@@ -57,6 +57,7 @@ struct OutputStatus {
 /// Where syslog-ng sends messages.
 struct DestinationStatus {
     std::string name;
+    std::string id; ///< of its counters
     std::string target;
     std::string state; ///< "ok", "sent" (nobody confirms UDP), "not arriving" or "unknown"
     Counters counters;

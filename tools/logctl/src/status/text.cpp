@@ -58,7 +58,7 @@ void add_destinations(AddLine const& add, std::vector<DestinationStatus> const& 
         return counter ? std::to_string(*counter) : "-";
     };
     add({"DESTINATION", "TO", "ARRIVING", "MESSAGES", "WRITTEN", "QUEUED", "DROPPED", "REASON"});
-    for (auto const& [name, target, state, counters, notes] : destinations) {
+    for (auto const& [name, id, target, state, counters, notes] : destinations) {
         add({name, target, state_cell(state), number(counters.processed), number(counters.written),
              number(counters.queued), number(counters.dropped), text_of(notes)});
     }

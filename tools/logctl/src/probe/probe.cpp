@@ -1,0 +1,335 @@
+#include "probe/probe.hpp"
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <random>
+#include <thread>
+
+#include <fmt/format.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include "board/journal.hpp"
+#include "board/syslog_ng.hpp"
+#include "core/failure.hpp"
+#include "output.hpp"
+#include "xpon/log_config/syslog_ng/syslog_ng_text.hpp"
+
+namespace xpon::logctl {
+
+namespace {
+
+using core::Error;
+using core::fail;
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+constexpr char const* program = "logctl";
+
+/// A file that can be read back from where it ended at the beginning.
+class File {
+  public:
+    explicit File(std::string const& path_of_file)
+      : path{path_of_file} {
+        std::error_code failed;
+        readable = is_regular_file(path, failed) ? std::ifstream{path}.is_open() : !exists(path, failed);
+        begin = readable && exists(path, failed) ? file_size(path, failed) : 0;
+    }
+
+    bool can_be_read() const { return readable; }
+
+    bool has(std::string const& text) const {
+        std::error_code failed;
+        auto const size = file_size(path, failed);
+        std::ifstream file{path, std::ios::binary};
+        file.seekg(static_cast<std::streamoff>(failed || size < begin ? 0 : begin)); // else it was rotated
+        std::string const content{std::istreambuf_iterator<char>{file}, {}};
+        return content.find(text) != std::string::npos;
+    }
+
+  private:
+    std::filesystem::path path;
+    bool readable = false;
+    std::uintmax_t begin = 0;
+};
+
+struct Destination {
+    std::string id;
+    bool receiver;
+    unsigned level;
+    std::optional<File> file; ///< where it can be read back
+    std::size_t place;        ///< in the result
+    bool disappoints = false; ///< a message has not come in time; the next ones are not waited for as long
+};
+
+/// What the counters gained between two readings.
+class Gain {
+  public:
+    Gain(Statistics const& from, Statistics const& to)
+      : before{from}
+      , after{to} {}
+
+    std::uint64_t processed(std::string const& id) const { return gain(id, &Counters::processed); }
+    std::uint64_t written(std::string const& id) const { return gain(id, &Counters::written); }
+    std::uint64_t dropped(std::string const& id) const { return gain(id, &Counters::dropped); }
+
+  private:
+    std::uint64_t gain(std::string const& id, std::optional<std::uint64_t> Counters::* counter) const {
+        auto const value = [&](Statistics const& statistics) {
+            auto const found = statistics.find(id);
+            return found == statistics.end() ? 0 : (found->second.*counter).value_or(0);
+        };
+        auto const now = value(after);
+        return now >= value(before) ? now - value(before) : now; // syslog-ng was started anew
+    }
+
+    Statistics const& before;
+    Statistics const& after;
+};
+
+class Probe {
+  public:
+    Probe(Report const& report, SyslogSettings const& settings, std::unique_ptr<Journal>&& opened)
+      : journal{std::move(opened)} {
+        openlog(program, 0, LOG_LOCAL0);
+        result.token = fmt::format("{:08x}", std::random_device{}());
+        result.places.push_back({"journal", "-", {}, {}});
+        for (auto const& status : report.destinations) {
+            add(status, settings);
+        }
+    }
+
+    core::Result<ProbeResult> run() {
+        for (unsigned severity = 0; severity < severities.size(); ++severity) {
+            OUTCOME_TRY(try_severity(severity));
+        }
+        OUTCOME_TRY(see_who_refused());
+        return std::move(result);
+    }
+
+  private:
+    void add(DestinationStatus const& status, SyslogSettings const& settings) {
+        bool const receiver = status.name.starts_with("remote ");
+        bool const terminal = status.name.starts_with("terminal ");
+        auto const level = receiver                   ? settings.remote.level
+                           : terminal                 ? settings.rsh.level
+                           : status.id == "d_console" ? settings.console.level
+                                                      : settings.file.level;
+        auto file = receiver || terminal ? std::nullopt : std::optional{File{status.target}};
+        if (file && !file->can_be_read()) {
+            file.reset(); // a device
+        }
+        destinations.push_back({status.id, receiver, level, std::move(file), result.places.size()});
+        result.places.push_back({status.name, status.target, {}, {}});
+    }
+
+    /// Logs one, and again while it cannot be told what has come because of other messages.
+    core::Result<void> try_severity(unsigned severity) {
+        constexpr int attempts = 5;
+        Arrivals before{};
+        for (int attempt = 1;; ++attempt) {
+            OUTCOME_TRY(seen, try_once(severity));
+            bool const sure = seen.taken && (seen.alone || std::ranges::all_of(seen.arrivals, is_right) ||
+                                             (attempt > 1 && seen.arrivals == before));
+            if (sure || attempt == attempts) {
+                for (std::size_t place = 0; place < result.places.size(); ++place) {
+                    result.places[place].arrivals.at(severity) =
+                        sure || is_right(seen.arrivals[place]) ? seen.arrivals[place] : Arrival::Unknown;
+                }
+                return core::success();
+            }
+            before = std::move(seen.arrivals);
+        }
+    }
+
+    using Arrivals = std::vector<Arrival>; // by place
+
+    struct Attempt {
+        Arrivals arrivals;
+        bool taken; ///< syslog-ng has taken all messages
+        bool alone; ///< no other came meanwhile
+    };
+
+    core::Result<Attempt> try_once(unsigned severity) {
+        OUTCOME_TRY(wait_for_rest());
+        auto const before = counters;
+        auto const text = log(severity);
+        auto const begin = Clock::now();
+        auto entries = wait_for_journal(text);
+        bool const stored = !entries.empty();
+        for (;;) {
+            OUTCOME_TRY(read_counters());
+            std::ranges::move(journal->new_entries(), std::back_inserter(entries));
+            auto const waited = Clock::now() - begin;
+            bool const taken = stored && Gain{before, counters}.processed(source) >= entries.size();
+            bool const all = std::ranges::all_of(destinations, [&](Destination const& one) {
+                return !log_config::passes(one.level, severity) || waited > patience(one) ||
+                       is_right(arrival(one, severity, text, entries, Gain{before, counters}));
+            });
+            if ((!taken || !all) && waited < longest) {
+                continue;
+            }
+            if (stored && Gain{before, counters}.processed(source) == 0) {
+                return fail(Error::CommonError, "syslog-ng takes no messages");
+            }
+            OUTCOME_TRY(read_counters()); // once more, for what should not come
+            Arrivals arrivals{stored ? Arrival::Seen : Arrival::Missing};
+            for (auto& one : destinations) {
+                arrivals.push_back(arrival(one, severity, text, entries, Gain{before, counters}));
+                one.disappoints |= !is_right(arrivals.back());
+            }
+            bool const alone = entries.size() <= 1 && Gain{before, counters}.processed(source) <= 1;
+            return Attempt{std::move(arrivals), taken, alone};
+        }
+    }
+
+    /// Waits, as far as there is such a time, until syslog-ng has taken what is in the journal.
+    core::Result<void> wait_for_rest() {
+        auto const end = Clock::now() + longest;
+        bool rest = !counters.empty() && journal->new_entries().empty();
+        while (!rest && Clock::now() < end) {
+            auto const before = counters;
+            OUTCOME_TRY(read_counters());
+            rest = journal->new_entries().empty() && !before.empty() &&
+                   Gain{before, counters}.processed(source) == 0;
+        }
+        return core::success();
+    }
+
+    /// What the journal has stored up to this message; nothing if it does not come.
+    std::vector<JournalEntry> wait_for_journal(std::string const& text) {
+        std::vector<JournalEntry> entries;
+        for (auto const end = Clock::now() + longest; Clock::now() < end;) {
+            std::ranges::move(journal->new_entries(), std::back_inserter(entries));
+            if (std::ranges::count(entries, text, &JournalEntry::message) > 0) {
+                return entries;
+            }
+            std::this_thread::sleep_for(milliseconds{1});
+        }
+        return {};
+    }
+
+    core::Result<void> read_counters() {
+        OUTCOME_TRY(answer, ask_syslog_ng("stats", Clock::now() + longest));
+        counters = statistics_in(answer);
+        return core::success();
+    }
+
+    std::string log(unsigned severity) {
+        auto text = fmt::format("logctl probe {}: message {}, {}", result.token, ++result.messages,
+                                severities.at(severity));
+        syslog(static_cast<int>(severity), "%s", text.c_str());
+        return text;
+    }
+
+    static milliseconds patience(Destination const& destination) {
+        return destination.disappoints ? milliseconds{100} : milliseconds{1000};
+    }
+
+    /// What has become of a message, of these that came at the same time.
+    static Arrival arrival(Destination const& at, unsigned severity, std::string const& text,
+                           std::vector<JournalEntry> const& entries, Gain const& gain) {
+        auto const passing = static_cast<std::uint64_t>(std::ranges::count_if(
+            entries, [&](auto const& one) { return log_config::passes(at.level, one.severity); }));
+        auto const processed = gain.processed(at.id);
+        bool const in_file = at.file && at.file->has(text + "\n");
+        if (!log_config::passes(at.level, severity)) {
+            return in_file || processed > passing ? Arrival::Unexpected : Arrival::Filtered;
+        }
+        if (at.file) {
+            return in_file ? Arrival::Seen : Arrival::Missing;
+        }
+        if (processed < passing) {
+            return Arrival::Missing;
+        }
+        return !at.receiver || gain.written(at.id) >= passing ? Arrival::Sent
+               : gain.dropped(at.id) > 0                      ? Arrival::Dropped
+                                                              : Arrival::Queued;
+    }
+
+    /// That nobody takes a datagram is known when the next one is sent: logs one more if a receiver got any.
+    core::Result<void> see_who_refused() {
+        auto const was_sent = [&](Destination const& one) {
+            return one.receiver && std::ranges::count(result.places[one.place].arrivals, Arrival::Sent) > 0;
+        };
+        if (std::ranges::none_of(destinations, was_sent)) {
+            return core::success();
+        }
+        constexpr unsigned alert = 1; // passes every level
+        OUTCOME_TRY(seen, try_once(alert));
+        for (auto const& one : destinations) {
+            if (was_sent(one) && seen.arrivals[one.place] != Arrival::Sent) {
+                std::ranges::replace(result.places[one.place].arrivals, Arrival::Sent, Arrival::Refused);
+            }
+        }
+        return core::success();
+    }
+
+    static constexpr milliseconds longest{2000};
+    static constexpr char const* source = "s_local"; // in syslog-ng.conf
+
+    std::unique_ptr<Journal> journal;
+    Statistics counters; ///< as they were read last
+    std::vector<Destination> destinations;
+    ProbeResult result{};
+};
+
+/// Why a destination is not as the settings say, as `status` tells.
+std::vector<Note> reasons(ProbedPlace const& place, Report const& report) {
+    auto const destination = std::ranges::find(report.destinations, place.name, &DestinationStatus::name);
+    if (destination != report.destinations.end() && !destination->notes.empty()) {
+        return destination->notes;
+    }
+    auto const& syslog_ng = report.outputs.front();
+    if (!syslog_ng.in_step()) {
+        return syslog_ng.notes;
+    }
+    return std::ranges::count(place.arrivals, Arrival::Unknown) > 0
+               ? std::vector<Note>{{"other messages came at the same time", "logctl probe"}}
+               : std::vector<Note>{};
+}
+
+} // namespace
+
+std::string_view name_of(Arrival arrival) {
+    constexpr std::string_view names[] = {"filtered", "seen",    "sent",       "queued", "refused",
+                                          "dropped",  "missing", "unexpected", "unknown"};
+    return names[static_cast<std::size_t>(arrival)];
+}
+
+core::Result<ProbeResult> probe(Context const& context) {
+    if (geteuid() != 0) {
+        return fail(Error::NoAccess, "needs root, to ask syslog-ng what it did; run: sudo logctl probe");
+    }
+    auto const before = look(context);
+    auto const& syslog_ng = before.parts.back();
+    if (!syslog_ng.works()) {
+        return fail(Error::CommonError, "syslog-ng {}: {}", syslog_ng.state, text_of(syslog_ng.notes));
+    }
+    OUTCOME_TRY(wanted, Wanted::open(context));
+    OUTCOME_TRY(settings, wanted.syslog_settings());
+    OUTCOME_TRY(journal, Journal::open());
+    auto probed = Probe{before, settings, std::move(journal)}.run();
+    if (probed.has_error()) {
+        auto const after = look(context);
+        auto const lost = std::ranges::find(after.destinations, not_arriving, &DestinationStatus::state);
+        return lost == after.destinations.end()
+                   ? probed.error()
+                   : fail(Error::CommonError, "{}; {}", text_of(probed.error()), text_of(lost->notes));
+    }
+    auto& result = probed.value();
+    if (!result.is_right()) {
+        auto const after = look(context);
+        for (auto& place : result.places) {
+            if (!place.is_right() && place.notes.empty()) {
+                place.notes = reasons(place, after);
+            }
+        }
+    }
+    return std::move(result);
+}
+
+} // namespace xpon::logctl
