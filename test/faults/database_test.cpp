@@ -196,8 +196,8 @@ TEST_F(DatabaseFaults, AJournalPrunedPastTheDaemonCostsNoChange) {
     EXPECT_EQ(stop_daemon(), 0);
     if (!HasFailure()) {
         report(
-            "journal pruned past the daemon\tits rows are removed while the daemon stands still\tnothing: it "
-            "holds up nothing");
+            "journal pruned past the daemon\tits rows are removed while the daemon stands still\tnothing; no "
+            "output is delayed");
     }
 }
 

@@ -57,7 +57,7 @@ std::optional<ReadFailure> read(Record const& record, Store const* store, void* 
         return failed(EINVAL, out == nullptr ? "no record given" : "no key given");
     }
     if (key[0] != 0 || key[1] != 0 || key[2] != 0) {
-        return failed(EINVAL, fmt::format("key {}.{}.{} given, allowed is 0.0.0", key[0], key[1], key[2]));
+        return failed(EINVAL, not_allowed(fmt::format("key {}.{}.{}", key[0], key[1], key[2]), "0.0.0"));
     }
     try {
         return store->read(record, out);

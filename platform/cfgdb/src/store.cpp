@@ -97,11 +97,10 @@ core::Result<void> check_schema(Connection const& connection) {
     auto rows = foreign.run();
     if (rows.next()) {
         bool const table = rows.text(0) == "table";
-        return fail(
-            Error::InvalidState,
-            "{}: holds the {}{} {}; a configuration database has tables alone, restore it from a copy",
-            connection.path().string(), table ? "virtual " : "", plain(rows.text(0)),
-            printable(rows.text(1)));
+        return fail(Error::InvalidState,
+                    "{}: holds the {}{} {}; a configuration database has only tables; restore it from a copy",
+                    connection.path().string(), table ? "virtual " : "", plain(rows.text(0)),
+                    printable(rows.text(1)));
     }
     return connection.check_end(rows);
 }
@@ -210,8 +209,8 @@ std::optional<ReadFailure> Store::read(Record const& record, void* out) const {
         }
         auto const value = rows.value(1);
         if (!value || !is_allowed(setting->kind, *value)) {
-            return failed(EINVAL, fmt::format("{}: {} is stored, allowed is {}", path, rows.description(1),
-                                              allowed(setting->kind)));
+            return failed(EINVAL,
+                          fmt::format("{}: {}", path, wrongly_stored(rows.description(1), setting->kind)));
         }
         put(*setting, *value, filled);
     }

@@ -129,7 +129,7 @@ TEST_F(Backup, TakesThePlaceOfADatabaseThatIsTooDamagedToBeWritten) {
 TEST_F(Backup, IsRefusedIfOthersThanRootDecideWhatIsInItsLogFolder) {
     RawDatabase{copy}.run("INSERT INTO setting VALUES('syslog.file.path', '/tmp/')");
     expect_refused(Error::InvalidState, "syslog.file.path: /tmp/ is not safe for the log file: "
-                                        "others than root may write /tmp");
+                                        "users other than root can write to /tmp");
 }
 
 TEST_F(Backup, MadeFileByFileIsReadWithItsLog) {
@@ -167,7 +167,7 @@ TEST_F(Backup, IsRefusedIfItIsOfAnotherSchema) {
     raw.run("CREATE TRIGGER t AFTER INSERT ON setting BEGIN SELECT 1; END");
     expect_refused(
         Error::InvalidState,
-        "holds the trigger \"t\"; a configuration database has tables alone, restore it from a copy");
+        "holds the trigger \"t\"; a configuration database has only tables; restore it from a copy");
 }
 
 TEST_F(Backup, IsRefusedIfAValueIsNotAllowed) {
@@ -177,14 +177,14 @@ TEST_F(Backup, IsRefusedIfAValueIsNotAllowed) {
     raw.run("INSERT INTO setting VALUES('syslog.file.path', '/a' || char(10) || '/')");
     expect_refused(
         Error::InvalidState,
-        "syslog.file.path: \"/a\\x0a/\" is stored, allowed is an absolute path that ends in '/', at "
+        "syslog.file.path: \"/a\\x0a/\" is stored, but it must be an absolute path that ends in '/', at "
         "most 31 bytes of A-Z a-z 0-9 . _ / -");
     raw.run("UPDATE setting SET path = 'syslog.remote.3.address', value = '10.0.0.1' "
             "WHERE path = 'syslog.file.path'");
     expect_refused(
         Error::InvalidState,
-        "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514, allowed is each address and "
-        "port once");
+        "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514; receivers must differ in address or "
+        "port");
 }
 
 TEST_F(Backup, IsRefusedIfItIsDamaged) {

@@ -266,7 +266,7 @@ TEST_F(BrokenDatabase, AFileInPlaceOfTheFolderIsRefused) {
 TEST_F(BrokenDatabase, AFolderThatCannotBeMadeIsNamedWithTheReason) {
     test::write_file(folder, "");
     EXPECT_EQ(opening_failure(folder / "below"),
-              (folder / "below").string() + ": cannot make the folder (Not a directory)");
+              (folder / "below").string() + ": cannot create the folder (Not a directory)");
 }
 
 TEST_F(BrokenDatabase, ReadingDoesNotMakeADatabase) {
@@ -338,7 +338,7 @@ TEST_F(BrokenDatabase, AViewATriggerAndAVirtualTableAreRefused) {
     auto const refused = [this](std::string const& what) {
         expect_failure(Error::InvalidState,
                        file.string() + ": holds the " + what +
-                           "; a configuration database has tables alone, restore it from a copy");
+                           "; a configuration database has only tables; restore it from a copy");
     };
     RawDatabase const raw{file};
     raw.run("CREATE TRIGGER stop BEFORE INSERT ON history BEGIN SELECT RAISE(ABORT, 'no'); END");
@@ -362,8 +362,8 @@ TEST_F(BrokenDatabase, AQueryWithoutEndIsEndedAfterFiveSeconds) {
         "DROP TABLE setting; CREATE VIEW setting AS WITH RECURSIVE e(n) AS (SELECT 1 UNION ALL "
         "SELECT n + 1 FROM e) SELECT 'x' || n AS path, n AS value FROM e");
     expect_read_failure(cfgdb, EIO,
-                        "syslog.rsh.*: a query was ended after 5 s: the database holds far too much, or "
-                        "something that has no end");
+                        "syslog.rsh.*: a query was ended after 5 s: the database is far too large, or "
+                        "a view in it never ends");
 }
 
 // --- texts of others
@@ -601,7 +601,7 @@ TEST_F(OtherUsers, AreToldWhereNoFolderCanBeMade) {
                                        [this] {
                                            EXPECT_EQ(opening_failure(folder / "a/b"),
                                                      (folder / "a/b").string() +
-                                                         ": cannot make the folder (Permission denied)");
+                                                         ": cannot create the folder (Permission denied)");
                                        }),
               0);
 }

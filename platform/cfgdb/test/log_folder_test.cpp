@@ -21,9 +21,9 @@ TEST(LogFolders, ThatRootAloneMayWriteAreGoodAlsoBeforeTheyExist) {
 
 TEST(LogFolders, ThatOthersMayReachAreNot) {
     for (auto const* folder : {"/tmp/", "/tmp/nonexistent/log/", "/usr/../tmp/"}) {
-        EXPECT_EQ(log_folder_flaw(folder), "others than root may write /tmp") << folder;
+        EXPECT_EQ(log_folder_flaw(folder), "users other than root can write to /tmp") << folder;
     }
-    EXPECT_EQ(log_folder_flaw("/etc/passwd/"), "/etc/passwd is no folder");
+    EXPECT_EQ(log_folder_flaw("/etc/passwd/"), "/etc/passwd is not a folder");
 }
 
 TEST(LogFolders, AreLookedAtBehindLinks) {
@@ -37,11 +37,11 @@ TEST(LogFolders, AreLookedAtWhenTheyAreSet) {
     auto const folder = scratch / "db";
     change(folder, {{"syslog.file.path", "/var/lib/board/"}});
     auto transaction = wish({{"syslog.file.path", "/tmp/log/"}, {"syslog.rsh.level", "debug"}});
-    auto const refused = IsError(
-        Error::InvalidInputArg,
-        "syslog.file.path: \"/tmp/log/\" is refused: others than root may write /tmp, and whoever can "
-        "replace a file there decides what root's syslog-ng writes to; allowed is a folder that root "
-        "alone may write, such as /var/log/");
+    auto const refused =
+        IsError(Error::InvalidInputArg,
+                "syslog.file.path: \"/tmp/log/\" is not allowed; it must be a folder that only root can "
+                "write to, such as /var/log/: users other than root can write to /tmp, and whoever can "
+                "replace a file there decides what syslog-ng writes to as root");
     EXPECT_THAT(transaction.preview(folder), refused);
     EXPECT_THAT(transaction.commit(folder), refused);
     EXPECT_EQ(stored_settings(folder).value().size(), 1U);

@@ -259,18 +259,20 @@ TEST_F(Records, ARefusedArgumentIsNamedInTheSystemLog) {
     getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, key);
     getRunDb_CommonGCfg_logging_syslog_rsh(nullptr, &rsh, all_zero_key);
     auto const database = file.string();
-    EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + database + ": key 0.2.0 given, allowed is 0.0.0\n" +
+    EXPECT_EQ(syslog.lines(), "test: TEST_CFGDB - " + database +
+                                  ": key 0.2.0 is not allowed; it must be 0.0.0\n" +
                                   "test: cfgdb - syslog.rsh.*: no database handle given\n");
 }
 
-constexpr char const* levels = ", allowed is critical, error, warning, notice, info or debug (0 to 5)";
+constexpr char const* levels = ", but it must be critical, error, warning, notice, info or debug (0 to 5)";
 
 TEST_F(Records, AStoredValueThatIsNotAllowedFailsItsRecordAndNoOther) {
-    constexpr char const* sizes = ", allowed is 65536 to 1073741824 bytes";
-    constexpr char const* ports = ", allowed is 1 to 65535";
+    constexpr char const* sizes = ", but it must be 65536 to 1073741824 bytes";
+    constexpr char const* ports = ", but it must be 1 to 65535";
     constexpr char const* folders =
-        ", allowed is an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -";
-    constexpr char const* addresses = ", allowed is a dotted IPv4 address, 0.0.0.0 for an unused receiver";
+        ", but it must be an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -";
+    constexpr char const* addresses =
+        ", but it must be a dotted IPv4 address, or 0.0.0.0 for an unused receiver";
     struct Case {
         std::string path;
         std::string sql; // the value
@@ -343,7 +345,7 @@ TEST_F(Records, EverySettingIsCheckedWhenItIsRead) {
             std::ranges::find_if(readers, [&](auto const& r) { return setting.path.starts_with(r.prefix); });
         expect_refused(
             reader->prefix, EINVAL,
-            fmt::format("{}: 2147483648 is stored, allowed is {}", setting.path, allowed(setting.kind)));
+            fmt::format("{}: 2147483648 is stored, but it must be {}", setting.path, allowed(setting.kind)));
         ++tested;
     }
     EXPECT_EQ(tested, 13U + 87 + 17);
@@ -353,8 +355,8 @@ TEST_F(Records, TwoReceiversThatAreOneFailTheRecord) {
     raw.run("INSERT INTO setting VALUES('syslog.remote.1.address', '10.0.0.1'), ('syslog.remote.3.address', "
             "'10.0.0.1')");
     expect_refused("syslog.remote.", EINVAL,
-                   "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514, allowed is each address "
-                   "and port once");
+                   "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514; receivers must differ in "
+                   "address or port");
     raw.run("INSERT INTO setting VALUES('syslog.remote.3.port', 515)");
     read(reader_of("syslog.remote."));
 }

@@ -124,7 +124,7 @@ TEST_F(Transactions, RefuseBuiltInSettingsByNameAndLeaveThemOutOfWildcards) {
 TEST_F(Transactions, ARefusedWishLeavesTheOthersAsTheyWere) {
     auto transaction = wish({{"syslog.file.level", "debug"}});
     EXPECT_THAT(transaction.set("syslog.remote.*", "5"),
-                IsError(Error::InvalidInputArg, HasSubstr("syslog.remote.1.address: \"5\" is refused")));
+                IsError(Error::InvalidInputArg, HasSubstr("syslog.remote.1.address: \"5\" is not allowed")));
     EXPECT_THAT(transaction.set("syslog.nothing", "5"),
                 IsError(Error::InvalidInputArg, HasSubstr("no such setting")));
     EXPECT_THAT(transaction.commit(folder), IsOkAnd(SizeIs(1)));
@@ -142,7 +142,7 @@ TEST_F(Transactions, APreviewSaysWhatWouldChangeAndWritesNothing) {
 
 std::string both(int one, int other, std::string const& receiver) {
     return fmt::format(
-        "syslog.remote.{} and syslog.remote.{} are both {}, allowed is each address and port once", one,
+        "syslog.remote.{} and syslog.remote.{} are both {}; receivers must differ in address or port", one,
         other, receiver);
 }
 
@@ -245,8 +245,8 @@ TEST_F(Transactions, WithoutADoorbellNothingIsWritten) {
         auto transaction = wish({{"syslog.file.level", "debug"}});
         EXPECT_THAT(
             transaction.commit(folder),
-            IsError(Error::InvalidState, fmt::format("{}: not a regular file but {}; remove it, the next "
-                                                     "change makes it again",
+            IsError(Error::InvalidState, fmt::format("{}: not a regular file but {}; remove it; the next "
+                                                     "change creates it again",
                                                      doorbell.string(), what)));
         EXPECT_THAT(settings(), IsEmpty());
     }

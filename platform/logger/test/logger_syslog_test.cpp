@@ -255,7 +255,7 @@ TEST_F(LoggerSyslogTest, BrokenLinesAreOneWarningAndTheOthersHold) {
         syslog.next(),
         is_line(local0_warning,
                 dated("WARN   LOG-CFG_IPC    - .*: \"" + path.string() +
-                      "\" line 10: \">syslog, LOG_LOCAL0;\" is wanted after the level "
+                      "\" line 10: \">syslog, LOG_LOCAL0;\" must follow the level "
                       "\\(lines that cannot be read: 2\\) \\[logger.cpp:create_context:[0-9]+\\]\n")));
     EXPECT_TRUE(syslog.nothing_more());
     // A category with a readable rule obeys exactly its rules, also the one that the warning is written

@@ -235,7 +235,7 @@ TEST_F(LauncherTest, RunsOnlyOnce) {
     auto launched = launcher_without_feed();
     EXPECT_THAT(launched.stop(), IsOk());
     EXPECT_THAT(launched.run(), IsOk());
-    EXPECT_THAT(launched.run(), IsError(Error::InvalidState, "A launcher runs its service once"));
+    EXPECT_THAT(launched.run(), IsError(Error::InvalidState, "A launcher can run its service only once"));
 }
 
 TEST_F(LauncherTest, NeedsAService) {
@@ -258,8 +258,7 @@ TEST_F(LauncherTest, WithoutADatabaseOfThisProcessItSaysSoAndServesWithoutChange
     service.answer = [&](auto const&) { return launched.stop(); };
     EXPECT_THAT(launched.run(), IsOk());
     EXPECT_THAT(journal.entries(), ElementsAre("sync", "stop"));
-    EXPECT_THAT(logger->texts(),
-                ElementsAre("Configuration changes are not followed: no database has been opened for it"));
+    EXPECT_THAT(logger->texts(), ElementsAre("Configuration changes are not followed: no database is open"));
     EXPECT_EQ(logger->lines().at(0).level, core::log_failure);
 }
 

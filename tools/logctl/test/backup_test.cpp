@@ -35,7 +35,7 @@ TEST_F(Backup, ThatIsNoneChangesNothingAndIsNamedWithTheReason) {
         logctl({"restore", copy}),
         (Outcome{1, "",
                  "logctl: " + copy +
-                     ": syslog.rsh.level: 9 is stored, allowed is critical, error, warning, notice, info "
+                     ": syslog.rsh.level: 9 is stored, but it must be critical, error, warning, notice, info "
                      "or debug (0 to 5)\n"}));
     EXPECT_EQ(logctl({"restore", "/no/such"}),
               (Outcome{1, "", "logctl: /no/such: cannot be opened (No such file or directory)\n"}));

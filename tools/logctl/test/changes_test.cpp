@@ -48,7 +48,7 @@ TEST_F(Changes, AreToldOnRequest) {
     EXPECT_EQ(
         logctl({"set", "-v", "syslog.file.path=/var/log/a=b/"}),
         refused(
-            R"(syslog.file.path: "/var/log/a=b/" is refused, allowed is an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"));
+            R"(syslog.file.path: "/var/log/a=b/" is not allowed; it must be an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"));
     EXPECT_EQ(logctl({"set", "syslog.file.level=4", "module.fsm_pon.ont.3.1-2=debug",
                       "syslog.file.path=/run/", "-v"}),
               (Outcome{0, text(R"(
@@ -82,20 +82,21 @@ syslog.rsh.level: notice -> error
 TEST_F(Changes, AreRefusedAllTogetherWithPathValueAndWhatIsAllowed) {
     std::pair<std::string, std::string> const cases[] = {
         {"syslog.file.level=loud",
-         R"(syslog.file.level: "loud" is refused, allowed is critical, error, warning, notice, info or debug (0 to 5))"},
-        {"syslog.file.size=1M", R"(syslog.file.size: "1M" is refused, allowed is 65536 to 1073741824 bytes)"},
-        {"syslog.remote.1.port=0", R"(syslog.remote.1.port: "0" is refused, allowed is 1 to 65535)"},
+         R"(syslog.file.level: "loud" is not allowed; it must be critical, error, warning, notice, info or debug (0 to 5))"},
+        {"syslog.file.size=1M",
+         R"(syslog.file.size: "1M" is not allowed; it must be 65536 to 1073741824 bytes)"},
+        {"syslog.remote.1.port=0", R"(syslog.remote.1.port: "0" is not allowed; it must be 1 to 65535)"},
         {"syslog.remote.1.address=10.0.0.01",
-         R"(syslog.remote.1.address: "10.0.0.01" is refused, allowed is a dotted IPv4 address, 0.0.0.0 for an unused receiver)"},
+         R"(syslog.remote.1.address: "10.0.0.01" is not allowed; it must be a dotted IPv4 address, or 0.0.0.0 for an unused receiver)"},
         {"syslog.file.path=",
-         R"(syslog.file.path: "" is refused, allowed is an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"},
+         R"(syslog.file.path: "" is not allowed; it must be an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"},
         {"module.snmp.trap=debug", R"("module.snmp.trap": no such setting; nearest: module.snmp.TRAP)"},
         {"module.snmp=debug", R"("module.snmp": no such setting; nearest: module.snmp.*)"},
         {"module.fsm_pon.ont.3.250-260=debug",
          R"("module.fsm_pon.ont.3.250-260": 250-260 is not within 1-256)"},
         {"module.logconfig.SELF=error", "module.logconfig.SELF: built in and cannot be set"},
         {"syslog.remote.*.address=10.0.0.1", "syslog.remote.1 and syslog.remote.2 are both 10.0.0.1 port "
-                                             "514, allowed is each address and port once"},
+                                             "514; receivers must differ in address or port"},
         {"=3", R"("": no such setting; all begin with "syslog." or "module.")"},
     };
     EXPECT_EQ(logctl({"reset", "*"}), silence);

@@ -48,9 +48,9 @@ TEST_F(Check, WhatIsStoredAndNotAllowedOrUnknownIsNamed) {
     EXPECT_EQ(logctl({"check"}), (Outcome{1, text(R"(
 settings: 4 stored, 3 wrong
   "module.logconfig.SELF": no such setting, the daemon ignores it
-  syslog.rsh.level: "x\x0a@include" is stored, allowed is critical, error, warning, notice, info or debug (0 to 5)
+  syslog.rsh.level: "x\x0a@include" is stored, but it must be critical, error, warning, notice, info or debug (0 to 5)
   "syslog.rsh.levle": no such setting, the daemon ignores it
-syslog-ng: the dry run could not be done: there is no text with these settings
+syslog-ng: the dry run could not be done: these settings give no text
 )"),
                                           ""}));
 }
@@ -64,12 +64,12 @@ TEST_F(Check, EqualReceiversAreNamed) {
   "problems": [
     {
       "path": "syslog.remote.3",
-      "problem": "10.0.0.1 port 514, as syslog.remote.1; allowed is each address and port once"
+      "problem": "10.0.0.1 port 514, as syslog.remote.1; receivers must differ in address or port"
     }
   ],
   "dry_run": {
     "state": "not done",
-    "reason": "there is no text with these settings"
+    "reason": "these settings give no text"
   }
 }
 )"),

@@ -104,10 +104,10 @@ syslog.rsh.level: debug -> info
 
 TEST_F(PastChanges, ThatTheHistoryDoesNotHoldCannotBeUndone) {
     EXPECT_EQ(logctl({"rollback", "4"}),
-              (Outcome{1, "", "logctl: 4: the history can be rolled back to 0 up to 3\n"}));
+              (Outcome{1, "", "logctl: 4: no such transaction; rollback accepts 0 to 3\n"}));
     logctl.sql("DELETE FROM history WHERE number = 1");
     EXPECT_EQ(logctl({"rollback", "0"}),
-              (Outcome{1, "", "logctl: 0: the history can be rolled back to 1 up to 3\n"}));
+              (Outcome{1, "", "logctl: 0: no such transaction; rollback accepts 1 to 3\n"}));
     EXPECT_EQ(logctl({"rollback", "x"}).status, 2);
 }
 

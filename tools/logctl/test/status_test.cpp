@@ -400,7 +400,7 @@ constexpr Trouble troubles[] = {
     {"SyslogNgFrozen",   &Troubles::freeze_syslog_ng,    "syslog-ng", "frozen: syslog-ng is stopped; run: kill -CONT "},
     {"DatabaseMissing",  &Troubles::remove_the_database, "database",  "cannot be opened (No such file or directory); run: systemctl restart log-config"},
 
-    {"WantedInvalid",    &Troubles::store_a_level_that_is_not_allowed, "syslog-ng  ", "  invalid  unknown  ok       syslog.rsh.level: 9 is stored, allowed is critical, error, warning, notice, info or debug (0 to 5); run: logctl reset syslog.rsh.level"},
+    {"WantedInvalid",    &Troubles::store_a_level_that_is_not_allowed, "syslog-ng  ", "  invalid  unknown  ok       syslog.rsh.level: 9 is stored, but it must be critical, error, warning, notice, info or debug (0 to 5); run: logctl reset syslog.rsh.level"},
     {"WantedUnsafe",     &Troubles::open_the_log_folder_to_all, "syslog-ng  ", "  unsafe  "},
     {"WrittenMissing",   &Troubles::remove_a_file,       "SNMP.conf", "  ok      missing  unknown  /etc/zlog_modules_config/SNMP.conf is missing; run: logctl apply SNMP.conf"},
     {"WrittenDiffers",   &Troubles::edit_a_file,         "SNMP.conf", "  ok      differs  unknown  /etc/zlog_modules_config/SNMP.conf is not what the settings ask for; run: logctl apply SNMP.conf"},

@@ -115,7 +115,7 @@ TEST_F(Texts, AStoredValueThatIsNotAllowedIsNamed) {
     logctl.sql("UPDATE setting SET value = 99");
     Outcome const refused{
         1, "",
-        "logctl: module.netserve.IPC: 99 is stored, allowed is critical, error, warning, notice, info or "
+        "logctl: module.netserve.IPC: 99 is stored, but it must be critical, error, warning, notice, info or "
         "debug (0 to 5)\n"};
     EXPECT_EQ(logctl({"preview", "NETSERVE"}), refused);
     EXPECT_EQ(logctl({"export"}), refused);
