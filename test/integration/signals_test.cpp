@@ -7,19 +7,10 @@ namespace xpon::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr char const* starting = "STATUS=Startup LOG Configurator...";
-constexpr char const* ready = "READY=1\nSTATUS=Processing requests...\n";
-constexpr char const* stopping = "STATUS=Shutdown LOG Configurator...\nSTOPPING=1\n";
 
 class Signals : public Board {
   protected:
-    Signals() {
-        start_journald();
-        start_syslog_ng();
-        start_broker();
-    }
+    Signals() { start_tools(); }
 };
 
 TEST_F(Signals, BeforeReadyAreIgnored) {
@@ -115,14 +106,8 @@ TEST_F(Signals, AllThreadsButTheMainOneBlockThem) {
     ASSERT_TRUE(wait_until_logged(log_file));
     constexpr std::uint64_t the_three = 1U << (SIGTERM - 1) | 1U << (SIGINT - 1) | 1U << (SIGHUP - 1);
     for (auto const& task : std::filesystem::directory_iterator(proc() / "task")) {
-        std::istringstream status{contents(task.path() / "status")};
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("SigBlk:")) {
-                auto const blocked = std::stoull(line.substr(7), nullptr, 16);
-                auto const is_main = task.path().filename() == std::to_string(daemon->process.pid());
-                EXPECT_EQ(blocked & the_three, is_main ? 0 : the_three) << task.path();
-            }
-        }
+        auto const is_main = task.path().filename() == std::to_string(daemon->process.pid());
+        EXPECT_EQ(blocked_signals(task.path()) & the_three, is_main ? 0 : the_three) << task.path();
     }
 }
 

@@ -1,4 +1,3 @@
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <exception>

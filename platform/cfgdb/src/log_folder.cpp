@@ -1,7 +1,6 @@
 #include "xpon/cfgdb/log_folder.hpp"
 
 #include <cerrno>
-#include <ranges>
 #include <system_error>
 #include <vector>
 

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
-#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>

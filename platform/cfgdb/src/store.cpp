@@ -119,8 +119,8 @@ core::Result<Connection> open_database(std::filesystem::path const& file, Store:
 core::Result<void> settle_as_writer(Connection const& connection) {
     // With a size limit the last connection to close empties the log. Otherwise its old pages would be merged
     // into a database file that is restored from a copy.
-    OUTCOME_TRY(connection.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
-                                   "PRAGMA journal_size_limit = 1048576"));
+    OUTCOME_TRY(connection.execute(
+        "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA journal_size_limit = 1048576"));
     // A database of the first release does not have this table.
     OUTCOME_TRY(connection.execute(trial_table));
     connection.empty_log_at_close(true);
@@ -153,10 +153,9 @@ core::Result<Store::Opened> Store::open_files(std::filesystem::path const& file,
     // One statement, so a record is always one consistent state; a range of the primary key.
     OUTCOME_TRY(records,
                 connection.prepare("SELECT path, value FROM setting WHERE path >= ?1 AND path < ?2"));
-    OUTCOME_TRY(journal,
-                connection.prepare("SELECT sequence, field_id FROM journal "
-                                   "WHERE sequence >= ifnull(?1, (SELECT max(sequence) FROM journal)) "
-                                   "ORDER BY sequence"));
+    OUTCOME_TRY(journal, connection.prepare("SELECT sequence, field_id FROM journal WHERE sequence >= "
+                                            "ifnull(?1, (SELECT max(sequence) FROM journal)) "
+                                            "ORDER BY sequence"));
     return Opened{files, std::move(connection), std::move(records), std::move(journal), cookie};
 }
 

@@ -235,7 +235,7 @@ TEST(Values, AValueOfTheWrongTypeIsNotAllowed) {
     EXPECT_FALSE(is_allowed(Kind::Folder, Value{std::string{"/a\0/", 4}}));
 }
 
-TEST(Values, ATextOfAValueIsReadAsTheSameValue) {
+TEST(Values, TheTextOfAValueIsReadAsTheSameValue) {
     for (auto const& setting : settings()) {
         EXPECT_THAT(parse(setting, to_text(setting.kind, setting.default_value)),
                     test::IsOkAnd(setting.default_value));

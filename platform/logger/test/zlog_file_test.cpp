@@ -171,7 +171,7 @@ TEST(ZlogFile, ALineThatCannotBeReadIsNamedWithItsNumberAndReason) {
     }
 }
 
-TEST(ZlogFile, LinesOutsideOfAKnownSectionAreProblemsEach) {
+TEST(ZlogFile, EachLineOutsideAKnownSectionIsAProblem) {
     EXPECT_THAT(problems_of("stray\n[levels]\nTRACE = 10\n\nCRIT = 130\n[rules]\n"),
                 ElementsAre("1: a line outside the known sections", "2: unknown section [levels]",
                             "3: a line outside the known sections", "5: a line outside the known sections"));

@@ -1,6 +1,5 @@
 #include "settings_file.hpp"
 
-#include <optional>
 #include <set>
 
 #include <fmt/format.h>

@@ -1,6 +1,5 @@
 // set and reset.
 
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -13,70 +12,54 @@
 namespace xpon::logctl {
 namespace {
 
-Outcome const silence{0, "", ""};
 constexpr char const* session_manager_note = "logctl: note: a level of the session manager takes effect when "
                                              "the daemon is next restarted, not before\n";
 
 class Changes : public testing::Test {
   protected:
-    Outcome refused(std::string const& reason) const { return {1, "", "logctl: " + reason + "\n"}; }
-
-    /// "path=value" of every row in the database.
-    std::vector<std::string> stored() const {
-        auto const rows = cfgdb::stored_settings(logctl.database);
-        std::vector<std::string> all;
-        for (auto const& row : rows.value()) {
-            all.push_back(fmt::format("{}={}", row.path, row.value));
-        }
-        return all;
-    }
-
     Logctl logctl;
 };
 
-TEST_F(Changes, AreMadeWithoutAWord) {
+TEST_F(Changes, AreMadeSilently) {
     EXPECT_EQ(
         logctl({"set", "syslog.file.level=debug", "syslog.remote.1.address=10.0.0.1", "module.snmp.TRAP=0"}),
         silence);
-    EXPECT_THAT(stored(), testing::ElementsAre("module.snmp.TRAP=critical", "syslog.file.level=debug",
-                                               "syslog.remote.1.address=10.0.0.1"));
+    EXPECT_THAT(logctl.stored(), testing::ElementsAre("module.snmp.TRAP=critical", "syslog.file.level=debug",
+                                                      "syslog.remote.1.address=10.0.0.1"));
     EXPECT_EQ(logctl({"reset", "syslog.remote.*", "syslog.file.level"}), silence);
-    EXPECT_THAT(stored(), testing::ElementsAre("module.snmp.TRAP=critical"));
+    EXPECT_THAT(logctl.stored(), testing::ElementsAre("module.snmp.TRAP=critical"));
 }
 
-TEST_F(Changes, AreToldOnRequest) {
+TEST_F(Changes, AreShownOnRequest) {
     EXPECT_EQ(
         logctl({"set", "-v", "syslog.file.path=/var/log/a=b/"}),
         refused(
             R"(syslog.file.path: "/var/log/a=b/" is not allowed; it must be an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"));
     EXPECT_EQ(logctl({"set", "syslog.file.level=4", "module.fsm_pon.ont.3.1-2=debug",
                       "syslog.file.path=/run/", "-v"}),
-              (Outcome{0, text(R"(
+              printed(R"(
 syslog.file.path: /var/log/ -> /run/
 module.fsm_pon.ont.3.1: notice -> debug
 module.fsm_pon.ont.3.2: notice -> debug
-)"),
-                       ""}));
-    EXPECT_EQ(logctl({"reset", "--verbose", "*"}), (Outcome{0, text(R"(
+)"));
+    EXPECT_EQ(logctl({"reset", "--verbose", "*"}), printed(R"(
 syslog.file.path: /run/ -> /var/log/
 module.fsm_pon.ont.3.1: debug -> notice
 module.fsm_pon.ont.3.2: debug -> notice
-)"),
-                                                            ""}));
+)"));
 }
 
 TEST_F(Changes, ADryRunSaysWhatItWouldChangeAndChangesNothing) {
     EXPECT_EQ(logctl({"set", "syslog.file.level=debug"}), silence);
-    EXPECT_EQ(logctl({"set", "--dry-run", "syslog.*.level=error"}), (Outcome{0, text(R"(
+    EXPECT_EQ(logctl({"set", "--dry-run", "syslog.*.level=error"}), printed(R"(
 syslog.file.level: debug -> error
 syslog.remote.level: notice -> error
 syslog.kernel.level: warning -> error
 syslog.rsh.level: notice -> error
-)"),
-                                                                             ""}));
+)"));
     EXPECT_EQ(logctl({"reset", "--dry-run", "-v", "*"}),
               (Outcome{0, "syslog.file.level: debug -> info\n", ""}));
-    EXPECT_THAT(stored(), testing::ElementsAre("syslog.file.level=debug"));
+    EXPECT_THAT(logctl.stored(), testing::ElementsAre("syslog.file.level=debug"));
 }
 
 TEST_F(Changes, AreRefusedAllTogetherWithPathValueAndWhatIsAllowed) {
@@ -107,7 +90,7 @@ TEST_F(Changes, AreRefusedAllTogetherWithPathValueAndWhatIsAllowed) {
     }
     EXPECT_EQ(logctl({"reset", "module.logconfig.*"}),
               refused("module.logconfig.*: built in and cannot be set"));
-    EXPECT_THAT(stored(), testing::IsEmpty());
+    EXPECT_THAT(logctl.stored(), testing::IsEmpty());
 }
 
 TEST_F(Changes, OfTheSessionManagerComeWithANote) {
@@ -121,16 +104,7 @@ TEST_F(Changes, OfTheSessionManagerComeWithANote) {
 
 TEST_F(Changes, AreSignedByTheirAuthor) {
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence); // as admin, through sudo
-    sqlite3* database = nullptr;
-    ASSERT_EQ(sqlite3_open(logctl.file.c_str(), &database), SQLITE_OK);
-    std::string author;
-    auto const remember = [](void* out, int, char** values, char**) {
-        *static_cast<std::string*>(out) = values[0];
-        return 0;
-    };
-    EXPECT_EQ(sqlite3_exec(database, "SELECT author FROM history", remember, &author, nullptr), SQLITE_OK);
-    sqlite3_close(database);
-    EXPECT_EQ(author, getuid() == 0 ? "admin" : cfgdb::current_author());
+    EXPECT_EQ(test::RawDatabase{logctl.file}.value("SELECT author FROM history"), Logctl::author());
 }
 
 TEST_F(Changes, ThatTheDatabaseCannotTakeAreAFailure) {

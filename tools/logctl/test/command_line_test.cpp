@@ -73,10 +73,10 @@ Subcommands:
     }
 }
 
-TEST(CommandLine, TheDatabasesFolderMayStandBehindTheCommand) {
+TEST(CommandLine, TheDatabaseOptionMayFollowTheCommand) {
     Logctl const logctl;
     auto const folder = logctl.database.string();
-    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug", "--database", folder}), (Outcome{0, "", ""}));
+    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug", "--database", folder}), silence);
     EXPECT_EQ(logctl.run({"show", "syslog.rsh", "--database", folder}), logctl({"show", "syslog.rsh"}));
 }
 

@@ -17,7 +17,6 @@ class Import : public testing::Test {
         return logctl(words);
     }
 
-    Outcome const silence{0, "", ""};
     Logctl logctl;
     std::filesystem::path file = logctl.scratch / "settings.json";
     std::string some =
@@ -29,7 +28,7 @@ TEST_F(Import, TakesWhatExportWrites) {
                       "syslog.file.path=/run/", "module.fsm_pon.ont.3.17=debug"}),
               silence);
     auto const exported = logctl({"export"});
-    EXPECT_EQ(exported, (Outcome{0, text(R"(
+    EXPECT_EQ(exported, printed(R"(
 {
   "version": 1,
   "settings": {
@@ -39,18 +38,16 @@ TEST_F(Import, TakesWhatExportWrites) {
     "module.fsm_pon.ont.3.17": "debug"
   }
 }
-)"),
-                                 ""}));
+)"));
     EXPECT_EQ(logctl({"reset", "*"}), silence);
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
-    EXPECT_EQ(import(exported.out, {"-v"}), (Outcome{0, text(R"(
+    EXPECT_EQ(import(exported.out, {"-v"}), printed(R"(
 syslog.file.path: /var/log/ -> /run/
 syslog.remote.1.address: 0.0.0.0 -> 10.0.0.1
 syslog.remote.1.port: 514 -> 1514
 syslog.rsh.level: debug -> notice
 module.fsm_pon.ont.3.17: notice -> debug
-)"),
-                                                     ""}));
+)"));
     EXPECT_EQ(logctl({"export"}), exported);
     EXPECT_EQ(import(exported.out, {"-v", "--changed-exit"}), silence);
 }
@@ -75,11 +72,10 @@ module.snmp.TRAP: notice -> debug
 
 TEST_F(Import, LeavesWhatTheFileDoesNotNameIfItIsToBeMerged) {
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
-    EXPECT_EQ(import(some, {"--merge", "-v"}), (Outcome{0, text(R"(
+    EXPECT_EQ(import(some, {"--merge", "-v"}), printed(R"(
 syslog.file.size: 1048576 -> 65536
 module.snmp.TRAP: notice -> debug
-)"),
-                                                        ""}));
+)"));
 }
 
 TEST_F(Import, OfEveryLevelOfEveryOntIsOneTransaction) {
@@ -118,7 +114,7 @@ TEST_F(Import, RefusesWhatIsNotAConfigurationAndLeavesNoTrace) {
         {std::string(5'000'000, ' '), "a configuration has at most 4194304 bytes"},
     };
     for (auto const& [content, reason] : cases) {
-        EXPECT_EQ(import(content), (Outcome{1, "", fmt::format("logctl: {}: {}\n", file.string(), reason)}));
+        EXPECT_EQ(import(content), refused(file.string() + ": " + reason));
     }
     std::pair<std::string, std::string> const values[] = {
         {R"("syslog.rsh.level": "debug", "syslog.file.size": -1)",
@@ -135,14 +131,14 @@ TEST_F(Import, RefusesWhatIsNotAConfigurationAndLeavesNoTrace) {
          "or port"},
     };
     for (auto const& [settings, reason] : values) {
-        EXPECT_EQ(import(with(settings)), (Outcome{1, "", fmt::format("logctl: {}\n", reason)}));
+        EXPECT_EQ(import(with(settings)), refused(reason));
     }
     EXPECT_EQ(logctl({"history", "--json"}).out, "[]\n");
     EXPECT_EQ(logctl({"import", "/no/such"}),
-              (Outcome{1, "", "logctl: /no/such: cannot be opened (No such file or directory)\n"}));
-    EXPECT_EQ(logctl({"import", "/"}), (Outcome{1, "", "logctl: /: cannot be read (Is a directory)\n"}));
+              refused("/no/such: cannot be opened (No such file or directory)"));
+    EXPECT_EQ(logctl({"import", "/"}), refused("/: cannot be read (Is a directory)"));
     EXPECT_EQ(logctl({"import", "-"}), // nothing is there
-              (Outcome{1, "", "logctl: -: invalid JSON near byte 1 (\"\")\n"}));
+              refused("-: invalid JSON near byte 1 (\"\")"));
 }
 
 } // namespace
