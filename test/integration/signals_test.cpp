@@ -11,6 +11,9 @@ using testing::ElementsAre;
 class Signals : public Board {
   protected:
     Signals() { start_tools(); }
+
+    /// The daemon's descriptors and threads.
+    std::pair<std::size_t, std::size_t> in_use() const { return {descriptors(), threads()}; }
 };
 
 TEST_F(Signals, BeforeReadyAreIgnored) {
@@ -63,17 +66,13 @@ TEST_F(Signals, TwoHundredRestartsLeaveNothingBehind) {
     start_daemon();
     ASSERT_TRUE(wait_until_logged(log_file));
     ASSERT_TRUE(wait_until([&] { return children().empty(); })); // a command that runs takes some for itself
-    auto const descriptors_before = descriptors();
-    auto const threads_before = threads();
+    auto const before = in_use();
     for (int round = 0; round < 200; ++round) {
         signal_daemon(SIGHUP);
         ASSERT_TRUE(daemon->wait_ready()) << round;
     }
-    EXPECT_TRUE(wait_until([&] {
-        return descriptors() == descriptors_before && threads() == threads_before;
-    })) << descriptors()
-        << " descriptors for " << descriptors_before << ", " << threads() << " threads for "
-        << threads_before;
+    EXPECT_TRUE(wait_until([&] { return in_use() == before; }))
+        << testing::PrintToString(std::pair{in_use(), before});
     EXPECT_TRUE(wait_until([&] { return children().empty(); }));
     signal_daemon(SIGTERM);
     EXPECT_EQ(daemon->process.wait(), 0);
@@ -83,8 +82,7 @@ TEST_F(Signals, AStormOfSighupsLeavesTheDaemonServing) {
     start_daemon();
     ASSERT_TRUE(wait_until_logged(log_file));
     ASSERT_TRUE(wait_until([&] { return children().empty(); })); // a command that runs takes some for itself
-    auto const descriptors_before = descriptors();
-    auto const threads_before = threads();
+    auto const before = in_use();
     signal_daemon(SIGHUP);
     for (int count = 1; count < 10000; ++count) {
         daemon->process.kill(SIGHUP); // blindly, whatever the daemon does at the moment
@@ -92,11 +90,8 @@ TEST_F(Signals, AStormOfSighupsLeavesTheDaemonServing) {
     ASSERT_TRUE(daemon->wait_ready()); // it asked for one restart at least
     // More of them may still be under way; each ends with as many READY=1 as starts.
     EXPECT_TRUE(wait_until([&] {
-        return notified().back() == ready && descriptors() == descriptors_before &&
-               threads() == threads_before && children().empty();
-    })) << descriptors()
-        << " descriptors for " << descriptors_before << ", " << threads() << " threads for "
-        << threads_before;
+        return notified().back() == ready && in_use() == before && children().empty();
+    })) << testing::PrintToString(std::pair{in_use(), before});
     EXPECT_TRUE(wait_until_logged(log_file));
     EXPECT_EQ(stop_starting_daemon(), 0);
 }
