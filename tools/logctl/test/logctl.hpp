@@ -31,6 +31,11 @@ inline void PrintTo(Outcome const& outcome, std::ostream* out) {
 /// Of a run that succeeds and has nothing to say.
 inline Outcome const silence{0, "", ""};
 
+/// Of a change of the board's own database that finds no daemon.
+inline Outcome const not_applied_now{0, "",
+                                     "logctl: note: nobody applies the change now, log-config does not run; "
+                                     "run: systemctl start log-config\n"};
+
 /// The text without the line break that a literal begins with.
 inline std::string text(std::string_view literal) {
     return std::string{literal.substr(1)};

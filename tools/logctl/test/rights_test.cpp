@@ -75,7 +75,7 @@ TEST_F(LogFolder, ThatOthersCanWriteToIsRefused) {
 
 TEST_F(LogFolder, ThatBecameWritableIsReportedAndNotRestored) {
     std::filesystem::create_directory("/run/own/log");
-    EXPECT_EQ(logctl.run({"set", "syslog.file.path=/run/own/log/"}), silence);
+    EXPECT_EQ(logctl.run({"set", "syslog.file.path=/run/own/log/"}), not_applied_now);
     ASSERT_EQ(chmod("/run/own/log", 0777), 0);
     auto const unsafe = std::string{"users other than root can write to /run/own/log"} + whoever + "; ";
     auto const problem =
@@ -88,10 +88,10 @@ TEST_F(LogFolder, ThatBecameWritableIsReportedAndNotRestored) {
     EXPECT_EQ(status.status, 1);
     EXPECT_THAT(status.out, testing::ContainsRegex("\nsyslog-ng +unsafe +missing +down +.*; " + unsafe +
                                                    "run: logctl reset syslog.file.path; "));
-    EXPECT_EQ(logctl.run({"set", "syslog.file.path=/run/own/"}), silence);
+    EXPECT_EQ(logctl.run({"set", "syslog.file.path=/run/own/"}), not_applied_now);
     auto const back = logctl.run({"rollback", "1"});
     EXPECT_EQ(back, refusal("/run/own/log/", "users other than root can write to /run/own/log"));
-    EXPECT_EQ(logctl.run({"reset", "syslog.file.path"}), silence);
+    EXPECT_EQ(logctl.run({"reset", "syslog.file.path"}), not_applied_now);
     EXPECT_THAT(logctl.run({"check"}).out, testing::StartsWith("settings: 0 stored, all valid\n"));
 }
 

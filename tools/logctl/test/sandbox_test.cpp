@@ -18,7 +18,7 @@ namespace {
 
 TEST(BoardPaths, TheDatabaseIsTheBoardsUnlessAnotherIsGiven) {
     Logctl const logctl;
-    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug"}), silence);
+    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug"}), not_applied_now);
     struct stat status{};
     ASSERT_EQ(stat("/var/lib/xpon/cfgdb/running.db", &status), 0);
     EXPECT_EQ(status.st_mode & 07777U, 0660U);
