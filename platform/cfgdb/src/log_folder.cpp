@@ -1,7 +1,6 @@
 #include "xpon/cfgdb/log_folder.hpp"
 
 #include <cerrno>
-#include <ranges>
 #include <system_error>
 #include <vector>
 
@@ -9,6 +8,7 @@
 
 #include "core/failure.hpp"
 #include "core/reason.hpp"
+#include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
 
@@ -19,13 +19,13 @@ std::optional<std::string> flaw_of(std::filesystem::path const& folder, struct s
     struct stat root{};
     std::ignore = lstat("/", &root); // its owner can do what root can, even in a user namespace
     if (!S_ISDIR(status.st_mode)) {
-        return fmt::format("{} is no folder", folder.string());
+        return fmt::format("{} is not a folder", folder.string());
     }
     if (status.st_uid != 0 && status.st_uid != root.st_uid) {
         return fmt::format("{} belongs to user {}", folder.string(), status.st_uid);
     }
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        return fmt::format("others than root may write {}", folder.string());
+        return fmt::format("users other than root can write to {}", folder.string());
     }
     return std::nullopt;
 }
@@ -75,12 +75,12 @@ core::Result<void> check_log_folder(Change const& change) {
         return core::success();
     }
     if (auto const flaw = log_folder_flaw(change.new_value)) {
-        return core::fail(
-            core::Error::InvalidInputArg,
-            "{}: \"{}\" is refused: {}, and whoever can replace a file there decides what root's "
-            "syslog-ng writes to; allowed is a folder that root alone may write, such as {}",
-            change.setting->path, change.new_value, *flaw,
-            to_text(change.setting->kind, change.setting->default_value));
+        return core::fail(core::Error::InvalidInputArg,
+                          "{}: {}, such as {}: {}, and whoever can replace a file there decides what "
+                          "syslog-ng writes to as root",
+                          change.setting->path,
+                          not_allowed(printable(change.new_value), "a folder that only root can write to"),
+                          to_text(change.setting->kind, change.setting->default_value), *flaw);
     }
     return core::success();
 }

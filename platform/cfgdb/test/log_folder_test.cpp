@@ -10,38 +10,37 @@ namespace {
 using core::Error;
 using test::IsError;
 using test::IsOk;
-using testing::HasSubstr;
 
-TEST(LogFolders, ThatRootAloneMayWriteAreGoodAlsoBeforeTheyExist) {
+TEST(LogFolders, ThatOnlyRootCanWriteToAreGoodEvenBeforeTheyExist) {
     for (auto const* folder :
          {"/", "/usr/", "/usr/bin/../bin/./", "/nonexistent/log/", "/usr/nonexistent/"}) {
         EXPECT_EQ(log_folder_flaw(folder), std::nullopt) << folder;
     }
 }
 
-TEST(LogFolders, ThatOthersMayReachAreNot) {
+TEST(LogFolders, ThatOthersCanWriteToAreRefused) {
     for (auto const* folder : {"/tmp/", "/tmp/nonexistent/log/", "/usr/../tmp/"}) {
-        EXPECT_EQ(log_folder_flaw(folder), "others than root may write /tmp") << folder;
+        EXPECT_EQ(log_folder_flaw(folder), "users other than root can write to /tmp") << folder;
     }
-    EXPECT_EQ(log_folder_flaw("/etc/passwd/"), "/etc/passwd is no folder");
+    EXPECT_EQ(log_folder_flaw("/etc/passwd/"), "/etc/passwd is not a folder");
 }
 
-TEST(LogFolders, AreLookedAtBehindLinks) {
+TEST(LogFolders, AreCheckedBehindLinks) {
     test::ScratchFolder const scratch;
     std::filesystem::create_directory_symlink("/usr", scratch / "link"); // anybody could lead it elsewhere
     EXPECT_NE(log_folder_flaw(scratch / "link"), std::nullopt);
 }
 
-TEST(LogFolders, AreLookedAtWhenTheyAreSet) {
+TEST(LogFolders, AreCheckedWhenTheyAreSet) {
     test::ScratchFolder const scratch;
     auto const folder = scratch / "db";
     change(folder, {{"syslog.file.path", "/var/lib/board/"}});
     auto transaction = wish({{"syslog.file.path", "/tmp/log/"}, {"syslog.rsh.level", "debug"}});
-    auto const refused = IsError(
-        Error::InvalidInputArg,
-        "syslog.file.path: \"/tmp/log/\" is refused: others than root may write /tmp, and whoever can "
-        "replace a file there decides what root's syslog-ng writes to; allowed is a folder that root "
-        "alone may write, such as /var/log/");
+    auto const refused =
+        IsError(Error::InvalidInputArg,
+                "syslog.file.path: \"/tmp/log/\" is not allowed; it must be a folder that only root can "
+                "write to, such as /var/log/: users other than root can write to /tmp, and whoever can "
+                "replace a file there decides what syslog-ng writes to as root");
     EXPECT_THAT(transaction.preview(folder), refused);
     EXPECT_THAT(transaction.commit(folder), refused);
     EXPECT_EQ(stored_settings(folder).value().size(), 1U);

@@ -53,10 +53,9 @@ std::optional<std::string> log_folder_problem(StoredValues const& stored) {
         return std::nullopt; // not a folder at all
     }
     auto const flaw = cfgdb::log_folder_flaw(folder);
-    return flaw
-               ? std::optional{*flaw + ", and whoever can replace a file there decides what root's syslog-ng "
-                                       "writes to"}
-               : std::nullopt;
+    return flaw ? std::optional{*flaw + ", and whoever can replace a file there decides what syslog-ng "
+                                        "writes to as root"}
+                : std::nullopt;
 }
 
 } // namespace xpon::logctl

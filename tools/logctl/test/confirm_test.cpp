@@ -206,7 +206,7 @@ TEST_F(Confirm, WhatIsRefusedLeavesNoTrace) {
                                " is refused, allowed are more than 0 and up to 10080 minutes\n"}));
     }
     EXPECT_THAT(logctl({"commit-confirm", "1", "syslog.rsh.level=loud"}).err,
-                HasSubstr("\"loud\" is refused"));
+                HasSubstr("\"loud\" is not allowed"));
     EXPECT_EQ(logctl({"commit-confirm", "1"}).status, 2);
     EXPECT_EQ(logctl({"commit-confirm", "1", "x"}).status, 2);
     EXPECT_EQ(logctl({"commit-confirm", "1", "--dry-run", "syslog.rsh.level=debug"}),

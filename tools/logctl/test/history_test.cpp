@@ -24,16 +24,6 @@ class PastChanges : public testing::Test {
         return outcome;
     }
 
-    std::string stored() const {
-        std::string all;
-        auto const rows = cfgdb::stored_settings(logctl.database).value();
-        for (auto const& row : rows) {
-            all += row.path + "=" + row.value + " ";
-        }
-        return all;
-    }
-
-    Outcome const silence{0, "", ""};
     Logctl logctl;
 };
 
@@ -78,36 +68,35 @@ TEST_F(PastChanges, AreObjectsOnRequest) {
 
 TEST_F(PastChanges, OfAnUnknownPathAreAFailure) {
     EXPECT_EQ(history({"syslog.rsh.leve"}),
-              (Outcome{1, "", "logctl: \"syslog.rsh.leve\": no such setting; nearest: syslog.rsh.level\n"}));
+              refused("\"syslog.rsh.leve\": no such setting; nearest: syslog.rsh.level"));
 }
 
 TEST_F(PastChanges, AreUndoneAsANewTransactionThatCanItselfBeUndone) {
-    Outcome const undone{0, text(R"(
+    auto const undone = printed(R"(
 syslog.file.size: 65536 -> 1048576
 syslog.rsh.level: info -> debug
-)"),
-                         ""};
+)");
+    auto const all = logctl.stored();
+    EXPECT_THAT(all, testing::ElementsAre("module.snmp.TRAP=error", "syslog.file.size=65536",
+                                          "syslog.rsh.level=info"));
     EXPECT_EQ(logctl({"rollback", "1", "--dry-run"}), undone);
-    EXPECT_EQ(stored(), "module.snmp.TRAP=error syslog.file.size=65536 syslog.rsh.level=info ");
+    EXPECT_EQ(logctl.stored(), all);
     EXPECT_EQ(logctl({"rollback", "1"}), undone);
-    EXPECT_EQ(stored(), "module.snmp.TRAP=error syslog.rsh.level=debug ");
-    EXPECT_EQ(logctl({"rollback", "3"}), (Outcome{0, text(R"(
+    EXPECT_THAT(logctl.stored(), testing::ElementsAre("module.snmp.TRAP=error", "syslog.rsh.level=debug"));
+    EXPECT_EQ(logctl({"rollback", "3"}), printed(R"(
 syslog.file.size: 1048576 -> 65536
 syslog.rsh.level: debug -> info
-)"),
-                                                  ""}));
-    EXPECT_EQ(stored(), "module.snmp.TRAP=error syslog.file.size=65536 syslog.rsh.level=info ");
+)"));
+    EXPECT_EQ(logctl.stored(), all);
     EXPECT_EQ(logctl({"rollback", "5"}), silence);
     EXPECT_EQ(logctl({"rollback", "0"}).status, 0);
-    EXPECT_EQ(stored(), "");
+    EXPECT_THAT(logctl.stored(), testing::IsEmpty());
 }
 
 TEST_F(PastChanges, ThatTheHistoryDoesNotHoldCannotBeUndone) {
-    EXPECT_EQ(logctl({"rollback", "4"}),
-              (Outcome{1, "", "logctl: 4: the history can be rolled back to 0 up to 3\n"}));
+    EXPECT_EQ(logctl({"rollback", "4"}), refused("4: no such transaction; rollback accepts 0 to 3"));
     logctl.sql("DELETE FROM history WHERE number = 1");
-    EXPECT_EQ(logctl({"rollback", "0"}),
-              (Outcome{1, "", "logctl: 0: the history can be rolled back to 1 up to 3\n"}));
+    EXPECT_EQ(logctl({"rollback", "0"}), refused("0: no such transaction; rollback accepts 1 to 3"));
     EXPECT_EQ(logctl({"rollback", "x"}).status, 2);
 }
 

@@ -1,5 +1,3 @@
-#include <sqlite3.h>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -9,23 +7,11 @@
 namespace xpon::logctl {
 namespace {
 
-using testing::HasSubstr;
-
 class Show : public testing::Test {
   protected:
-    Show() { EXPECT_EQ(logctl({"reset", "*"}), (Outcome{0, "", ""})); } // makes the database
+    Show() { EXPECT_EQ(logctl({"reset", "*"}), silence); } // makes the database
 
-    void set(std::string const& assignment) const {
-        EXPECT_EQ(logctl({"set", assignment}), (Outcome{0, "", ""}));
-    }
-
-    /// Past every check.
-    void store(std::string const& sql) const {
-        sqlite3* database = nullptr;
-        EXPECT_EQ(sqlite3_open(logctl.file.c_str(), &database), SQLITE_OK);
-        EXPECT_EQ(sqlite3_exec(database, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK);
-        sqlite3_close(database);
-    }
+    void set(std::string const& assignment) const { EXPECT_EQ(logctl({"set", assignment}), silence); }
 
     void expect(Logctl::Words const& words, std::string_view expected) const {
         EXPECT_EQ(logctl(words), (Outcome{0, text(expected), ""}));
@@ -121,8 +107,9 @@ TEST_F(Show, PrintsJson) {
 }
 
 TEST_F(Show, AStoredValueThatIsNotAllowedIsMarkedAndCannotReachTheTerminal) {
-    store("INSERT INTO setting VALUES('syslog.file.path', '/a' || char(27) || '[2J/'), ('syslog.file.level', "
-          "9)");
+    logctl.sql(
+        "INSERT INTO setting VALUES('syslog.file.path', '/a' || char(27) || '[2J/'), ('syslog.file.level', "
+        "9)");
     expect({"show", "syslog.file"}, R"(
 PATH               VALUE                       DEFAULT    STORED
 syslog.file.path   "/a\x1b[2J/" (not allowed)  /var/log/  database
@@ -144,7 +131,7 @@ syslog.file.level  9 (not allowed)             info       database
 
 TEST_F(Show, APathThatNamesNothingIsRefused) {
     EXPECT_EQ(logctl({"show", "syslog.file", "syslog.flie"}),
-              (Outcome{1, "", "logctl: \"syslog.flie\": no such setting; nearest: syslog.file.*\n"}));
+              refused("\"syslog.flie\": no such setting; nearest: syslog.file.*"));
 }
 
 TEST_F(Show, AnOutputThatCannotBeWrittenIsAFailure) {
@@ -155,9 +142,8 @@ TEST_F(Show, AnOutputThatCannotBeWrittenIsAFailure) {
 
 TEST(ShowWithoutADatabase, IsAFailureAndMakesNone) {
     Logctl const logctl;
-    EXPECT_EQ(logctl({"show"}), (Outcome{1, "",
-                                         "logctl: " + logctl.file.string() +
-                                             ": cannot be opened (No such file or directory)\n"}));
+    EXPECT_EQ(logctl({"show"}),
+              refused(logctl.file.string() + ": cannot be opened (No such file or directory)"));
     EXPECT_FALSE(std::filesystem::exists(logctl.database));
 }
 

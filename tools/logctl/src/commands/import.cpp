@@ -54,7 +54,8 @@ core::Result<cfgdb::Transaction> transaction_of(Assignments const& assignments, 
     for (auto const& [path, value] : assignments) {
         if (cfgdb::find_setting(path) == nullptr) {
             OUTCOME_TRY(cfgdb::expand(path)); // names what is near
-            return core::fail(core::Error::InvalidInputArg, "{}: not one setting", cfgdb::printable(path));
+            return core::fail(core::Error::InvalidInputArg, "{}: a pattern; name one setting",
+                              cfgdb::printable(path));
         }
         OUTCOME_TRY(transaction.set(path, value));
     }
@@ -75,11 +76,9 @@ core::Result<int> import(Context const& context, Options const& options) {
 
 Action import_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    arguments.add({.name = "FILE", .help = "The file, - for standard input", .required = true},
+    arguments.add({.name = "FILE", .help = "The file; - is the standard input", .required = true},
                   options->file);
-    arguments.add(
-        {"--merge", "Leave the settings that the file does not name as they are, not at their defaults"},
-        options->merge);
+    arguments.add({"--merge", "Leave the settings that the file does not name as they are"}, options->merge);
     arguments.add({"--changed-exit", "Exit with status 2 if something was changed"}, options->changed_exit);
     add_change_options(arguments, *options);
     return [options](Context const& context) { return import(context, *options); };

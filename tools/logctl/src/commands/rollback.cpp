@@ -22,7 +22,7 @@ core::Result<void> check_number(std::int64_t number, std::vector<cfgdb::HistoryE
     auto const newest = all.empty() ? 0 : all.back().number;
     auto const oldest = all.empty() ? 0 : all.front().number - 1;
     if (number < oldest || number > newest) {
-        return core::fail(core::Error::InvalidInputArg, "{}: the history can be rolled back to {} up to {}",
+        return core::fail(core::Error::InvalidInputArg, "{}: no such transaction; rollback accepts {} to {}",
                           number, oldest, newest);
     }
     return core::success();
@@ -57,7 +57,7 @@ core::Result<int> rollback(Context const& context, Options const& options) {
     }
     OUTCOME_TRY(done, transaction.commit(context.database));
     if (done.size() != planned.size()) {
-        tell(fmt::format("{} of these settings were changed by somebody else meanwhile and stay",
+        tell(fmt::format("{} of these settings keep their values: somebody else has changed them since",
                          planned.size() - done.size()));
     }
     return follow(transaction.fields(), !done.empty(), context, options);
@@ -68,7 +68,7 @@ core::Result<int> rollback(Context const& context, Options const& options) {
 Action rollback_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({.name = "NUMBER",
-                   .help = "The last transaction of the history that stays; 0 for none",
+                   .help = "The last transaction to keep, as history numbers it; 0 keeps none",
                    .required = true},
                   options->number);
     arguments.add({"--dry-run", "Say what would be changed, but change nothing"}, options->dry_run);
