@@ -1,5 +1,15 @@
-// --wait and apply, on a board with real programs.
+// --wait and apply, on a board with real programs. XPON_ROUNDS sets how often a change is waited for under
+// disturbances.
 
+#include <functional>
+#include <mutex>
+#include <thread>
+
+#include <sys/stat.h>
+
+#include "kit/random.hpp"
+#include "kit/report.hpp"
+#include "log_config/wanted.hpp"
 #include "operated_board.hpp"
 
 namespace xpon::logctl {
@@ -16,6 +26,12 @@ class Waiting : public OperatedBoard {
         auto outcome = logctl.run(words);
         outcome.err = without_times(outcome.err);
         return outcome;
+    }
+
+    static void pause(test::Program& program) {
+        program.process.kill(SIGSTOP);
+        std::this_thread::sleep_for(std::chrono::milliseconds{100});
+        program.process.kill(SIGCONT);
     }
 };
 
@@ -137,6 +153,124 @@ TEST_F(Waiting, EveryCommandThatChangesSettingsWaits) {
         EXPECT_EQ(waited.status, 1) << words.front();
         EXPECT_THAT(waited.err, HasSubstr("daemon down: log-config does not run")) << words.front();
     }
+}
+
+// --- under disturbances
+
+/// A module that takes its time between each two steps and remembers what it has read.
+class SlowModule {
+  public:
+    SlowModule(std::uint32_t number, std::filesystem::path file_to_read)
+      : module{number}
+      , file{std::move(file_to_read)}
+      , thread{[this](std::stop_token const& stop) { follow(stop); }} {}
+
+    std::string read() {
+        std::scoped_lock const lock{mutex};
+        return text;
+    }
+
+  private:
+    void follow(std::stop_token const& stop) {
+        auto const bus = ipc::make_zmq_ipc(ipc::any_address, "SLOW");
+        while (!stop.stop_requested()) {
+            for (auto message = bus->receive().value(); message; message = bus->receive().value()) {
+                if (message->header.event == ipc::connected_event ||
+                    ipc::record_in<ipc::FileChange>(message->payload) == ipc::FileChange{module}) {
+                    answer(*bus);
+                }
+            }
+            test::wait_readable(bus->receive_fd(), std::chrono::milliseconds{50});
+        }
+    }
+
+    void answer(ipc::IIpc& bus) {
+        struct stat status{};
+        stat(file.c_str(), &status);
+        auto const changed = static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1000U +
+                             static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 1'000'000U;
+        tell(bus, ipc::file_read_event, ipc::payload_of(ipc::FileRead{.module = module, .changed = changed}));
+        dawdle();
+        auto now = test::read_file(file);
+        dawdle();
+        {
+            std::scoped_lock const lock{mutex};
+            text = std::move(now);
+        }
+        tell(bus, ipc::file_changed_reply, ipc::payload_of(ipc::FileAnswer{module, 0}));
+    }
+
+    static void tell(ipc::IIpc& bus, std::uint16_t event, std::vector<std::byte> const& payload) {
+        std::ignore = bus.send({ipc::everybody, event, 0}, payload);
+    }
+
+    void dawdle() { std::this_thread::sleep_for(std::chrono::milliseconds{test::below(random, 8)}); }
+
+    std::uint32_t module;
+    std::filesystem::path file;
+    std::mutex mutex;
+    std::string text; // guarded by the mutex
+    test::Random random{7};
+    std::jthread thread;
+};
+
+TEST_F(Waiting, NeverSaysYesWronglyUnderDisturbances) {
+    start_board();
+    auto random = test::seeded();
+    std::array<std::function<void()>, 5> const disturbances{{
+        [] {},
+        [&] {
+            broker->kill();
+            start_broker();
+        },
+        [&] {
+            daemon->kill();
+            start_daemon();
+        },
+        [&] { pause(*broker); },
+        [&] { pause(*syslog_ng); },
+    }};
+    auto const& snmp = *log_config::find_output("SNMP.conf");
+    test::Wanted const wanted{database};
+    std::vector<double> latencies; // in milliseconds
+    int no = 0;
+    {
+        SlowModule module{9, snmp.path};
+        for (int round = 0; round < test::rounds(60) && !HasFailure(); ++round) {
+            auto const level = [&] { return std::to_string(test::below(random, 6)); };
+            auto const disturb = disturbances.at(test::below(random, disturbances.size()));
+            Outcome outcome{};
+            std::chrono::duration<double, std::milli> took{};
+            std::jthread waiting{[&, words = std::vector<std::string>{
+                                         "set", "module.snmp.TRAP=" + level(), "syslog.file.level=" + level(),
+                                         "syslog.kernel.level=" + level(), "--wait=5"}] {
+                auto const begin = std::chrono::steady_clock::now();
+                outcome = logctl.run(words);
+                took = std::chrono::steady_clock::now() - begin;
+            }};
+            std::this_thread::sleep_for(std::chrono::milliseconds{test::below(random, 60)});
+            disturb();
+            waiting.join();
+            if (outcome.status != 0) {
+                EXPECT_NE(outcome.err, "");
+                ++no;
+                continue;
+            }
+            latencies.push_back(took.count());
+            EXPECT_EQ(module.read(), wanted(snmp)) << round;
+            EXPECT_TRUE(log_config::holds(log_config::kernel_output(), contents(printk),
+                                          wanted(log_config::kernel_output())))
+                << round;
+            EXPECT_EQ(contents(syslog_ng_conf), wanted(log_config::syslog_ng_output())) << round;
+            shell(std::string{"syslog-ng-ctl config | cmp - "} + syslog_ng_conf);
+        }
+    }
+    ASSERT_GT(latencies.size(), static_cast<std::size_t>(no));
+    std::ranges::sort(latencies);
+    test::report(fmt::format(
+        "--wait while the daemon and the broker are killed, the broker and syslog-ng frozen, with a "
+        "slow module\t{} times yes after {:.0f} ms in the median, {} times no\tno yes was wrong",
+        latencies.size(), latencies[latencies.size() / 2], no));
 }
 
 // --- apply

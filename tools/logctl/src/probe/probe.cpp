@@ -4,8 +4,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <memory>
+#include <numeric>
 #include <random>
+#include <span>
 #include <thread>
 
 #include <fmt/format.h>
@@ -102,9 +105,16 @@ class Probe {
         }
     }
 
-    core::Result<ProbeResult> run() {
-        for (unsigned severity = 0; severity < severities.size(); ++severity) {
-            OUTCOME_TRY(try_severity(severity));
+    /// Together takes one wait for the journal, which tells its readers of new messages every 0.25 s. What came
+    /// is then known by its number alone, which says enough if syslog-ng runs the filters of the settings.
+    core::Result<ProbeResult> run(bool together) {
+        std::array<unsigned, severities.size()> all{};
+        std::iota(all.begin(), all.end(), 0U);
+        OUTCOME_TRY(right, together ? try_together(all) : false);
+        if (!right) {
+            for (unsigned const severity : all) {
+                OUTCOME_TRY(try_severity(severity));
+            }
         }
         OUTCOME_TRY(see_who_refused());
         return std::move(result);
@@ -126,26 +136,7 @@ class Probe {
         result.places.push_back({status.name, status.target, {}, {}});
     }
 
-    /// Logs one, and again while it cannot be told what has come because of other messages.
-    core::Result<void> try_severity(unsigned severity) {
-        constexpr int attempts = 5;
-        Arrivals before{};
-        for (int attempt = 1;; ++attempt) {
-            OUTCOME_TRY(seen, try_once(severity));
-            bool const sure = seen.taken && (seen.alone || std::ranges::all_of(seen.arrivals, is_right) ||
-                                             (attempt > 1 && seen.arrivals == before));
-            if (sure || attempt == attempts) {
-                for (std::size_t place = 0; place < result.places.size(); ++place) {
-                    result.places[place].arrivals.at(severity) =
-                        sure || is_right(seen.arrivals[place]) ? seen.arrivals[place] : Arrival::Unknown;
-                }
-                return core::success();
-            }
-            before = std::move(seen.arrivals);
-        }
-    }
-
-    using Arrivals = std::vector<Arrival>; // by place
+    using Arrivals = std::vector<decltype(ProbedPlace::arrivals)>; // by place
 
     struct Attempt {
         Arrivals arrivals;
@@ -153,37 +144,85 @@ class Probe {
         bool alone; ///< no other came meanwhile
     };
 
-    core::Result<Attempt> try_once(unsigned severity) {
+    /// Whether all of these severities came as they should.
+    core::Result<bool> try_together(std::span<unsigned const> window) {
+        OUTCOME_TRY(seen, try_once(window));
+        for (std::size_t place = 0; place < result.places.size(); ++place) {
+            result.places[place].arrivals = seen.arrivals[place];
+        }
+        return seen.taken && result.is_right();
+    }
+
+    /// Logs one, and again while it cannot be told what has come because of other messages.
+    core::Result<void> try_severity(unsigned severity) {
+        constexpr int attempts = 5;
+        Arrivals before{};
+        for (int attempt = 1;; ++attempt) {
+            OUTCOME_TRY(seen, try_once({&severity, 1}));
+            auto const right = [severity](auto const& arrivals) { return is_right(arrivals[severity]); };
+            bool const sure = seen.taken && (seen.alone || std::ranges::all_of(seen.arrivals, right) ||
+                                             (attempt > 1 && seen.arrivals == before));
+            if (sure || attempt == attempts) {
+                for (std::size_t place = 0; place < result.places.size(); ++place) {
+                    auto const now = seen.arrivals[place].at(severity);
+                    result.places[place].arrivals.at(severity) =
+                        sure || is_right(now) ? now : Arrival::Unknown;
+                }
+                return core::success();
+            }
+            before = std::move(seen.arrivals);
+        }
+    }
+
+    core::Result<Attempt> try_once(std::span<unsigned const> window) {
         OUTCOME_TRY(wait_for_rest());
         auto const before = counters;
-        auto const text = log(severity);
+        std::map<unsigned, std::string> texts; // by severity
+        for (unsigned const severity : window) {
+            texts[severity] = log(severity);
+        }
         auto const begin = Clock::now();
-        auto entries = wait_for_journal(text);
+        auto entries = wait_for_journal(texts.rbegin()->second);
         bool const stored = !entries.empty();
         for (;;) {
             OUTCOME_TRY(read_counters());
             std::ranges::move(journal->new_entries(), std::back_inserter(entries));
+            Gain const gain{before, counters};
             auto const waited = Clock::now() - begin;
-            bool const taken = stored && Gain{before, counters}.processed(source) >= entries.size();
-            bool const all = std::ranges::all_of(destinations, [&](Destination const& one) {
-                return !log_config::passes(one.level, severity) || waited > patience(one) ||
-                       is_right(arrival(one, severity, text, entries, Gain{before, counters}));
+            bool const taken = stored && gain.processed(source) >= entries.size();
+            bool const all = std::ranges::all_of(texts, [&](auto const& message) {
+                return std::ranges::all_of(destinations, [&](Destination const& one) {
+                    auto const& [severity, text] = message;
+                    return !log_config::passes(one.level, severity) || waited > patience(one) ||
+                           is_right(arrival(one, severity, text, entries, gain));
+                });
             });
             if ((!taken || !all) && waited < longest) {
+                std::this_thread::sleep_for(milliseconds{10});
                 continue;
             }
-            if (stored && Gain{before, counters}.processed(source) == 0) {
+            if (stored && gain.processed(source) == 0) {
                 return fail(Error::CommonError, "syslog-ng takes no messages");
             }
             OUTCOME_TRY(read_counters()); // once more, for what should not come
-            Arrivals arrivals{stored ? Arrival::Seen : Arrival::Missing};
-            for (auto& one : destinations) {
-                arrivals.push_back(arrival(one, severity, text, entries, Gain{before, counters}));
-                one.disappoints |= !is_right(arrivals.back());
-            }
-            bool const alone = entries.size() <= 1 && Gain{before, counters}.processed(source) <= 1;
-            return Attempt{std::move(arrivals), taken, alone};
+            return attempt(texts, entries, taken, Gain{before, counters});
         }
+    }
+
+    Attempt attempt(std::map<unsigned, std::string> const& texts, std::vector<JournalEntry> const& entries,
+                    bool taken, Gain const& gain) {
+        Attempt seen{Arrivals(result.places.size()), taken,
+                     entries.size() <= texts.size() && gain.processed(source) <= texts.size()};
+        for (auto const& [severity, text] : texts) {
+            bool const stored = std::ranges::count(entries, text, &JournalEntry::message) > 0;
+            seen.arrivals.front().at(severity) = stored ? Arrival::Seen : Arrival::Missing;
+            for (auto& one : destinations) {
+                auto const now = arrival(one, severity, text, entries, gain);
+                seen.arrivals[one.place].at(severity) = now;
+                one.disappoints |= !is_right(now);
+            }
+        }
+        return seen;
     }
 
     /// Waits, as far as there is such a time, until syslog-ng has taken what is in the journal.
@@ -259,9 +298,9 @@ class Probe {
             return core::success();
         }
         constexpr unsigned alert = 1; // passes every level
-        OUTCOME_TRY(seen, try_once(alert));
+        OUTCOME_TRY(seen, try_once({&alert, 1}));
         for (auto const& one : destinations) {
-            if (was_sent(one) && seen.arrivals[one.place] != Arrival::Sent) {
+            if (was_sent(one) && seen.arrivals[one.place].at(alert) != Arrival::Sent) {
                 std::ranges::replace(result.places[one.place].arrivals, Arrival::Sent, Arrival::Refused);
             }
         }
@@ -312,7 +351,7 @@ core::Result<ProbeResult> probe(Context const& context) {
     OUTCOME_TRY(wanted, Wanted::open(context));
     OUTCOME_TRY(settings, wanted.syslog_settings());
     OUTCOME_TRY(journal, Journal::open());
-    auto probed = Probe{before, settings, std::move(journal)}.run();
+    auto probed = Probe{before, settings, std::move(journal)}.run(before.outputs.front().in_step());
     if (probed.has_error()) {
         auto const after = look(context);
         auto const lost = std::ranges::find(after.destinations, not_arriving, &DestinationStatus::state);

@@ -54,7 +54,7 @@ struct ProbeResult {
 };
 
 /// Logs a message of each severity and sees what becomes of it in the journal and at every destination. Takes
-/// some 2 s where all is well. Fails if syslog-ng does not take
+/// a second where all is well. Fails if syslog-ng does not take
 /// messages, or the settings cannot be read.
 core::Result<ProbeResult> probe(Context const& context);
 
