@@ -284,9 +284,9 @@ TEST_P(RandomProbing, AgreesWithWhatArrives) {
             }
         }
     }
-    test::report(fmt::format(
-        "probe: random settings\t{} settings, {} arrivals compared with what was captured\tall agree", rounds,
-        compared));
+    test::report(fmt::format("random settings and logctl probe\t{} settings, {} arrivals compared with what "
+                             "was captured\tall agree",
+                             rounds, compared));
 }
 
 } // namespace

@@ -1,4 +1,6 @@
-// status, on a board with real programs.
+// status, on a board with real programs. XPON_SOAK_SECONDS sets for how long a healthy board is looked at.
+
+#include <deque>
 
 #include <fcntl.h>
 #include <sys/mount.h>
@@ -8,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "integration/terminal.hpp"
+#include "kit/random.hpp"
 #include "kit/report.hpp"
 #include "operated_board.hpp"
 #include "xpon/log_config/zlog_files/config_files.hpp"
@@ -469,6 +472,51 @@ TEST_F(Status, OfAReceiverWhoseAddressWasChangedIsThatOfTheNewOne) {
     ASSERT_EQ(go_to(first.port()), (Outcome{0, "", ""}));
     EXPECT_TRUE(send(first));
     EXPECT_EQ(logctl.run({"status"}).status, 0) << status(); // what waited for the other does not count
+}
+
+TEST_F(Status, RaisesNoFalseAlarm) {
+    start_board();
+    start_module();
+    auto random = test::seeded();
+    test::UdpReceiver receivers[2];
+    std::deque<test::Terminal> open;
+    std::size_t changes = 0;
+    std::size_t looks = 0;
+    auto const seconds = test::number_from_environment("XPON_SOAK_SECONDS", 10);
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds{seconds};
+    while (std::chrono::steady_clock::now() < end && !HasFailure()) {
+        auto const level = [&] { return std::to_string(test::below(random, 6)); };
+        auto const& receiver = receivers[test::below(random, 2)];
+        auto const changed = logctl.run({"set", "--wait", "module.snmp.TRAP=" + level(),
+                                         "module.dna.*=" + level(), "syslog.file.level=" + level(),
+                                         "syslog.remote.level=" + level(), "syslog.kernel.level=" + level(),
+                                         "syslog.rsh.level=" + level(), "syslog.remote.1.address=127.0.0.1",
+                                         fmt::format("syslog.remote.1.port={}", receiver.port())});
+        ASSERT_EQ(changed, silence);
+        ++changes;
+        if (open.size() < 4 && test::below(random, 2) == 0) {
+            open.emplace_back();
+        } else if (!open.empty()) {
+            open.pop_front();
+        }
+        for (auto& terminal : open) {
+            terminal.wait_for("nothing", std::chrono::milliseconds{0}); // so that it does not fill up
+        }
+        for (int severity = LOG_ALERT; severity <= LOG_DEBUG; ++severity) {
+            log(severity, unique_token());
+        }
+        // The daemon may be following a terminal, for less than a second. From then on nothing is amiss.
+        EXPECT_TRUE(test::wait_until([&] { return logctl.run({"status"}).status == 0; })) << status();
+        for (int again = 0; again < 3; ++again) {
+            auto const seen = logctl.run({"status"});
+            EXPECT_EQ(seen.status, 0) << seen.out;
+            ++looks;
+        }
+    }
+    test::report(fmt::format("soak of logctl status on a healthy board with changes, reloads and "
+                             "terminals\t{} s, {} changes, looked at {} "
+                             "times\tno false alarm",
+                             seconds, changes, looks));
 }
 
 TEST_F(Status, WatchNeedsATerminal) {

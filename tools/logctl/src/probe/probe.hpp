@@ -54,8 +54,8 @@ struct ProbeResult {
 };
 
 /// Logs a message of each severity and sees what becomes of it in the journal and at every destination. Takes
-/// a second where all is well. Fails if syslog-ng does not take
-/// messages, or the settings cannot be read.
+/// a second where all is well. Fails if the caller is not root, syslog-ng does not take messages, or the
+/// settings cannot be read.
 core::Result<ProbeResult> probe(Context const& context);
 
 } // namespace xpon::logctl
