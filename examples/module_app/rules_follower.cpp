@@ -71,9 +71,8 @@ bool RulesFollower::concerns_us(ipc::Message const& message) const {
 }
 
 Result<void> RulesFollower::reload_and_answer() {
-    // Said before it is read: whoever replaces the file meanwhile sees that the answer is not about theirs.
-    OUTCOME_TRY(bus.send({ipc::everybody, ipc::file_read_event, 0},
-                         ipc::payload_of(ipc::FileRead{.module = module, .changed = last_change(file)})));
+    auto const changed =
+        last_change(file); // whoever replaces it while it is read sees that this is not theirs
     ipc::FileAnswer answer{.module = module, .status = 0};
     if (auto const reloaded = rules->reload(); reloaded.has_error()) {
         answer.status = reason_to_refuse(file);
@@ -81,7 +80,9 @@ Result<void> RulesFollower::reload_and_answer() {
     } else {
         core::log(logger, LogLevel::Notice, "Log rules read from {}", file.string());
     }
-    return bus.send({ipc::everybody, ipc::file_changed_reply, 0}, ipc::payload_of(answer));
+    OUTCOME_TRY(bus.send({ipc::everybody, ipc::file_changed_reply, 0}, ipc::payload_of(answer)));
+    return bus.send({ipc::everybody, ipc::file_known_event, 0},
+                    ipc::payload_of(ipc::FileKnown{answer.module, answer.status, changed}));
 }
 
 } // namespace xpon::module_app

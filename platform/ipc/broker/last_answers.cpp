@@ -12,12 +12,13 @@ std::optional<std::vector<std::byte>> LastAnswers::take(std::span<std::byte cons
     }
     auto const& [header, payload] = *message;
     if (header.event == file_changed_reply) {
-        if (auto const answer = record_in<FileAnswer>(payload)) {
-            remember(*answer, time);
+        if (auto const answer = record_in<FileAnswer>(payload); answer && !exact.contains(answer->module)) {
+            remember({answer->module, answer->status, time});
         }
-    } else if (header.event == file_read_event) {
-        if (auto const read = record_in<FileRead>(payload)) {
-            announce(*read);
+    } else if (header.event == file_known_event) {
+        if (auto const known = record_in<FileKnown>(payload)) {
+            remember({known->module, known->status, known->changed});
+            exact.insert(known->module);
         }
     } else if (header.event == last_answers_query && header.reply != 0) {
         if (auto const query = record_in<LastAnswersQuery>(payload)) {
@@ -27,18 +28,13 @@ std::optional<std::vector<std::byte>> LastAnswers::take(std::span<std::byte cons
     return std::nullopt;
 }
 
-void LastAnswers::announce(FileRead const& read) {
-    if (changes.size() < capacity || changes.contains(read.module)) {
-        changes[read.module] = read.changed;
-    }
-}
-
-void LastAnswers::remember(FileAnswer const& answer, std::uint64_t time) {
-    auto const read = changes.extract(answer.module);
-    answers[answer.module] = {answer.module, answer.status, read ? read.mapped() : time};
+void LastAnswers::remember(LastAnswer const& answer) {
+    answers[answer.module] = answer;
     if (answers.size() > capacity) {
-        answers.erase(
-            std::ranges::min_element(answers, {}, [](auto const& entry) { return entry.second.time; }));
+        auto const oldest =
+            std::ranges::min_element(answers, {}, [](auto const& entry) { return entry.second.time; });
+        exact.erase(oldest->first);
+        answers.erase(oldest);
     }
 }
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <span>
 #include <vector>
 
@@ -23,12 +24,11 @@ class LastAnswers {
     std::optional<std::vector<std::byte>> take(std::span<std::byte const> frame, std::uint64_t time);
 
   private:
-    void remember(FileAnswer const& answer, std::uint64_t time);
-    void announce(FileRead const& read);
+    void remember(LastAnswer const& answer);
     std::vector<std::byte> report(LastAnswersQuery const& query, std::uint16_t event) const;
 
-    std::map<std::uint32_t, LastAnswer> answers;    // by module
-    std::map<std::uint32_t, std::uint64_t> changes; // of the files that are being read, by module
+    std::map<std::uint32_t, LastAnswer> answers; // by module
+    std::set<std::uint32_t> exact; // modules that say what they know; other answers do not count
 };
 
 } // namespace xpon::ipc

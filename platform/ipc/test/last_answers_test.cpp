@@ -46,32 +46,20 @@ TEST(LastAnswers, TheReportCarriesTheEventThatTheQueryNames) {
     EXPECT_EQ(report, encode({asker, 4711, 0}, {}));
 }
 
-std::vector<std::byte> read(std::uint32_t module, std::uint64_t changed) {
-    return encode({everybody, file_read_event, 0},
-                  payload_of(FileRead{.module = module, .changed = changed}));
+std::vector<std::byte> known(std::uint32_t module, std::uint32_t status, std::uint64_t changed) {
+    return encode({everybody, file_known_event, 0}, payload_of(FileKnown{module, status, changed}));
 }
 
-TEST(LastAnswers, AModuleThatSaysWhatItReadsAnswersAboutThatAndNothingNewer) {
+TEST(LastAnswers, AModuleThatSaysWhatItKnowsIsBelievedThatAndNothingNewer) {
     LastAnswers answers;
-    EXPECT_EQ(answers.take(read(9, 50), 100), std::nullopt);
-    EXPECT_THAT(remembered(answers), IsEmpty());
     answers.take(answer(38, 0), 101);
     answers.take(answer(9, EINVAL), 102);
+    EXPECT_EQ(answers.take(known(9, EINVAL, 50), 103), std::nullopt);
     EXPECT_THAT(remembered(answers), ElementsAre(LastAnswer{9, EINVAL, 50}, LastAnswer{38, 0, 101}));
-    answers.take(answer(9, 0), 103); // of another answer nothing is known
-    EXPECT_THAT(remembered(answers), ElementsAre(LastAnswer{9, 0, 103}, LastAnswer{38, 0, 101}));
-}
-
-TEST(LastAnswers, AFloodOfReadsIsBounded) {
-    LastAnswers answers;
-    for (std::uint32_t module = 0; module <= LastAnswers::capacity; ++module) {
-        answers.take(read(module, 7), 1);
-    }
-    answers.take(read(3, 8), 1); // those that are known may go on
-    answers.take(answer(3, 0), 100);
-    answers.take(answer(LastAnswers::capacity, 0), 101);
-    EXPECT_THAT(remembered(answers),
-                ElementsAre(LastAnswer{3, 0, 8}, LastAnswer{LastAnswers::capacity, 0, 101}));
+    answers.take(answer(9, 0), 104); // perhaps an old one, sent again at a new connection
+    EXPECT_THAT(remembered(answers), ElementsAre(LastAnswer{9, EINVAL, 50}, LastAnswer{38, 0, 101}));
+    answers.take(known(9, 0, 60), 105);
+    EXPECT_THAT(remembered(answers), ElementsAre(LastAnswer{9, 0, 60}, LastAnswer{38, 0, 101}));
 }
 
 TEST(LastAnswers, AnAnswerIsRememberedWhoeverItIsFor) {
@@ -86,9 +74,9 @@ TEST(LastAnswers, AnythingButAnswersAndQueriesChangesNothing) {
     for (std::size_t length = 0; length <= 64; ++length) {
         std::vector<std::byte> const payload(length);
         for (std::uint16_t const event :
-             {file_changed_event, file_changed_reply, last_answers_query, file_read_event}) {
+             {file_changed_event, file_changed_reply, last_answers_query, file_known_event}) {
             auto const size_of_event = event == file_changed_reply ? sizeof(FileAnswer)
-                                       : event == file_read_event  ? sizeof(FileRead)
+                                       : event == file_known_event ? sizeof(FileKnown)
                                                                    : sizeof(LastAnswersQuery);
             if (event == file_changed_event || length != size_of_event) {
                 EXPECT_EQ(answers.take(encode({everybody, event, 1}, payload), 4), std::nullopt) << length;

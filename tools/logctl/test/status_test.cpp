@@ -474,6 +474,15 @@ TEST_F(Status, OfAReceiverWhoseAddressWasChangedIsThatOfTheNewOne) {
     EXPECT_EQ(logctl.run({"status"}).status, 0) << status(); // what waited for the other does not count
 }
 
+TEST_F(Status, OfAFileThatCannotBeReadIsNoEndOfIt) {
+    start_board();
+    std::filesystem::remove("/etc/zlog_modules_config/SNMP.conf");
+    std::filesystem::create_symlink("/proc/self/mem", "/etc/zlog_modules_config/SNMP.conf");
+    EXPECT_THAT(line("SNMP.conf"),
+                HasSubstr("  ok      missing  unknown  /etc/zlog_modules_config/SNMP.conf is "
+                          "unreadable; run: logctl apply SNMP.conf"));
+}
+
 TEST_F(Status, RaisesNoFalseAlarm) {
     start_board();
     start_module();

@@ -112,8 +112,8 @@ TEST_F(Waiting, IsNotDeceivedByAModuleThatAnswersAboutAnOlderFile) {
     EXPECT_THAT(stale.err, HasSubstr("running stale: the module knows the file as of TIME"));
 
     // What a module says that had read the file just before it was written.
-    tell(ipc::file_read_event, ipc::payload_of(ipc::FileRead{.module = 9, .changed = 1'000}));
     answer(9, 0);
+    tell(ipc::file_known_event, ipc::payload_of(ipc::FileKnown{9, 0, 1'000}));
     EXPECT_EQ(wait({"set", "module.snmp.TRAP=info"}, "--wait=0.5").status, 1);
     module->process.kill(SIGCONT);
     EXPECT_EQ(wait({"set", "module.snmp.TRAP=info"}), silence);
@@ -189,7 +189,6 @@ class SlowModule {
         stat(file.c_str(), &status);
         auto const changed = static_cast<std::uint64_t>(status.st_mtim.tv_sec) * 1000U +
                              static_cast<std::uint64_t>(status.st_mtim.tv_nsec) / 1'000'000U;
-        tell(bus, ipc::file_read_event, ipc::payload_of(ipc::FileRead{.module = module, .changed = changed}));
         dawdle();
         auto now = test::read_file(file);
         dawdle();
@@ -198,6 +197,7 @@ class SlowModule {
             text = std::move(now);
         }
         tell(bus, ipc::file_changed_reply, ipc::payload_of(ipc::FileAnswer{module, 0}));
+        tell(bus, ipc::file_known_event, ipc::payload_of(ipc::FileKnown{module, 0, changed}));
     }
 
     static void tell(ipc::IIpc& bus, std::uint16_t event, std::vector<std::byte> const& payload) {
@@ -236,7 +236,7 @@ TEST_F(Waiting, NeverSaysYesWronglyUnderDisturbances) {
     int no = 0;
     {
         SlowModule module{9, snmp.path};
-        for (int round = 0; round < test::rounds(60) && !HasFailure(); ++round) {
+        for (int round = 0; round < test::rounds(30) && !HasFailure(); ++round) {
             auto const level = [&] { return std::to_string(test::below(random, 6)); };
             auto const disturb = disturbances.at(test::below(random, disturbances.size()));
             Outcome outcome{};

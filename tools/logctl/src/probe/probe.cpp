@@ -18,6 +18,7 @@
 #include "board/journal.hpp"
 #include "board/syslog_ng.hpp"
 #include "core/failure.hpp"
+#include "file_text.hpp"
 #include "output.hpp"
 #include "xpon/log_config/syslog_ng/syslog_ng_text.hpp"
 
@@ -47,9 +48,8 @@ class File {
     bool has(std::string const& text) const {
         std::error_code failed;
         auto const size = file_size(path, failed);
-        std::ifstream file{path, std::ios::binary};
-        file.seekg(static_cast<std::streamoff>(failed || size < begin ? 0 : begin)); // else it was rotated
-        std::string const content{std::istreambuf_iterator<char>{file}, {}};
+        auto const content =
+            file_text(path, failed || size < begin ? 0 : begin).value_or(""); // else it was rotated
         return content.find(text) != std::string::npos;
     }
 

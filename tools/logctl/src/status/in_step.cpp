@@ -14,7 +14,7 @@ namespace {
 
 /// A module that has not answered does not listen, but for those which are about to reach a new broker.
 bool is_new(Part const& part) {
-    constexpr std::int64_t seconds_to_connect = 3;
+    constexpr std::int64_t seconds_to_connect = 9; // endpoints try every 8 s at the latest
     return part.process && std::time(nullptr) - part.process->since < seconds_to_connect;
 }
 

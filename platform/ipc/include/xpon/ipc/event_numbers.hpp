@@ -37,14 +37,14 @@ inline constexpr std::uint16_t connected_event = 12504;
 /// does not return it. Payload: the number, 8 bytes.
 inline constexpr std::uint16_t confirmation_event = 12505;
 
-/// From a module just before it reads its file, to everybody: which state of the file its next answer is
-/// about. A module may leave it out. Payload: FileRead.
-inline constexpr std::uint16_t file_read_event = 12506;
+/// From a module, to everybody, right after each of its answers: which state of the file the answer is about. A
+/// module may leave it out. Payload: FileKnown.
+inline constexpr std::uint16_t file_known_event = 12506;
 
 // A new number goes into this list too: two events with one number do not compile.
 inline constexpr std::array every_event{
     master_change_event, sync_event,      file_changed_event, file_changed_reply, last_answers_query,
-    last_answers_reply,  connected_event, confirmation_event, file_read_event,
+    last_answers_reply,  connected_event, confirmation_event, file_known_event,
 };
 static_assert(std::ranges::adjacent_find(every_event, std::ranges::greater_equal{}) == every_event.end());
 

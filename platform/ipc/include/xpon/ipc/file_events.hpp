@@ -28,15 +28,16 @@ struct FileAnswer {
 };
 static_assert(sizeof(FileAnswer) == 8);
 
-struct FileRead {
+struct FileKnown {
     std::uint32_t module;
-    std::uint32_t unused = 0;
-    std::uint64_t
-        changed; ///< when the file that is about to be read last changed, in milliseconds since the epoch
+    std::uint32_t status;
+    /// When the file had last changed, in milliseconds since the epoch, as seen before it was read; 0 if it was
+    /// not there.
+    std::uint64_t changed;
 
-    bool operator==(FileRead const&) const = default;
+    bool operator==(FileKnown const&) const = default;
 };
-static_assert(sizeof(FileRead) == 16);
+static_assert(sizeof(FileKnown) == 16);
 
 struct LastAnswersQuery {
     Address asker; ///< the destination of the broker's message
@@ -48,8 +49,8 @@ static_assert(sizeof(LastAnswersQuery) == 4);
 struct LastAnswer {
     std::uint32_t module;
     std::uint32_t status;
-    /// Changes of the file up to this one, in milliseconds since the epoch, are known to the module: the one
-    /// that it named in FileRead, else all until the broker saw the answer.
+    /// Changes of the file up to this time, in milliseconds since the epoch, are known to the module: the one in
+    /// FileKnown; of a module that sends none, when the broker saw the answer.
     std::uint64_t time;
 
     bool operator==(LastAnswer const&) const = default;
