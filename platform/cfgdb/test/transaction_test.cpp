@@ -298,15 +298,6 @@ TEST_F(Transactions, TheHistoryKeepsTheLastThousandTransactionsWhateverTheirSize
     EXPECT_EQ(raw->value("SELECT count(*), min(number), max(number) FROM history"), "29942|2|1001");
 }
 
-TEST_F(Transactions, TheHistoryKeepsWhatIsOnTrialAndWhatFollowsIt) {
-    raw->run(transactions(2, 2000, 0));
-    raw->run("INSERT INTO trial VALUES(10, 'b', 1 << 40, 'a')");
-    change(folder, {{"syslog.rsh.level", "debug"}});
-    EXPECT_EQ(raw->value("SELECT min(number) FROM history"), "10");
-    change(folder, {{"syslog.rsh.level", "info"}});
-    EXPECT_EQ(raw->value("SELECT min(number) FROM history"), "10");
-}
-
 /// What the library's statements cost, whichever connection runs them.
 class Cost {
   public:

@@ -53,7 +53,10 @@ Subcommands:
   history                     Show who changed what, the newest last
   rollback                    Undo everything after a transaction, in a new one; prints the changes first
   commit-confirm              Change settings now, and undo it by itself unless confirmed in time
-  confirm                     Make what commit-confirm has changed permanent
+  trials                      Show the changes that end by themselves, with the time that is left
+  confirm                     Make a trial's change permanent
+  abort                       End a trial now, and put back what it has changed
+  extend                      Let a trial end later
   export                      Print the whole configuration as JSON: every setting that is not at its default
   import                      Make the configuration equal to a file from export: all at once, or nothing
   backup                      Copy the whole database, history included, to one file
@@ -63,8 +66,8 @@ Subcommands:
 )"),
                                                ""}));
     for (auto const* command :
-         {"show", "set", "reset", "apply", "modules", "preview", "status", "probe", "check", "history",
-          "rollback", "commit-confirm", "confirm", "export", "import", "watch"}) {
+         {"show", "set", "reset", "apply", "modules", "preview", "status", "probe", "check", "history", "rollback",
+          "commit-confirm", "trials", "confirm", "abort", "extend", "export", "import", "watch"}) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));

@@ -1,5 +1,7 @@
 #include <algorithm>
+#include <map>
 #include <memory>
+#include <string_view>
 
 #include <fmt/format.h>
 
@@ -57,19 +59,29 @@ core::Result<int> show(Context const& context, Options const& options) {
     OUTCOME_TRY(selection,
                 select(options.patterns.empty() ? std::vector<std::string>{"*"} : options.patterns));
     OUTCOME_TRY(stored, stored_values(context.database));
+    OUTCOME_TRY(trials, cfgdb::pending_trials(context.database));
+    std::map<std::string_view, cfgdb::Trial const*> on_trial;
+    for (auto const& trial : trials) {
+        for (auto const& setting : trial.settings) {
+            on_trial.emplace(setting.path, &trial);
+        }
+    }
     std::vector<SettingRow> rows;
     rows.reserve(selection.settings.size());
     std::size_t left_out = 0;
     for (auto const* setting : selection.settings) {
+        auto const trial = on_trial.find(setting->path);
         if (auto const* const found = stored.find(*setting)) {
             rows.push_back({setting, found->value, Source::Database, found->allowed});
-        } else if (setting->path.starts_with(ont_prefix) &&
+        } else if (trial == on_trial.end() && setting->path.starts_with(ont_prefix) &&
                    !std::ranges::binary_search(selection.wanted_anyway, setting)) {
             ++left_out;
+            continue;
         } else {
             rows.push_back({setting, cfgdb::to_text(setting->kind, setting->default_value),
                             setting->built_in() ? Source::BuiltIn : Source::Default});
         }
+        rows.back().trial = trial == on_trial.end() ? nullptr : trial->second;
     }
     print(options.json ? to_json(rows) : to_table(rows, wants_colour()));
     if (left_out > 0 && !options.json) {

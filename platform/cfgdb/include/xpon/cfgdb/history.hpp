@@ -21,8 +21,8 @@ struct HistoryEntry {
 };
 
 /// The changes of the transactions after this number, oldest first, as of one instant. The database must
-/// exist; permission to read is enough. The library keeps the newest 1000 transactions of any size, and
-/// always a pending trial and everything after it.
+/// exist; permission to read is enough. The library keeps the newest 1000 transactions of any
+/// size.
 core::Result<std::vector<HistoryEntry>> history(std::filesystem::path const& folder = default_folder,
                                                 std::int64_t after = 0);
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,7 +15,8 @@
 
 namespace xpon::cfgdb {
 
-/// A setting that a transaction changes, with its values as an operator writes them.
+/// A setting that a transaction changes, with its values as an operator writes them. They are equal if it only
+/// takes the setting out of a trial.
 struct Change {
     Setting const* setting;
     std::string old_value;
@@ -42,13 +44,22 @@ class Transaction {
     /// operator writes it). A later change by somebody else is therefore kept. Fails as `set` does.
     core::Result<void> put_back(std::string_view path, std::string_view from, std::string_view to);
 
+    /// The same, whatever the setting's value is then.
+    core::Result<void> put_back(std::string_view path, std::string_view to);
+
+    /// For the history: how the settings are changed ("set" unless given), and why.
+    void describe(std::string_view how, std::string_view why) {
+        kind = how;
+        comment = why;
+    }
+
     /// What `commit` would change now, in the order of `settings`. Needs no write permission. Fails as
     /// `commit` does.
     core::Result<std::vector<Change>> preview(std::filesystem::path const& folder = default_folder) const;
 
     /// Writes the settings that differ. Author, time and old value go to the history; the changed fields go
-    /// to the journal, which wakes every feed. Returns the changes. If nothing differs, nothing is written
-    /// and no feed is woken. Creates the database if it does not exist. Waits at most 5 s for another writer.
+    /// to the journal, which wakes every feed. A setting that is on trial leaves its trial, also if it already
+    /// has the value. Returns the changes. If there are none, nothing is written and no feed is woken. Creates the database if it does not exist. Waits at most 5 s for another writer.
     /// On failure nothing changes: `InvalidInputArg` if two receivers would be the same or users other than
     /// root may write to the log file's folder; otherwise the error of the database.
     core::Result<std::vector<Change>> commit(std::filesystem::path const& folder = default_folder,
@@ -57,12 +68,18 @@ class Transaction {
     /// The fields of the settings that were named, whether they differ or not, in the order of `settings`.
     std::vector<std::uint32_t> fields() const;
 
-    /// For the library's own use: writes the changes within a session, without its commit. Returns them.
+    // For the library's own use: what a session would change now, and doing it, without the commit.
+    core::Result<std::vector<Change>> plan(Session const& session) const;
     core::Result<std::vector<Change>> write(Session& session, std::string const& author) const;
 
   private:
+    core::Result<void> put_back_from(std::string_view path, std::optional<std::string> from,
+                                     std::string_view to);
+
     std::map<Setting const*, Value> wanted;
-    std::map<Setting const*, std::string> only_from; // the values that some of them must have
+    std::map<Setting const*, std::optional<std::string>> earlier; // values put back, and from what alone
+    std::string kind = "set";
+    std::string comment;
 };
 
 /// Enters fields in the journal though nothing has changed, so that every feed hands them out again. Neither

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "xpon/cfgdb/transaction.hpp"
+
+namespace xpon::logctl {
+
+/// What is said of one setting.
+struct Said {
+    std::string path;
+    std::string text;
+};
+
+/// The same of several settings in one: "module.fsm_pon.ont.3.1-16,18-256" for numbers, "module.snmp.*" where
+/// it is said of everything below. The order is that of the first of each.
+std::vector<Said> folded(std::vector<Said> const& all);
+
+/// "path: old -> new", a line each, folded.
+std::string folded_lines(std::vector<cfgdb::Change> const& changes);
+
+} // namespace xpon::logctl
