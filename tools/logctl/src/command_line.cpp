@@ -141,6 +141,7 @@ template void Arguments::add(Argument const&, bool&);
 template void Arguments::add(Argument const&, std::string&);
 template void Arguments::add(Argument const&, std::vector<std::string>&);
 template void Arguments::add(Argument const&, std::int64_t&);
+template void Arguments::add(Argument const&, std::optional<std::string>&);
 template void Arguments::add(Argument const&, std::optional<std::int64_t>&);
 template void Arguments::add(Argument const&, std::optional<std::size_t>&);
 template void Arguments::add(Argument const&, std::optional<double>&);

@@ -229,6 +229,44 @@ TEST_F(Confirm, ItsEndCanBePutOff) {
     EXPECT_EQ(stored(), "syslog.rsh.level=info ");
 }
 
+TEST_F(Confirm, WhatIsSetForATimeNeedsNone) {
+    EXPECT_THAT(
+        logctl({"set", "--for", "90m", "syslog.rsh.level=debug"}).err,
+        testing::MatchesRegex("logctl: trial 2: put back in 1 h (30|29) min; before that: logctl abort 2\n"));
+    EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.kernel.level=debug"}).status, 0);
+    EXPECT_EQ(without_durations(logctl({"trials"}).out),
+              fmt::format(R"(NUMBER  USER   LEFT UNLESS     PUTS BACK
+2       {0}  LEFT aborted    syslog.rsh.level=info
+3       {0}  LEFT confirmed  syslog.kernel.level=warning
+)",
+                          Logctl::author()));
+    EXPECT_EQ(logctl({"confirm"}), silence); // the one that needs it
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
+    logctl.sql("UPDATE pending SET until = 1");
+    EXPECT_EQ(logctl({"trials"}), (Outcome{0, "no change is pending\n", ""}));
+    EXPECT_EQ(stored(), "syslog.kernel.level=debug syslog.rsh.level=info ");
+}
+
+TEST_F(Confirm, WhatIsSetForASecondIsPutBackByItself) {
+    EXPECT_EQ(logctl({"set", "--for=1s", "syslog.rsh.level=debug"}).status, 0);
+    EXPECT_TRUE(wait_until_stored("syslog.rsh.level=info "));
+}
+
+TEST_F(Confirm, NothingIsSetForATimeThatIsNone) {
+    for (auto const* const time : {"", "0", "30", "0m", "31d", "1h30m", "-1s", "1e9s"}) {
+        EXPECT_EQ(logctl({"set", "--for", time, "syslog.rsh.level=debug"}),
+                  (Outcome{1, "",
+                           fmt::format("logctl: \"{}\" is refused, allowed is a time such as 90s, 30m, 2h or "
+                                       "7d, up to 30d\n",
+                                       time)}));
+    }
+    EXPECT_EQ(logctl({"set", "--for", "1m", "--dry-run", "syslog.rsh.level=debug"}),
+              (Outcome{0, "syslog.rsh.level: info -> debug\n", ""}));
+    EXPECT_EQ(logctl({"set", "--for", "1m", "syslog.rsh.level=info"}),
+              (Outcome{0, "", "logctl: nothing is changed, so there is nothing to put back\n"}));
+    EXPECT_EQ(stored(), "syslog.rsh.level=info ");
+}
+
 TEST_F(Confirm, IsShownWithTheSettings) {
     EXPECT_EQ(
         logctl({"commit-confirm", "10", "syslog.rsh.level=debug", "module.fsm_pon.ont.1.1=debug"}).status, 0);

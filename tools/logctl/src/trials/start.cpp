@@ -10,11 +10,12 @@
 
 namespace xpon::logctl {
 
-core::Result<int> start_trial(cfgdb::Transaction const& transaction, NewTrial const& wanted,
-                              Context const& context, ChangeOptions const& options) {
+core::Result<int> start_trial(cfgdb::Transaction transaction, NewTrial const& wanted, Context const& context,
+                              ChangeOptions const& options) {
     if (options.dry_run) {
         return change(transaction, context, options);
     }
+    transaction.describe(wanted.temporary ? "temporary" : "trial", "");
     auto const end = cfgdb::BootInstant::in(wanted.seconds);
     Alarm alarm{context};
     OUTCOME_TRY(alarm.set(end, wanted.seconds));

@@ -12,7 +12,7 @@ struct NewTrial {
 };
 
 /// Commits the transaction as a trial, or only says what it would change.
-core::Result<int> start_trial(cfgdb::Transaction const& transaction, NewTrial const& wanted,
-                              Context const& context, ChangeOptions const& options);
+core::Result<int> start_trial(cfgdb::Transaction transaction, NewTrial const& wanted, Context const& context,
+                              ChangeOptions const& options);
 
 } // namespace xpon::logctl
