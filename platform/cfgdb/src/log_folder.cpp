@@ -7,7 +7,8 @@
 
 #include <sys/stat.h>
 
-#include "core/failure.hpp"
+#include <fmt/format.h>
+
 #include "core/reason.hpp"
 
 namespace xpon::cfgdb {
@@ -68,21 +69,6 @@ std::optional<std::string> log_folder_flaw(std::filesystem::path const& folder) 
         here = next == ".." ? here.parent_path() : next.empty() || next == "." ? here : here / next;
     }
     return fmt::format("{}: too many links", folder.string());
-}
-
-core::Result<void> check_log_folder(Change const& change) {
-    if (change.setting->kind != Kind::Folder) {
-        return core::success();
-    }
-    if (auto const flaw = log_folder_flaw(change.new_value)) {
-        return core::fail(
-            core::Error::InvalidInputArg,
-            "{}: \"{}\" is refused: {}, and whoever can replace a file there decides what root's "
-            "syslog-ng writes to; allowed is a folder that root alone may write, such as {}",
-            change.setting->path, change.new_value, *flaw,
-            to_text(change.setting->kind, change.setting->default_value));
-    }
-    return core::success();
 }
 
 } // namespace xpon::cfgdb

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <ranges>
 #include <set>
 
@@ -12,7 +13,7 @@
 #include "core/failure.hpp"
 #include "record.hpp"
 #include "session.hpp"
-#include "xpon/cfgdb/log_folder.hpp"
+#include "xpon/cfgdb/usable.hpp"
 
 namespace xpon::cfgdb {
 
@@ -122,7 +123,7 @@ core::Result<std::vector<Change>> planned(Wanted const& wanted, Earlier const& e
     OUTCOME_TRY(check_receivers(changes, wanted, stored));
     for (auto const& change : changes) {
         if (!earlier.contains(change.setting)) { // it can always be put back
-            OUTCOME_TRY(check_log_folder(change));
+            OUTCOME_TRY(check_usable(change));
         }
     }
     return changes;
@@ -174,6 +175,13 @@ core::Result<void> enter_in_journal(Connection const& connection, std::span<std:
     return core::success();
 }
 
+std::string name_of(uid_t user) {
+    auto const* const entry = getpwuid(user);
+    return entry != nullptr ? entry->pw_name : fmt::format("uid {}", user);
+}
+
+constexpr std::int64_t nobody_has_logged_in = 4294967295; // as the kernel says it: a service, or no session
+
 core::Result<void> record_changes(Connection const& connection, std::vector<Change> const& changes,
                                   std::string_view author, std::string_view kind, std::string_view comment) {
     OUTCOME_TRY(remember, connection.prepare("INSERT INTO history(number, at, author, path, old, new) "
@@ -188,20 +196,45 @@ core::Result<void> record_changes(Connection const& connection, std::vector<Chan
     }
     OUTCOME_TRY(enter_in_journal(connection, fields));
     OUTCOME_TRY(describe, connection.prepare("INSERT OR REPLACE INTO transaction_note(number, kind, account, "
-                                             "comment) VALUES(?1, ?2, '', ?3)"));
-    OUTCOME_TRY(connection.change(describe, newest + 1, kind, comment));
+                                             "comment) VALUES(?1, ?2, ?3, ?4)"));
+    auto const accounts = Caller::current().accounts();
+    OUTCOME_TRY(connection.change(describe, newest + 1, kind, std::string_view{accounts}, comment));
     return connection.execute(prune);
 }
 
 } // namespace
 
-std::string current_author() {
-    auto const user = getuid();
-    if (char const* const caller = std::getenv("SUDO_USER"); user == 0 && caller != nullptr) {
-        return caller;
+Caller Caller::current() {
+    Caller caller;
+    caller.user = name_of(getuid());
+    std::int64_t login = -1;
+    if (std::ifstream{"/proc/self/loginuid"} >> login && login >= 0 && login < nobody_has_logged_in) {
+        caller.login = name_of(static_cast<uid_t>(login));
     }
-    auto const* const entry = getpwuid(user);
-    return entry != nullptr ? entry->pw_name : fmt::format("uid {}", user);
+    // Root alone is believed: anybody else may have written it.
+    if (char const* const name = std::getenv("SUDO_USER"); getuid() == 0 && name != nullptr) {
+        caller.by_sudo = name;
+    }
+    return caller;
+}
+
+std::string Caller::author() const {
+    return !login.empty() ? login : !by_sudo.empty() ? by_sudo : user;
+}
+
+std::string Caller::accounts() const {
+    std::string used;
+    auto const person = author();
+    for (auto const& account : {by_sudo, user}) {
+        if (!account.empty() && account != person) {
+            used += (used.empty() ? "" : ", ") + account;
+        }
+    }
+    return used;
+}
+
+std::string current_author() {
+    return Caller::current().author();
 }
 
 core::Result<void> Transaction::set(std::string_view pattern, std::string_view value) {

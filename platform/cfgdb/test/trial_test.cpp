@@ -42,9 +42,11 @@ class Trials : public DatabaseFolder {
     std::vector<std::string> history_after(std::int64_t number) const {
         std::vector<std::string> texts;
         auto const all = history(folder, number).value();
-        for (auto const& entry : all) {
-            texts.push_back(fmt::format("{} {} {}: {} -> {}", entry.number, entry.author, entry.path,
-                                        entry.old_value, entry.new_value));
+        for (auto const& transaction : all) {
+            for (auto const& [path, old_value, new_value] : transaction.changes) {
+                texts.push_back(fmt::format("{} {} {}: {} -> {}", transaction.number, transaction.author,
+                                            path, old_value, new_value));
+            }
         }
         return texts;
     }

@@ -48,6 +48,8 @@ constexpr Command commands[] = {
     {"check", "Check every stored setting, and whether a private syslog-ng starts with the generated text",
      check_command},
     {"history", "Show who changed what, the newest last", history_command, paths},
+    {"compare", "Show how the settings differ from those after a transaction, in a file, or the defaults",
+     compare_command},
     {"rollback", "Undo everything after a transaction, in a new one; prints the changes first",
      rollback_command},
     {"commit-confirm", "Change settings now, and undo it by itself unless confirmed in time",

@@ -114,10 +114,15 @@ std::vector<Said> folded(std::vector<Said> const& all) {
     return result;
 }
 
+std::string change_text(std::string const& old_value, std::string const& new_value) {
+    return old_value == new_value ? fmt::format("{} (no longer on trial)", new_value)
+                                  : fmt::format("{} -> {}", old_value, new_value);
+}
+
 std::string folded_lines(std::vector<cfgdb::Change> const& changes) {
     std::vector<Said> all;
     for (auto const& [setting, old_value, new_value] : changes) {
-        all.push_back({setting->path, fmt::format("{} -> {}", old_value, new_value)});
+        all.push_back({setting->path, change_text(old_value, new_value)});
     }
     std::string text;
     for (auto const& [path, change] : folded(all)) {

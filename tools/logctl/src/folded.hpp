@@ -17,6 +17,9 @@ struct Said {
 /// it is said of everything below. The order is that of the first of each.
 std::vector<Said> folded(std::vector<Said> const& all);
 
+/// "old -> new"; equal values have only left a trial.
+std::string change_text(std::string const& old_value, std::string const& new_value);
+
 /// "path: old -> new", a line each, folded.
 std::string folded_lines(std::vector<cfgdb::Change> const& changes);
 

@@ -51,6 +51,7 @@ Subcommands:
   probe                       Log a message of each severity, and say where each arrived; status 0 if it is as the settings say
   check                       Check every stored setting, and whether a private syslog-ng starts with the generated text
   history                     Show who changed what, the newest last
+  compare                     Show how the settings differ from those after a transaction, in a file, or the defaults
   rollback                    Undo everything after a transaction, in a new one; prints the changes first
   commit-confirm              Change settings now, and undo it by itself unless confirmed in time
   trials                      Show the changes that end by themselves, with the time that is left
@@ -67,7 +68,7 @@ Subcommands:
                                                ""}));
     for (auto const* command :
          {"show", "set", "reset", "apply", "modules", "preview", "status", "probe", "check", "history", "rollback",
-          "commit-confirm", "trials", "confirm", "abort", "extend", "export", "import", "watch"}) {
+          "commit-confirm", "trials", "compare", "confirm", "abort", "extend", "export", "import", "watch"}) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));

@@ -5,6 +5,8 @@
 
 #include <fmt/format.h>
 
+#include "core/failure.hpp"
+#include "folded.hpp"
 #include "output.hpp"
 #include "status/in_step.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
@@ -47,6 +49,7 @@ void add_wait_option(Arguments& arguments, WaitOptions& options) {
 
 void add_change_options(Arguments& arguments, ChangeOptions& options) {
     arguments.add({"-v,--verbose", "Say what is changed"}, options.verbose);
+    arguments.add({"-m,--comment", "Why, for the history", "COMMENT"}, options.comment);
     arguments.add({"--dry-run", "Check everything and say what would be changed, but change nothing"},
                   options.dry_run);
     add_wait_option(arguments, options);
@@ -69,9 +72,7 @@ core::Result<void> add_assignments(std::span<std::string const> assignments,
 
 void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose) {
     if (verbose) {
-        for (auto const& [setting, old_value, new_value] : changes) {
-            print(fmt::format("{}: {} -> {}\n", setting->path, old_value, new_value));
-        }
+        print(folded_lines(changes));
     }
     if (std::ranges::any_of(changes, takes_effect_at_start)) {
         tell("note: a level of the session manager takes effect when the daemon is next restarted, not "
@@ -93,8 +94,20 @@ core::Result<int> follow(std::span<std::uint32_t const> fields, bool changed, Co
     return in_step ? 0 : 1;
 }
 
-core::Result<int> change(cfgdb::Transaction const& transaction, Context const& context,
+core::Result<void> describe(cfgdb::Transaction& transaction, std::string_view how,
+                            ChangeOptions const& options) {
+    constexpr std::size_t longest = 200;
+    if (options.comment.size() > longest) {
+        return core::fail(core::Error::InvalidInputArg, "the comment has {} bytes, allowed are up to {}",
+                          options.comment.size(), longest);
+    }
+    transaction.describe(how, options.comment);
+    return core::success();
+}
+
+core::Result<int> change(cfgdb::Transaction transaction, std::string_view how, Context const& context,
                          ChangeOptions const& options, int if_changed) {
+    OUTCOME_TRY(describe(transaction, how, options));
     OUTCOME_TRY(changes, options.dry_run ? transaction.preview(context.database)
                                          : transaction.commit(context.database));
     tell_changes(changes, options.verbose || options.dry_run);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <span>
+#include <string_view>
 
 #include "commands/command.hpp"
 #include "xpon/cfgdb/transaction.hpp"
@@ -12,6 +13,7 @@ struct WaitOptions {
 };
 
 struct ChangeOptions : WaitOptions {
+    std::string comment; ///< for the history
     bool verbose = false;
     bool dry_run = false;
 };
@@ -36,9 +38,13 @@ void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose);
 core::Result<int> follow(std::span<std::uint32_t const> fields, bool changed, Context const& context,
                          WaitOptions const& options);
 
-/// Commits the transaction and follows it, or only says what it would change. The command's exit status, of
+/// For the history: how the settings are changed, and the operator's comment. Fails if that is too long.
+core::Result<void> describe(cfgdb::Transaction& transaction, std::string_view how,
+                            ChangeOptions const& options);
+
+/// Commits the transaction and follows it, or only says what it would change. `how` is for the history. The command's exit status, of
 /// which `if_changed` is the one for a change that has succeeded.
-core::Result<int> change(cfgdb::Transaction const& transaction, Context const& context,
+core::Result<int> change(cfgdb::Transaction transaction, std::string_view how, Context const& context,
                          ChangeOptions const& options, int if_changed = 0);
 
 } // namespace xpon::logctl

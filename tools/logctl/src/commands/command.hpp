@@ -67,6 +67,7 @@ Action status_command(Arguments& arguments);
 Action probe_command(Arguments& arguments);
 Action check_command(Arguments& arguments);
 Action history_command(Arguments& arguments);
+Action compare_command(Arguments& arguments);
 Action rollback_command(Arguments& arguments);
 Action commit_confirm_command(Arguments& arguments);
 Action trials_command(Arguments& arguments);

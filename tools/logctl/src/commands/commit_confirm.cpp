@@ -45,7 +45,7 @@ core::Result<int> commit_confirm(Context const& context, Options const& options)
     OUTCOME_TRY(seconds, seconds_of(options.words.front()));
     cfgdb::Transaction transaction;
     OUTCOME_TRY(add_assignments(std::span{options.words}.subspan(1), transaction));
-    return start_trial(transaction, {.seconds = seconds}, context, options);
+    return start_trial(std::move(transaction), {.seconds = seconds}, context, options);
 }
 
 /// What is wrong with the words, unless logctl itself has called it.

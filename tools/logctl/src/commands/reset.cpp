@@ -15,7 +15,7 @@ core::Result<int> reset(Context const& context, Options const& options) {
     for (auto const& pattern : options.patterns) {
         OUTCOME_TRY(transaction.reset(pattern));
     }
-    return change(transaction, context, options);
+    return change(std::move(transaction), "reset", context, options);
 }
 
 } // namespace

@@ -1,54 +1,31 @@
-#include <map>
 #include <memory>
 
 #include <fmt/format.h>
 
 #include "commands/change.hpp"
-#include "core/failure.hpp"
 #include "output.hpp"
-#include "xpon/cfgdb/history.hpp"
-#include "xpon/cfgdb/log_folder.hpp"
+#include "past.hpp"
+#include "xpon/cfgdb/usable.hpp"
 
 namespace xpon::logctl {
 
 namespace {
 
-struct Options : WaitOptions {
+struct Options : ChangeOptions {
     std::int64_t number = 0;
-    bool dry_run = false;
 };
 
-core::Result<void> check_number(std::int64_t number, std::vector<cfgdb::HistoryEntry> const& all) {
-    auto const newest = all.empty() ? 0 : all.back().number;
-    auto const oldest = all.empty() ? 0 : all.front().number - 1;
-    if (number < oldest || number > newest) {
-        return core::fail(core::Error::InvalidInputArg, "{}: the history can be rolled back to {} up to {}",
-                          number, oldest, newest);
-    }
-    return core::success();
-}
-
 core::Result<int> rollback(Context const& context, Options const& options) {
-    OUTCOME_TRY(all, cfgdb::history(context.database));
-    OUTCOME_TRY(check_number(options.number, all));
-
-    struct Values {
-        std::string before;
-        std::string now;
-    };
-    std::map<std::string, Values> settings;
-    for (auto const& entry : all) {
-        if (entry.number > options.number) {
-            settings.try_emplace(entry.path, Values{entry.old_value, {}}).first->second.now = entry.new_value;
-        }
-    }
+    OUTCOME_TRY(history, cfgdb::history(context.database));
+    OUTCOME_TRY(settings, changed_since(options.number, history));
     cfgdb::Transaction transaction;
-    for (auto const& [path, values] : settings) {
-        OUTCOME_TRY(transaction.put_back(path, values.now, values.before));
+    for (auto const& [path, since] : settings) {
+        OUTCOME_TRY(transaction.put_back(path, since.now, since.then));
     }
+    OUTCOME_TRY(describe(transaction, fmt::format("rollback {}", options.number), options));
     OUTCOME_TRY(planned, transaction.preview(context.database));
     for (auto const& change : planned) {
-        OUTCOME_TRY(cfgdb::check_log_folder(change));
+        OUTCOME_TRY(cfgdb::check_usable(change));
     }
     tell_changes(planned, true);
     OUTCOME_TRY(flush_output());
@@ -71,8 +48,7 @@ Action rollback_command(Arguments& arguments) {
                    .help = "The last transaction of the history that stays; 0 for none",
                    .required = true},
                   options->number);
-    arguments.add({"--dry-run", "Say what would be changed, but change nothing"}, options->dry_run);
-    add_wait_option(arguments, *options);
+    add_change_options(arguments, *options);
     return [options](Context const& context) { return rollback(context, *options); };
 }
 

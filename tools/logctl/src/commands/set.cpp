@@ -18,10 +18,10 @@ core::Result<int> set(Context const& context, Options const& options) {
     cfgdb::Transaction transaction;
     OUTCOME_TRY(add_assignments(options.assignments, transaction));
     if (!options.time) {
-        return change(transaction, context, options);
+        return change(std::move(transaction), "set", context, options);
     }
     OUTCOME_TRY(seconds, seconds_in(*options.time));
-    return start_trial(transaction, {.seconds = seconds, .temporary = true}, context, options);
+    return start_trial(std::move(transaction), {.seconds = seconds, .temporary = true}, context, options);
 }
 
 } // namespace

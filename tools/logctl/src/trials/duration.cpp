@@ -23,17 +23,17 @@ constexpr Unit units[] = {{'d', "d", 24 * 60 * 60}, {'h', "h", 60 * 60}, {'m', "
 
 } // namespace
 
-core::Result<std::int64_t> seconds_in(std::string_view text) {
+core::Result<std::int64_t> seconds_in(std::string_view text, std::int64_t longest) {
     auto const unit = std::ranges::find(units, text.empty() ? '\0' : text.back(), &Unit::letter);
     if (unit != std::end(units)) {
         auto const number = number_in<double>(text.substr(0, text.size() - 1));
-        if (number && *number > 0 && *number <= static_cast<double>(longest_trial / unit->seconds)) {
+        if (number && *number > 0 && *number <= static_cast<double>(longest / unit->seconds)) {
             return static_cast<std::int64_t>(std::ceil(*number * static_cast<double>(unit->seconds)));
         }
     }
     return core::fail(core::Error::InvalidInputArg,
-                      "{} is refused, allowed is a time such as 90s, 30m, 2h or 7d, up to 30d",
-                      cfgdb::printable(text));
+                      "{} is refused, allowed is a time such as 90s, 30m, 2h or 7d, up to {}d",
+                      cfgdb::printable(text), longest / units->seconds);
 }
 
 std::string duration_text(std::int64_t seconds) {

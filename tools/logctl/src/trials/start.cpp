@@ -12,10 +12,11 @@ namespace xpon::logctl {
 
 core::Result<int> start_trial(cfgdb::Transaction transaction, NewTrial const& wanted, Context const& context,
                               ChangeOptions const& options) {
+    auto const* const how = wanted.temporary ? "temporary" : "trial";
     if (options.dry_run) {
-        return change(transaction, context, options);
+        return change(std::move(transaction), how, context, options);
     }
-    transaction.describe(wanted.temporary ? "temporary" : "trial", "");
+    OUTCOME_TRY(describe(transaction, how, options));
     auto const end = cfgdb::BootInstant::in(wanted.seconds);
     Alarm alarm{context};
     OUTCOME_TRY(alarm.set(end, wanted.seconds));

@@ -23,7 +23,21 @@ struct Change {
     std::string new_value;
 };
 
-/// The author of a change: the user of this process, or behind sudo the user who called it.
+/// Who is behind this process.
+struct Caller {
+    std::string user;    ///< the name of its user
+    std::string login;   ///< who has logged in, whatever su and sudo have made of that; empty if unknown
+    std::string by_sudo; ///< who has called sudo; empty if nobody has
+
+    static Caller current();
+
+    /// The person, as far as it is known.
+    std::string author() const;
+    /// The accounts that the person has used, such as "netops, root"; empty if it was the person's own.
+    std::string accounts() const;
+};
+
+/// The author of a change that this process makes.
 std::string current_author();
 
 class Session;
