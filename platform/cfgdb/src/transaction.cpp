@@ -322,6 +322,33 @@ core::Result<void> deliver_again(std::span<std::uint32_t const> fields, std::fil
     return session->commit();
 }
 
+core::Result<bool> remove_stray_row(std::string_view path, std::filesystem::path const& folder) {
+    if (auto const* const setting = find_setting(path); setting != nullptr && !setting->built_in()) {
+        return false;
+    }
+    OUTCOME_TRY(session, Session::begin(folder));
+    auto const& connection = session->connection();
+    OUTCOME_TRY(search, connection.prepare("SELECT 1 FROM setting WHERE path = ?1"));
+    if (auto rows = search.run(path); !rows.next()) {
+        OUTCOME_TRY(connection.check_end(rows));
+        return false;
+    }
+    OUTCOME_TRY(session->prepare_to_write());
+    OUTCOME_TRY(remove, connection.prepare("DELETE FROM setting WHERE path = ?1"));
+    OUTCOME_TRY(connection.change(remove, path));
+    OUTCOME_TRY(session->commit());
+    return true;
+}
+
+core::Result<void> settle(std::filesystem::path const& folder) {
+    OUTCOME_TRY(session, Session::begin(folder));
+    OUTCOME_TRY(session->prepare_to_write());
+    // The same value once more: a write for the log, which takes the place of what was not announced.
+    OUTCOME_TRY(version, session->connection().number("PRAGMA user_version"));
+    OUTCOME_TRY(session->connection().execute(fmt::format("PRAGMA user_version = {}", version).c_str()));
+    return session->commit();
+}
+
 core::Result<std::vector<StoredSetting>> stored_settings(std::filesystem::path const& folder) {
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
     std::vector<StoredSetting> stored;

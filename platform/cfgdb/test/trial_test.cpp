@@ -217,6 +217,18 @@ TEST_F(Trials, ThatAnOlderProgramHasStartedAreTakenOver) {
     EXPECT_EQ(raw.value("PRAGMA user_version"), "1"); // older programs go on reading
 }
 
+TEST_F(Trials, SettlingChangesNothingAndWritesALog) {
+    EXPECT_THAT(on_trial({{"syslog.rsh.level", "debug"}}), IsOk());
+    auto const reader = ChangeFeed::open(folder).value(); // as long as somebody has it open, the log grows
+    auto const log = folder / "running.db-wal";
+    auto const before = std::filesystem::file_size(log);
+    EXPECT_THAT(settle(folder), IsOk());
+    EXPECT_GT(std::filesystem::file_size(log), before);
+    EXPECT_THAT(pending(), ElementsAre("2: syslog.rsh.level=info"));
+    EXPECT_EQ(RawDatabase{file}.value("PRAGMA user_version"), "1");
+    EXPECT_THAT(reader->next().value(), IsEmpty());
+}
+
 TEST(BootInstants, AreOverWhenReachedAndAfterAReboot) {
     EXPECT_FALSE(BootInstant::in(60).over());
     EXPECT_TRUE(BootInstant::in(0).over());

@@ -274,6 +274,7 @@ class TrialRounds : public testing::Test {
         }
         auto undone = model;
         undone.end_overdue();
+        EXPECT_TRUE(cfgdb::settle(logctl.database).has_value());
         run({"trials"}); // ends what the killed one may have left
         expect(stored() == step.after ? step.after : undone,
                fmt::format("killed: {}\nelse: {}", fmt::join(step.words, " "),

@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "core/failure.hpp"
@@ -54,8 +55,15 @@ core::Result<void> Alarm::set(cfgdb::BootInstant const& end, std::int64_t second
     return start_guard(end);
 }
 
+void Alarm::committed() {
+    if (undecided) {
+        std::ignore = send(undecided.get(), "", 1, MSG_NOSIGNAL); // the process may have been killed
+        undecided.reset();
+    }
+}
+
 void Alarm::cancel() {
-    undecided.reset();
+    committed();
     stop_timer(unit);
 }
 
@@ -77,8 +85,9 @@ bool Alarm::start_timer(std::string const& name, std::int64_t seconds) const {
 
 core::Result<void> Alarm::start_guard(cfgdb::BootInstant const& end) {
     std::array<int, 2> ends{-1, -1};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) {
-        return fail(Error::CommonError, "no pipe ({})", core::reason_of(errno));
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+        return fail(Error::CommonError, "no connection to a process in the background ({})",
+                    core::reason_of(errno));
     }
     core::UniqueFd const theirs{ends[0]};
     undecided.reset(ends[1]);

@@ -23,10 +23,10 @@ class Alarm {
     /// The timer's name; empty for a process.
     std::string const& timer() const { return unit; }
 
-    /// The trial is committed. Call it before anything that can wait, such as output to a terminal.
-    void committed() { undecided.reset(); }
+    /// There is a trial. Call it before anything that can wait, such as output to a terminal.
+    void committed();
 
-    /// There is no trial to end. The process sees that for itself.
+    /// There is none. The process sees that for itself.
     void cancel();
 
   private:
@@ -35,7 +35,8 @@ class Alarm {
 
     std::vector<std::string> command;
     std::string unit;
-    core::UniqueFd undecided; // closed once there is a trial or none, at the latest with this program's end
+    core::UniqueFd
+        undecided; // to the process: a byte once there is a trial or none; its end alone is a death
 };
 
 /// Stops the timer that was to end a trial. Where it stays, it finds nothing to do.

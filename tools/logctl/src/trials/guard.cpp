@@ -38,18 +38,19 @@ class Guard {
             if (poll(wanted, std::size(wanted), -1) < 0 && errno != EINTR) {
                 return core::fail(core::Error::CommonError, "cannot wait ({})", core::reason_of(errno));
             }
-            bool const commit_is_known = wanted[1].revents != 0;
-            if (commit_is_known) {
-                open_feed();
+            bool const hears = wanted[1].revents != 0;
+            if (hears) {
+                hear();
             }
             bool const woken = drain();
-            if (woken || commit_is_known) {
+            if (woken || hears) {
                 end_trials();
             }
             if (feed) {
                 std::ignore = feed->next(); // only the waking counts
             }
-            if (wanted[1].fd < 0 && nothing_waits()) {
+            bool const may_come = wanted[1].fd >= 0 || !(decided || is_over() || !has_database());
+            if (!may_come && nothing_waits()) {
                 return 0;
             }
         }
@@ -66,9 +67,22 @@ class Guard {
         return wanted[0].revents != 0 && read(timer.get(), &expirations, sizeof expirations) > 0;
     }
 
-    /// Before, there may not even have been a database. Without it only the time is waited for.
-    void open_feed() {
+    bool is_over() const { return cfgdb::BootInstant::in(0).seconds >= until; }
+
+    bool has_database() const {
+        std::error_code unknown;
+        return std::filesystem::exists(context.database / "running.db", unknown);
+    }
+
+    /// Whether there is a trial has been decided, or who was to decide it is dead. Before, there may not even
+    /// have been a database. Without the feed only the time is waited for.
+    void hear() {
+        char told = 0;
+        decided = read(STDIN_FILENO, &told, 1) == 1;
         wanted[1].fd = -1;
+        if (!decided && has_database()) {
+            decided = cfgdb::settle(context.database).has_value();
+        }
         if (auto opened = cfgdb::ChangeFeed::open(context.database); opened.has_value()) {
             feed = std::move(opened).value();
             wanted[2].fd = feed->fd();
@@ -78,8 +92,7 @@ class Guard {
     /// A database that is locked or a disk that is full need not be so for ever: tries again after 1, 2, 4
     /// ... 60 s. Not at every change that others make: each failure can be a change for the feed.
     void end_trials() {
-        auto const now = cfgdb::BootInstant::in(0).seconds;
-        if (now < until) {
+        if (!is_over()) {
             return;
         }
         if (auto const ended = end_overdue_trials(context); ended.has_error()) {
@@ -95,8 +108,7 @@ class Guard {
     bool nothing_waits() const {
         auto const trials = cfgdb::pending_trials(context.database);
         if (trials.has_error()) {
-            std::error_code unknown;
-            return !std::filesystem::exists(context.database / "running.db", unknown);
+            return !has_database();
         }
         return std::ranges::none_of(trials.value(), [this](cfgdb::Trial const& trial) {
             return trial.terms.timer.empty() && trial.terms.end.seconds == until;
@@ -106,6 +118,7 @@ class Guard {
     Context const& context;
     std::int64_t until;
     std::int64_t pause = 1;
+    bool decided = false; // whether there is a trial
     core::UniqueFd timer{timerfd_create(CLOCK_BOOTTIME, TFD_CLOEXEC | TFD_NONBLOCK)};
     pollfd wanted[3] = {{timer.get(), POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}, {-1, POLLIN, 0}};
     std::unique_ptr<cfgdb::ChangeFeed> feed;

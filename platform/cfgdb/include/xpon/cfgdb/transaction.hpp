@@ -101,6 +101,16 @@ class Transaction {
 core::Result<void> deliver_again(std::span<std::uint32_t const> fields,
                                  std::filesystem::path const& folder = default_folder);
 
+/// Removes a stored row that is no setting, by its exact path; false if there is none. It is not in the
+/// history, and nobody is told: no program has used it.
+core::Result<bool> remove_stray_row(std::string_view path,
+                                    std::filesystem::path const& folder = default_folder);
+
+/// Decides what a killed writer has left. One that dies at the very end of its commit has written everything
+/// but not announced it: its changes stay unseen, and appear when the database is next opened after everybody
+/// has closed it, or never, if somebody else writes before. After this they are there, or never will be.
+core::Result<void> settle(std::filesystem::path const& folder = default_folder);
+
 /// One stored row. Normally it is a setting that differs from its default.
 struct StoredSetting {
     std::string path;       ///< as stored; not safe to print if `setting` is null
