@@ -63,6 +63,42 @@ module.fsm_pon.ont.3.1-2: debug -> notice
                                                             ""}));
 }
 
+TEST_F(Changes, AreObjectsAndAStatusOnRequest) {
+    auto const change = [this](Logctl::Words words) {
+        words.insert(words.end(), {"syslog.rsh.level=debug", "module.fsm_pon.ont.3.1-2=debug"});
+        return logctl(words);
+    };
+    Outcome const object{9, text(R"(
+[
+  {
+    "path": "syslog.rsh.level",
+    "old": "notice",
+    "new": "debug"
+  },
+  {
+    "path": "module.fsm_pon.ont.3.1",
+    "old": "notice",
+    "new": "debug"
+  },
+  {
+    "path": "module.fsm_pon.ont.3.2",
+    "old": "notice",
+    "new": "debug"
+  }
+]
+)"),
+                         ""};
+    EXPECT_EQ(logctl({"reset", "*", "--changed-exit"}), silence);
+    EXPECT_EQ(change({"set", "--json", "--changed-exit=9", "--dry-run"}), object);
+    EXPECT_EQ(change({"set", "--json", "--changed-exit=9"}), object);
+    EXPECT_EQ(change({"set", "--json", "--changed-exit=9"}), (Outcome{0, "[]\n", ""}));
+    EXPECT_EQ(logctl({"reset", "*", "--changed-exit"}), (Outcome{3, "", ""}));
+    EXPECT_EQ(logctl({"rollback", "1", "--changed-exit"}).status, 3);
+    EXPECT_EQ(logctl({"rollback", "2", "--dry-run", "--changed-exit=7"}).status, 7);
+    EXPECT_EQ(change({"set", "--changed-exit=256"}).status, 2);
+    EXPECT_EQ(change({"set", "--changed-exit=x"}).status, 2);
+}
+
 TEST_F(Changes, ADryRunSaysWhatItWouldChangeAndChangesNothing) {
     EXPECT_EQ(logctl({"set", "syslog.file.level=debug"}), silence);
     EXPECT_EQ(logctl({"set", "--dry-run", "syslog.*.level=error"}), (Outcome{0, text(R"(
@@ -109,6 +145,21 @@ TEST_F(Changes, AreRefusedAllTogetherWithPathValueAndWhatIsAllowed) {
     EXPECT_EQ(logctl({"reset", "module.logconfig.*"}),
               refused("module.logconfig.*: built in and cannot be set"));
     EXPECT_THAT(stored(), testing::IsEmpty());
+}
+
+TEST_F(Changes, AStoredRowThatIsNoSettingIsRemovedByItsPath) {
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
+    logctl.sql("INSERT INTO setting VALUES('module.snmp.trap', 3), ('module.logconfig.SELF', 1)");
+    EXPECT_EQ(logctl({"reset", "--dry-run", "module.snmp.trap", "syslog.rsh.level"}),
+              (Outcome{0, "syslog.rsh.level: debug -> notice\n",
+                       "logctl: \"module.snmp.trap\": no setting, the stored row would be removed\n"}));
+    EXPECT_EQ(logctl({"reset", "module.snmp.trap", "module.logconfig.SELF"}),
+              (Outcome{0, "",
+                       "logctl: \"module.logconfig.SELF\": no setting, the stored row is removed\n"
+                       "logctl: \"module.snmp.trap\": no setting, the stored row is removed\n"}));
+    EXPECT_THAT(stored(), testing::ElementsAre("syslog.rsh.level=debug"));
+    EXPECT_EQ(logctl({"reset", "module.snmp.trap"}),
+              refused("\"module.snmp.trap\": no such setting; nearest: module.snmp.TRAP"));
 }
 
 TEST_F(Changes, OfTheSessionManagerComeWithANote) {

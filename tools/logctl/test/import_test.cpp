@@ -56,14 +56,14 @@ module.fsm_pon.ont.3.17: notice -> debug
 }
 
 TEST_F(Import, SaysByItsStatusWhetherItChangedSomething) {
-    EXPECT_EQ(import(some, {"--changed-exit"}), (Outcome{2, "", ""}));
+    EXPECT_EQ(import(some, {"--changed-exit"}), (Outcome{3, "", ""}));
     EXPECT_EQ(import(some, {"--changed-exit"}), silence);
     EXPECT_EQ(import(some), silence);
 }
 
 TEST_F(Import, ADryRunOnlySaysWhatItWouldChange) {
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
-    Outcome const told{2, text(R"(
+    Outcome const told{3, text(R"(
 syslog.file.size: 1048576 -> 65536
 syslog.rsh.level: debug -> notice
 module.snmp.TRAP: notice -> debug

@@ -10,10 +10,7 @@ namespace {
 struct Options : ChangeOptions {
     std::string file;
     bool merge = false;
-    bool changed_exit = false;
 };
-
-constexpr int status_if_changed = 2;
 
 core::Result<cfgdb::Transaction> transaction_of(Assignments const& assignments, bool merge) {
     cfgdb::Transaction transaction;
@@ -29,8 +26,7 @@ core::Result<cfgdb::Transaction> transaction_of(Assignments const& assignments, 
 core::Result<int> import(Context const& context, Options const& options) {
     OUTCOME_TRY(assignments, read_settings_file(options.file));
     OUTCOME_TRY(transaction, transaction_of(assignments, options.merge));
-    return change(std::move(transaction), "import", context, options,
-                  options.changed_exit ? status_if_changed : 0);
+    return change(std::move(transaction), "import", context, options);
 }
 
 } // namespace
@@ -42,7 +38,6 @@ Action import_command(Arguments& arguments) {
     arguments.add(
         {"--merge", "Leave the settings that the file does not name as they are, not at their defaults"},
         options->merge);
-    arguments.add({"--changed-exit", "Exit with status 2 if something was changed"}, options->changed_exit);
     add_change_options(arguments, *options);
     return [options](Context const& context) { return import(context, *options); };
 }

@@ -15,7 +15,8 @@ struct Options : ChangeOptions {
     std::int64_t number = 0;
 };
 
-core::Result<int> rollback(Context const& context, Options const& options) {
+core::Result<int> rollback(Context const& context, Options options) {
+    options.verbose = true; // always
     OUTCOME_TRY(history, cfgdb::history(context.database));
     OUTCOME_TRY(settings, changed_since(options.number, history));
     cfgdb::Transaction transaction;
@@ -27,17 +28,17 @@ core::Result<int> rollback(Context const& context, Options const& options) {
     for (auto const& change : planned) {
         OUTCOME_TRY(cfgdb::check_usable(change));
     }
-    tell_changes(planned, true);
+    tell_changes(planned, options);
     OUTCOME_TRY(flush_output());
     if (options.dry_run) {
-        return 0;
+        return status_of_success(!planned.empty(), options);
     }
     OUTCOME_TRY(done, transaction.commit(context.database));
     if (done.size() != planned.size()) {
         tell(fmt::format("{} of these settings were changed by somebody else meanwhile and stay",
                          planned.size() - done.size()));
     }
-    return follow(transaction.fields(), !done.empty(), context, options);
+    return finish(transaction.fields(), !done.empty(), context, options);
 }
 
 } // namespace

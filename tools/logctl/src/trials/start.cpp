@@ -33,7 +33,7 @@ core::Result<int> start_trial(cfgdb::Transaction transaction, NewTrial const& wa
         return core::fail(core::Error::InvalidState,
                           "the time was over before the change was made, so it is undone");
     }
-    tell_changes(changes, options.verbose);
+    tell_changes(changes, options);
     auto const left = duration_text(end.left());
     tell(changes.empty() ? fmt::format("nothing is changed, so there is nothing to {}",
                                        wanted.temporary ? "put back" : "confirm")
@@ -41,7 +41,7 @@ core::Result<int> start_trial(cfgdb::Transaction transaction, NewTrial const& wa
              ? fmt::format("trial {0}: put back in {1}; before that: logctl abort {0}", number, left)
              : fmt::format("trial {0}: undone in {1} unless you confirm it: logctl confirm {0}", number,
                            left));
-    return follow(transaction.fields(), !changes.empty(), context, options);
+    return finish(transaction.fields(), !changes.empty(), context, options);
 }
 
 } // namespace xpon::logctl
