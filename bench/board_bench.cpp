@@ -8,11 +8,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <fstream>
-#include <functional>
 #include <memory>
-#include <numeric>
 #include <system_error>
 
 #include <fcntl.h>
@@ -31,6 +28,7 @@
 #include "kit/fake_ipc.hpp"
 #include "kit/fake_logger.hpp"
 #include "kit/fake_system_wrapper.hpp"
+#include "kit/process_status.hpp"
 #include "kit/scratch_folder.hpp"
 #include "xpon/cfgdb/transaction.hpp"
 #include "xpon/config_writer/config_writer.hpp"
@@ -300,17 +298,6 @@ void start(std::ofstream& samples) {
     print_row("exec to READY=1; floor: empty program, writing the files", ours, floor, "1.5");
 }
 
-long kilobytes(pid_t process, std::initializer_list<std::string_view> names) {
-    std::ifstream status{fmt::format("/proc/{}/status", process)};
-    long sum = 0;
-    for (std::string line; std::getline(status, line);) {
-        for (auto const name : names) {
-            sum += line.starts_with(name) ? std::atol(line.c_str() + name.size()) : 0;
-        }
-    }
-    return sum;
-}
-
 void change_and_memory(std::ofstream& samples) {
     Manager manager{"/tmp/manager"};
     ChildProcess daemon{
@@ -341,7 +328,7 @@ void change_and_memory(std::ofstream& samples) {
     set("module.*", "debug");
     set("module.snmp.TRAP", "error");
     replacements.wait_for("SNMP.conf");
-    auto const before = kilobytes(daemon.pid(), {"VmRSS:"});
+    auto const before = test::kilobytes(daemon.pid(), "VmRSS:");
     for (int change = 0; change < 10000; ++change) {
         set("module.snmp.TRAP", other_level(change));
     }
@@ -349,7 +336,7 @@ void change_and_memory(std::ofstream& samples) {
     while (read_file(std::string{zlog_folder} + "SNMP.conf").find("SNMP_TRAP.=ERROR") != std::string::npos) {
         replacements.wait_for("SNMP.conf");
     }
-    auto const after = kilobytes(daemon.pid(), {"VmRSS:"});
+    auto const after = test::kilobytes(daemon.pid(), "VmRSS:");
     fmt::print(
         "resident memory, every level debug\t{} kB\t\t\t14 MB\t\nresident memory after 10 000 changes\t{} "
         "kB\t\t\tno growth\t\n",

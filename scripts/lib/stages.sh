@@ -35,6 +35,12 @@ stage() { # NAME COMMAND [ARGS...]
     fi
 }
 
+# A stage without which the later ones make no sense: ends the script if it fails.
+run_stage() { # NAME COMMAND [ARGS...]
+    stage "$@"
+    [[ ${#failed[@]} == 0 ]] || finish "scripts/${0##*/}"
+}
+
 # Runs ctest in FOLDER, with more tests at once than there are processors: they wait more than they compute. finish repeats
 # the lines about tests that did not pass, since much output can follow them.
 run_tests() { # FOLDER [CTEST ARGS...]

@@ -41,7 +41,7 @@ TEST(Log, AsksBeforeItWrites) {
     EXPECT_STREQ(logger.lines().at(0).where.file_name(), __FILE__);
 }
 
-TEST(PassOn, AMessageLeavesTwoLinesTheDetailedOneFirst) {
+TEST(PassOn, AnErrorWithAMessageLeavesTwoLinesTheDetailedOneFirst) {
     FakeLogger logger;
     auto error = fail(Error::CommonError, "text");
     auto const made_at = error.info->location.line();
@@ -105,7 +105,7 @@ TEST(CApiFailure, WithoutErrnoNamesTheStatusAlone) {
     EXPECT_THAT(logger.texts(), ElementsAre("C API function returned 7"));
 }
 
-TEST(CApiFailure, ClearsErrnoAlsoWhenNothingIsLogged) {
+TEST(CApiFailure, ClearsErrnoEvenIfNothingIsLogged) {
     FakeLogger logger{LogLevel::Fatal};
     errno = EIO;
     c_api_failure(logger, 1);
@@ -159,7 +159,7 @@ TEST(Guarded, ResultsOfTheStepComeBackUnchanged) {
     EXPECT_THAT(logger.texts(), IsEmpty());
 }
 
-TEST(Caught, TurnsExceptionsIntoErrorsWithoutAWord) {
+TEST(Caught, TurnsExceptionsIntoErrorsWithoutLogging) {
     EXPECT_THAT(caught(throw_standard), IsError(Error::Exception, ""));
     EXPECT_THAT(caught(throw_other), IsError(Error::Exception, ""));
     EXPECT_THAT(caught([]() -> Result<int> { return 3; }), IsOk());

@@ -43,14 +43,10 @@ TEST_F(Clock, JumpsCostNoChangeAndNoTime) {
         expect_in_step();
         wait_until_serving();
     }
-    EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
-    EXPECT_EQ(stop_daemon(), 0);
+    expect_one_life();
     EXPECT_EQ(broker->process.terminate(), 0);
-    if (!HasFailure()) {
-        report("the clock jumps\t5 years ahead, 20 back, to the right time, while a failed change waits for "
-               "its next "
-               "try\tnothing; no output is delayed");
-    }
+    report("the clock jumps\t5 years ahead, 20 back, to the right time, while a failed change waits for "
+           "its next try\tnothing; no output is delayed");
 }
 
 } // namespace

@@ -2,7 +2,6 @@
 // output, mends it, and expects every output to follow without a restart and without a new change.
 #include <array>
 #include <fstream>
-#include <functional>
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -64,12 +63,7 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     }
 
   public:
-    void fill_disk() {
-        std::ofstream fill{filler(0), std::ios::binary};
-        std::string const block(4096, 'x');
-        while (fill.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
-        }
-    }
+    void fill_disk() { Board::fill_disk(filler(0)); }
     void use_up_inodes() {
         for (int number = 0; std::ofstream{filler(number)}; ++number) {
         }
@@ -102,8 +96,7 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     void let_fork_fail() { tamper_with("clone,clone3,fork,vfork", "error=EAGAIN"); }
     void leave_system_calls_alone() {
         // At SIGTERM it may wait for the next system call first. Without it the daemon goes on.
-        tracer->process.kill(SIGKILL);
-        tracer->process.wait();
+        tracer->kill();
     }
 
     void put_folder_in_place() {
@@ -156,18 +149,12 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     }
     void give_memory_back() { set_limit(RLIMIT_DATA, RLIM_INFINITY); }
 
-    void stop_syslog_ng() {
-        syslog_ng->process.kill(SIGKILL);
-        syslog_ng->process.wait();
-    }
+    void stop_syslog_ng() { syslog_ng->kill(); }
     void start_syslog_ng_again() { start_syslog_ng(); }
 
     void freeze_broker() { broker->process.kill(SIGSTOP); }
     void thaw_broker() { broker->process.kill(SIGCONT); }
-    void kill_broker() {
-        broker->process.kill(SIGKILL);
-        broker->process.wait();
-    }
+    void kill_broker() { broker->kill(); }
     void start_broker_again() { start_broker(); }
 
     void flood_bus() {
@@ -249,8 +236,8 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
     void nothing() {}
 
   protected:
-    /// Changes a setting of every output under the fault and mends it: every output follows. So it does to a
-    /// change afterwards.
+    /// Changes a setting of every output under the fault, then mends it. Every output must follow, as it must
+    /// a further change.
     void undergo(Fault const& fault, std::string const& level) {
         impossible.clear();
         (this->*fault.make)();
@@ -327,12 +314,8 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
         EXPECT_EQ(result, 0) << path << ": " << std::strerror(errno);
     }
 
-    /// From now on does to these system calls of the daemon and its children what is said, see strace(1).
     void tamper_with(std::string const& calls, std::string const& how) {
-        auto const output = scratch / fmt::format("strace.{}.out", started + 1);
-        tracer = start({"strace", "--follow-forks", "--trace=" + calls, "--inject=" + calls + ":" + how,
-                        "--output=/dev/null", "--attach=" + std::to_string(daemon->process.pid())});
-        ASSERT_TRUE(wait_for_text(output, " attached")) << contents(output);
+        tracer = FollowedBoard::tamper_with(daemon->process.pid(), calls, how);
     }
 
     static std::string header(std::uint16_t event) {
@@ -352,18 +335,14 @@ class Faults : public FollowedBoard, public testing::WithParamInterface<Fault> {
 
 TEST_P(Faults, CostNoChange) {
     auto const& fault = GetParam();
-    start_everything();
-    wait_until_serving();
+    start_serving();
     undergo(fault, "debug");
     if (!impossible.empty()) {
         GTEST_SKIP() << impossible;
     }
-    EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
-    EXPECT_EQ(stop_daemon(), 0);
-    if (!HasFailure()) {
-        report(fmt::format("{}\t{}\t{}", fault.what, fault.how,
-                           fault.told != nullptr ? fault.told : "nothing; no output is delayed"));
-    }
+    expect_one_life();
+    report(fmt::format("{}\t{}\t{}", fault.what, fault.how,
+                       fault.told != nullptr ? fault.told : "nothing; no output is delayed"));
 }
 
 // clang-format off
@@ -436,8 +415,7 @@ constexpr std::array slow_faults{
 // clang-format on
 
 TEST_F(Faults, ADatabaseThatIsAwayForAMomentCostsNoChange) {
-    start_everything();
-    wait_until_serving();
+    start_serving();
     daemon->process.kill(SIGSTOP);
     set(a_change_of_every_output("debug"));
     std::filesystem::rename(database_file(), database_file() + ".away");
@@ -448,7 +426,7 @@ TEST_F(Faults, ADatabaseThatIsAwayForAMomentCostsNoChange) {
     report("database file moved away\trenamed, and back\tcannot be opened (No such file or directory)");
 }
 
-TEST_F(Faults, ABrokerThatIsNotThereAtTheStartHoldsUpNothingAndIsFoundLater) {
+TEST_F(Faults, ABrokerMissingAtTheStartDelaysNothingAndIsFoundLater) {
     start_journald();
     start_syslog_ng();
     start_daemon();
@@ -460,17 +438,14 @@ TEST_F(Faults, ABrokerThatIsNotThereAtTheStartHoldsUpNothingAndIsFoundLater) {
     ASSERT_TRUE(wait_connected(*module));
     EXPECT_TRUE(wait_event(*module, ipc::file_changed_event)) << "what was changed before is not told";
     EXPECT_EQ(stop_daemon(), 0);
-    if (!HasFailure()) {
-        report("no message broker at the start\tit is started later\tnothing; no output is delayed");
-    }
+    report("no message broker at the start\tit is started later\tnothing; no output is delayed");
 }
 
 /// For XPON_SOAK_SECONDS one board lives through random faults, restarts by SIGHUP and changes of every kind.
 TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
     using Clock = std::chrono::steady_clock;
     auto random = seeded();
-    start_everything();
-    wait_until_serving();
+    start_serving();
     auto const begin = Clock::now();
     auto const end = begin + std::chrono::seconds{number_from_environment("XPON_SOAK_SECONDS", 8)};
     auto const descriptors_before = descriptors();
@@ -529,9 +504,7 @@ TEST_F(Faults, OneAfterTheOtherLeaveNothingBehind) {
         EXPECT_LT(most_memory(3), most_memory(1) + 2048);
     }
     EXPECT_EQ(stop_daemon(), 0);
-    if (!HasFailure()) {
-        report("soak\trandom faults and restarts one after the other\t" + figures);
-    }
+    report("soak\trandom faults and restarts one after the other\t" + figures);
 }
 
 INSTANTIATE_TEST_SUITE_P(, Faults, testing::ValuesIn(faults), shown);

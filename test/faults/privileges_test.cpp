@@ -63,9 +63,7 @@ TEST_F(Privileges, AStrangerCanNeitherChangeASettingNorReachTheBus) {
 }
 
 TEST_F(Privileges, TheDaemonWritesNowhereElse) {
-    start_journald();
-    start_syslog_ng();
-    start_broker();
+    start_tools();
     // All that it sees is read-only, but for its outputs and the database.
     daemon = start({"unshare", "--mount", "bash", "-c",
                     "for folder in / /etc /usr/sbin /var/lib /var/log /var/lib/syslog-ng /run /tmp /dev; do"

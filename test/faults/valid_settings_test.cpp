@@ -1,6 +1,5 @@
 // Whatever value a setting may have, syslog-ng loads the text that is made of it. XPON_ROUNDS sets the number
 // of random configurations, XPON_SEED the random numbers.
-#include <random>
 
 #include "integration/followed_board.hpp"
 #include "kit/random.hpp"
@@ -92,12 +91,10 @@ TEST_F(ValidSettings, AlwaysMakeATextThatSyslogNgLoads) {
         EXPECT_THAT(configurator.apply_new_config(settings.value()), IsOk()) << read_file(syslog_ng_conf);
         ++loaded;
     }
-    if (!HasFailure()) {
-        report(fmt::format(
-            "random valid settings\t{} configurations\t{} loaded by one real syslog-ng; in the others two "
-            "receivers were the same, which is refused",
-            configurations, loaded));
-    }
+    report(fmt::format(
+        "random valid settings\t{} configurations\t{} loaded by one real syslog-ng; in the others two "
+        "receivers were the same, which is refused",
+        configurations, loaded));
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
-#include <string_view>
 
 #include "settings_file.hpp"
 #include "xpon/cfgdb/transaction.hpp"

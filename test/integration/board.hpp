@@ -4,7 +4,6 @@
 #include <fstream>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -20,6 +19,7 @@
 #include "kit/golden.hpp"
 #include "kit/matchers.hpp"
 #include "kit/notify_socket.hpp"
+#include "kit/process_status.hpp"
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_readable.hpp"
 #include "xpon/cfgdb/transaction.hpp"
@@ -82,6 +82,12 @@ struct Program {
         return testing::AssertionFailure() << "not ready, it wrote: " << read_file(output);
     }
 
+    /// As the kernel does when memory runs out.
+    void kill() {
+        process.kill(SIGKILL);
+        process.wait();
+    }
+
     NotifySocket notifications;
     std::filesystem::path output;
     ChildProcess process;
@@ -102,6 +108,11 @@ class Board : public testing::Test {
     static constexpr char const* database = "/var/lib/xpon/cfgdb";
     static constexpr char const* log_file = "/var/log/system.log.1";
     static constexpr char const* console = "/dev/console";
+
+    // What the daemon tells the service manager.
+    static constexpr char const* starting = "STATUS=Startup LOG Configurator...";
+    static constexpr char const* ready = "READY=1\nSTATUS=Processing requests...\n";
+    static constexpr char const* stopping = "STATUS=Shutdown LOG Configurator...\nSTOPPING=1\n";
 
     std::unique_ptr<Program> start(std::vector<std::string> argv) {
         auto const name =
@@ -166,11 +177,16 @@ class Board : public testing::Test {
         return status;
     }
 
-    /// Every program, the daemon configured and syslog-ng running what it wrote.
-    void start_everything() {
+    /// Every program but the daemon.
+    void start_tools() {
         start_journald();
         start_syslog_ng();
         start_broker();
+    }
+
+    /// Every program, the daemon configured and syslog-ng running what it wrote.
+    void start_everything() {
+        start_tools();
         start_daemon();
         ASSERT_TRUE(wait_until_logged(log_file));
     }
@@ -202,10 +218,10 @@ class Board : public testing::Test {
     }
 
     /// Logs tokens until one arrives: from then on syslog-ng runs a configuration that lets it through.
-    static bool wait_until_logged(std::filesystem::path const& path) {
+    static bool wait_until_logged(std::filesystem::path const& path, int priority = LOG_ERR) {
         return wait_until([&] {
             auto const token = unique_token();
-            log(LOG_ERR, token);
+            log(priority, token);
             return wait_until([&] { return contents(path).find(token) != std::string::npos; },
                               std::chrono::milliseconds{200});
         });
@@ -215,6 +231,24 @@ class Board : public testing::Test {
     static std::string unique_token() {
         static int count = 0;
         return fmt::format("token-{}-{}-", getpid(), ++count);
+    }
+
+    /// What the journal holds, by these options of journalctl(1).
+    static std::string journal(std::vector<std::string> const& options = {}) {
+        ScratchFolder const folder;
+        std::vector<std::string> argv{"journalctl", "--quiet", "--no-pager", "--output=cat",
+                                      "--directory=/run/log/journal"};
+        argv.insert(argv.end(), options.begin(), options.end());
+        ChildProcess{{.argv = argv, .environment = {}, .output = folder / "journal"}}.wait();
+        return contents(folder / "journal");
+    }
+
+    /// Makes a file that takes all that is left of its disk.
+    static void fill_disk(std::filesystem::path const& path) {
+        std::ofstream fill{path, std::ios::binary};
+        std::string const block(4096, 'x');
+        while (fill.write(block.data(), static_cast<std::streamsize>(block.size())).flush()) {
+        }
     }
 
     static std::size_t count_entries(std::filesystem::path const& folder) {
@@ -231,15 +265,7 @@ class Board : public testing::Test {
     }
 
     /// A figure of the daemon's memory, such as "VmSize:".
-    long kilobytes(std::string_view figure) const {
-        std::istringstream status{contents(proc() / "status")};
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with(figure)) {
-                return std::stol(line.substr(figure.size()));
-            }
-        }
-        return 0;
-    }
+    long kilobytes(std::string_view figure) const { return test::kilobytes(daemon->process.pid(), figure); }
 
     /// Memory that the daemon shares with nobody.
     long own_kilobytes() const { return kilobytes("RssAnon:"); }

@@ -190,8 +190,7 @@ TEST_F(Answers, AModuleAnswersWhenItReachesTheBusAndAfterEachNotification) {
 TEST_F(Answers, AModuleThatMissedANotificationReadsItsFileWhenTheBrokerIsBack) {
     start_module_alone();
     EXPECT_EQ(next_answer(), (ipc::FileAnswer{9, ENOENT}));
-    broker->process.kill(SIGKILL);
-    broker->process.wait();
+    broker->kill();
     write_file(snmp.path, golden("zlog_defaults/SNMP.conf"));
     module->process.kill(SIGSTOP); // so that its answer comes when it is listened for
     start_broker();

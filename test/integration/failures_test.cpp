@@ -1,5 +1,5 @@
 #include "integration/board.hpp"
-#include "integration/raw_database.hpp"
+#include "kit/raw_database.hpp"
 
 namespace xpon::test {
 namespace {
@@ -9,19 +9,9 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
-constexpr char const* starting = "STATUS=Startup LOG Configurator...";
-constexpr char const* ready = "READY=1\nSTATUS=Processing requests...\n";
-constexpr char const* stopping = "STATUS=Shutdown LOG Configurator...\nSTOPPING=1\n";
-
 class Failures : public Board {
   protected:
     static std::string database_file() { return std::string{database} + "/running.db"; }
-
-    void start_tools() {
-        start_journald();
-        start_syslog_ng();
-        start_broker();
-    }
 
     /// Launches the daemon, which has to fail, and returns its exit status. Again if it waits for its poller,
     /// which a start that fails at once can lead to.
@@ -37,15 +27,12 @@ class Failures : public Board {
         return status;
     }
 
-    /// What the journal holds, its own lines included.
-    static std::string journal() {
-        ScratchFolder const folder;
-        ChildProcess{
-            {.argv = {"journalctl", "--quiet", "--no-pager", "--output=cat", "--directory=/run/log/journal"},
-             .environment = {},
-             .output = folder / "journal"}}
-            .wait();
-        return contents(folder / "journal");
+    /// Launches the daemon, which has to name the database's path and what is wrong with it.
+    void expect_unusable(std::string const& path, std::string const& reason) {
+        EXPECT_EQ(fail_daemon(), 1);
+        EXPECT_THAT(notified(),
+                    ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
+                                                HasSubstr(path), HasSubstr(reason))));
     }
 
     static bool journal_tells(std::string const& text) {
@@ -53,39 +40,30 @@ class Failures : public Board {
     }
 };
 
-TEST_F(Failures, ADatabaseThatIsNoneIsNamedWithTheReason) {
+TEST_F(Failures, AFileThatIsNotADatabaseIsNamedWithTheReason) {
     start_tools();
     std::filesystem::create_directories(database);
     write_file(database_file(), std::string(8192, 'x'));
-    EXPECT_EQ(fail_daemon(), 1);
-    EXPECT_THAT(notified(),
-                ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
-                                            HasSubstr(database_file()), HasSubstr("not a database"))));
+    expect_unusable(database_file(), "not a database");
 }
 
 TEST_F(Failures, ADatabaseOfANewerSchemaIsNamedWithBothVersions) {
     start_tools();
     set({{"syslog.file.level", "debug"}});
-    RawDatabase{database_file()}.execute("PRAGMA user_version = 99");
-    EXPECT_EQ(fail_daemon(), 1);
-    EXPECT_THAT(notified(),
-                ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
-                                            HasSubstr(database_file()), HasSubstr("99"))));
+    RawDatabase{database_file()}.run("PRAGMA user_version = 99");
+    expect_unusable(database_file(), "99");
 }
 
-TEST_F(Failures, AFolderThatCannotBeMadeIsNamed) {
+TEST_F(Failures, AFolderThatCannotBeCreatedIsNamed) {
     start_tools();
     write_file(std::string{database}, "a file in the way");
-    EXPECT_EQ(fail_daemon(), 1);
-    EXPECT_THAT(notified(),
-                ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
-                                            HasSubstr(database))));
+    expect_unusable(database, "");
 }
 
 TEST_F(Failures, AModuleLevelOutOfRangeStopsTheStart) {
     start_tools();
     set({{"module.switch.SELF", "debug"}});
-    RawDatabase{database_file()}.execute("UPDATE setting SET value = 9");
+    RawDatabase{database_file()}.run("UPDATE setting SET value = 9");
     EXPECT_EQ(fail_daemon(), 1);
     EXPECT_THAT(notified(), ElementsAre(starting, "STATUS=Failed generate zlog config files"));
     EXPECT_TRUE(journal_tells("module.switch.SELF"));
@@ -94,7 +72,7 @@ TEST_F(Failures, AModuleLevelOutOfRangeStopsTheStart) {
 TEST_F(Failures, AKernelLevelOutOfRangeEndsTheService) {
     start_tools();
     set({{"syslog.kernel.level", "debug"}});
-    RawDatabase{database_file()}.execute("UPDATE setting SET value = 6");
+    RawDatabase{database_file()}.run("UPDATE setting SET value = 6");
     auto const before = read_file(printk);
     EXPECT_EQ(fail_daemon(), 1);
     EXPECT_THAT(notified(), ElementsAre(starting, ready, stopping));
@@ -108,7 +86,7 @@ TEST_F(Failures, AKernelLevelOutOfRangeEndsTheService) {
 TEST_F(Failures, TextThatWouldBreakOutOfTheConfigurationIsRefused) {
     start_tools();
     set({{"syslog.remote.1.address", "127.0.0.1"}});
-    RawDatabase{database_file()}.execute("UPDATE setting SET value = '1\");@include'");
+    RawDatabase{database_file()}.run("UPDATE setting SET value = '1\");@include'");
     auto const before = read_file(syslog_ng_conf);
     EXPECT_EQ(fail_daemon(), 1);
     EXPECT_EQ(read_file(syslog_ng_conf), before);
@@ -121,8 +99,8 @@ TEST_F(Failures, AFailureInALateZlogFileIsReported) {
     std::filesystem::create_directory(std::string{zlog_folder} + "SWITCH.conf");
     EXPECT_EQ(fail_daemon(), 1);
     EXPECT_THAT(notified(), ElementsAre(starting, "STATUS=Failed generate zlog config files"));
-    EXPECT_TRUE(journal_tells("Failed create \"/etc/zlog_modules_config/SWITCH.conf\" with: "
-                              "Failed write config file for module 16"));
+    EXPECT_TRUE(journal_tells("Failed create \"/etc/zlog_modules_config/SWITCH.conf\" with: Failed write "
+                              "config file for module 16"));
 }
 
 TEST_F(Failures, AFailureInALateZlogFileAfterARestartEndsTheDaemon) {
@@ -160,12 +138,9 @@ TEST_F(Failures, ALockThatOutlastsFiveSecondsIsReported) {
     start_tools();
     set({{"syslog.file.level", "debug"}});
     RawDatabase writer{database_file()};
-    writer.execute("PRAGMA locking_mode = EXCLUSIVE");
-    writer.execute("BEGIN EXCLUSIVE");
-    EXPECT_EQ(fail_daemon(), 1);
-    EXPECT_THAT(notified(),
-                ElementsAre(starting, AllOf(StartsWith("STATUS=Exception on create CFGDB subsystem: "),
-                                            HasSubstr(database_file()), HasSubstr("locked"))));
+    writer.run("PRAGMA locking_mode = EXCLUSIVE");
+    writer.run("BEGIN EXCLUSIVE");
+    expect_unusable(database_file(), "locked");
 }
 
 TEST_F(Failures, AnUnwatchableTerminalFolderEndsTheProcessAbnormally) {

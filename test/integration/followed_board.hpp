@@ -40,6 +40,17 @@ class FollowedBoard : public Board {
         EXPECT_TRUE(holds(snmp.path, wanted(snmp)));
     }
 
+    void start_serving() {
+        start_everything();
+        wait_until_serving();
+    }
+
+    /// Ends the daemon, which must not have started over.
+    void expect_one_life() {
+        EXPECT_EQ(notified().size(), 2) << "the daemon was restarted";
+        EXPECT_EQ(stop_daemon(), 0);
+    }
+
     /// One level of each record of a module, so one change of each of 18 fields.
     static std::vector<std::pair<std::string, std::string>>
     a_change_of_every_module(std::string const& level) {
@@ -60,6 +71,15 @@ class FollowedBoard : public Board {
         settings.emplace_back("syslog.file.level", level);
         settings.emplace_back("syslog.kernel.level", level);
         return settings;
+    }
+
+    /// From now on does to these system calls of a process and its children what is said, see strace(1).
+    std::unique_ptr<Program> tamper_with(pid_t process, std::string const& calls, std::string const& how) {
+        auto const output = scratch / fmt::format("strace.{}.out", started + 1);
+        auto tracer = start({"strace", "--follow-forks", "--trace=" + calls, "--inject=" + calls + ":" + how,
+                             "--output=/dev/null", "--attach=" + std::to_string(process)});
+        EXPECT_TRUE(wait_for_text(output, " attached")) << contents(output);
+        return tracer;
     }
 
     static constexpr char const* reload_program = "/usr/sbin/syslog-ng-ctl";

@@ -7,19 +7,13 @@ namespace xpon::test {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
-
-constexpr char const* starting = "STATUS=Startup LOG Configurator...";
-constexpr char const* ready = "READY=1\nSTATUS=Processing requests...\n";
-constexpr char const* stopping = "STATUS=Shutdown LOG Configurator...\nSTOPPING=1\n";
 
 class Signals : public Board {
   protected:
-    Signals() {
-        start_journald();
-        start_syslog_ng();
-        start_broker();
-    }
+    Signals() { start_tools(); }
+
+    /// The daemon's descriptors and threads.
+    std::pair<std::size_t, std::size_t> in_use() const { return {descriptors(), threads()}; }
 };
 
 TEST_F(Signals, BeforeReadyAreIgnored) {
@@ -72,17 +66,13 @@ TEST_F(Signals, TwoHundredRestartsLeaveNothingBehind) {
     start_daemon();
     ASSERT_TRUE(wait_until_logged(log_file));
     ASSERT_TRUE(wait_until([&] { return children().empty(); })); // a command that runs takes some for itself
-    auto const descriptors_before = descriptors();
-    auto const threads_before = threads();
+    auto const before = in_use();
     for (int round = 0; round < 200; ++round) {
         signal_daemon(SIGHUP);
         ASSERT_TRUE(daemon->wait_ready()) << round;
     }
-    EXPECT_TRUE(wait_until([&] {
-        return descriptors() == descriptors_before && threads() == threads_before;
-    })) << descriptors()
-        << " descriptors for " << descriptors_before << ", " << threads() << " threads for "
-        << threads_before;
+    EXPECT_TRUE(wait_until([&] { return in_use() == before; }))
+        << testing::PrintToString(std::pair{in_use(), before});
     EXPECT_TRUE(wait_until([&] { return children().empty(); }));
     signal_daemon(SIGTERM);
     EXPECT_EQ(daemon->process.wait(), 0);
@@ -92,8 +82,7 @@ TEST_F(Signals, AStormOfSighupsLeavesTheDaemonServing) {
     start_daemon();
     ASSERT_TRUE(wait_until_logged(log_file));
     ASSERT_TRUE(wait_until([&] { return children().empty(); })); // a command that runs takes some for itself
-    auto const descriptors_before = descriptors();
-    auto const threads_before = threads();
+    auto const before = in_use();
     signal_daemon(SIGHUP);
     for (int count = 1; count < 10000; ++count) {
         daemon->process.kill(SIGHUP); // blindly, whatever the daemon does at the moment
@@ -101,11 +90,8 @@ TEST_F(Signals, AStormOfSighupsLeavesTheDaemonServing) {
     ASSERT_TRUE(daemon->wait_ready()); // it asked for one restart at least
     // More of them may still be under way; each ends with as many READY=1 as starts.
     EXPECT_TRUE(wait_until([&] {
-        return notified().back() == ready && descriptors() == descriptors_before &&
-               threads() == threads_before && children().empty();
-    })) << descriptors()
-        << " descriptors for " << descriptors_before << ", " << threads() << " threads for "
-        << threads_before;
+        return notified().back() == ready && in_use() == before && children().empty();
+    })) << testing::PrintToString(std::pair{in_use(), before});
     EXPECT_TRUE(wait_until_logged(log_file));
     EXPECT_EQ(stop_starting_daemon(), 0);
 }
@@ -115,14 +101,8 @@ TEST_F(Signals, AllThreadsButTheMainOneBlockThem) {
     ASSERT_TRUE(wait_until_logged(log_file));
     constexpr std::uint64_t the_three = 1U << (SIGTERM - 1) | 1U << (SIGINT - 1) | 1U << (SIGHUP - 1);
     for (auto const& task : std::filesystem::directory_iterator(proc() / "task")) {
-        std::istringstream status{contents(task.path() / "status")};
-        for (std::string line; std::getline(status, line);) {
-            if (line.starts_with("SigBlk:")) {
-                auto const blocked = std::stoull(line.substr(7), nullptr, 16);
-                auto const is_main = task.path().filename() == std::to_string(daemon->process.pid());
-                EXPECT_EQ(blocked & the_three, is_main ? 0 : the_three) << task.path();
-            }
-        }
+        auto const is_main = task.path().filename() == std::to_string(daemon->process.pid());
+        EXPECT_EQ(blocked_signals(task.path()) & the_three, is_main ? 0 : the_three) << task.path();
     }
 }
 

@@ -6,19 +6,17 @@
 
 #include <sys/mount.h>
 
-#include "integration/raw_database.hpp"
 #include "integration/terminal.hpp"
 #include "kit/fifo.hpp"
+#include "kit/raw_database.hpp"
 #include "kit/sanitized.hpp"
 
 namespace xpon::test {
 namespace {
 
 using testing::AllOf;
-using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
-using testing::StartsWith;
 
 class Terminals : public Board {
   protected:
@@ -218,10 +216,10 @@ TEST_F(Terminals, OneOpenBeforeTheDaemonGetsNoOutputUntilItIsOpenedAgain) {
 TEST_F(Terminals, AFailedEventEndsTheirFollowingAndNothingElse) {
     start_everything();
     RawDatabase raw{std::string{database} + "/running.db"};
-    raw.execute("INSERT INTO setting(path, value) VALUES('syslog.rsh.level', 9)"); // no change is announced
+    raw.run("INSERT INTO setting(path, value) VALUES('syslog.rsh.level', 9)"); // no change is announced
     Terminal const failed;
     EXPECT_TRUE(wait_for_text(log_file, "syslog.rsh.level: 9 is stored"));
-    raw.execute("DELETE FROM setting");
+    raw.run("DELETE FROM setting");
     Terminal const later;
     auto const before = read_file(syslog_ng_conf);
     set({{"syslog.console.level", "debug"}});
@@ -249,12 +247,7 @@ TEST_F(Terminals, OneOfTheScriptProgramIsFollowed) {
         {.argv = {"script", "--quiet", "--flush", "--command", "cat " + go.path(), scratch / "typescript"}}};
     auto const number = wait_for_a_terminal();
     ASSERT_TRUE(wait_for_output(number));
-    EXPECT_TRUE(wait_until([&] {
-        auto const token = unique_token();
-        log(LOG_ERR, token);
-        return wait_until([&] { return contents(scratch / "typescript").find(token) != std::string::npos; },
-                          std::chrono::milliseconds{200});
-    }));
+    EXPECT_TRUE(wait_until_logged(scratch / "typescript"));
     leave(login, go, number);
 }
 
@@ -285,12 +278,7 @@ TEST_F(Terminals, ASecureShellLoginIsFollowed) {
     }));
     auto const number = wait_for_a_terminal();
     ASSERT_TRUE(wait_for_output(number));
-    EXPECT_TRUE(wait_until([&] {
-        auto const token = unique_token();
-        log(LOG_ERR, token);
-        return wait_until([&] { return contents(shown).find(token) != std::string::npos; },
-                          std::chrono::milliseconds{200});
-    }));
+    EXPECT_TRUE(wait_until_logged(shown));
     leave(*login, go, number);
 }
 

@@ -14,7 +14,6 @@
 namespace xpon::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::EndsWith;
 
 class AccessorSpyTest : public testing::Test {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <ostream>
-
 #include <gmock/gmock.h>
 
 #include "core/result.hpp"

@@ -14,16 +14,16 @@ inline int number_from_environment(char const* name, int otherwise) {
     return text == nullptr ? otherwise : std::atoi(text);
 }
 
-/// How often a test repeats itself: XPON_ROUNDS, else as often as is normal, less under a sanitizer, where
-/// everything takes several times as long.
+/// The number of rounds of a test: XPON_ROUNDS, or else `normally`, of which a sanitizer, under which
+/// everything takes several times as long, gets a quarter.
 inline int rounds(int normally) {
     return number_from_environment("XPON_ROUNDS", sanitized ? normally / 4 : normally);
 }
 
 using Random = std::mt19937;
 
-/// A source of random numbers: the same at every run, or those of XPON_SEED, of which 0 stands for new ones;
-/// what it began with is printed.
+/// A source of random numbers that begins with XPON_SEED: 1 by default, so that every run has the same; 0
+/// picks a new seed. Prints the seed.
 inline Random seeded() {
     auto const chosen = number_from_environment("XPON_SEED", 1);
     auto const seed = chosen != 0 ? static_cast<unsigned>(chosen) : std::random_device{}() & 0x7FFFFFFF;

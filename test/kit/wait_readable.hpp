@@ -11,7 +11,7 @@
 
 namespace xpon::test {
 
-/// How long it is until then, at least nothing.
+/// The time left until then; never negative.
 inline std::chrono::milliseconds time_left(std::chrono::steady_clock::time_point end) {
     using namespace std::chrono;
     return std::max(ceil<milliseconds>(end - steady_clock::now()), milliseconds{0});

@@ -100,7 +100,7 @@ class DeliveryTest : public testing::Test {
     std::atomic<int> attempts = 0;
 };
 
-TEST_F(DeliveryTest, ANotificationThatFailsAmidAListIsMadeUpForWithoutANewChange) {
+TEST_F(DeliveryTest, ANotificationThatFailsAmidAListIsRepeatedWithoutANewChange) {
     ipc->answer = [&]() -> Result<void> {
         if (++attempts > 1 && full) {
             return core::fail(core::Error::Overflow, "the queue is full");
@@ -177,7 +177,6 @@ TEST_F(DeliveryTest, TerminalsThatOpenDuringChangesBringNoOldSettingsBack) {
         })) << "old settings in force after round "
             << round;
     }
-    ASSERT_FALSE(HasFailure());
     test::report(fmt::format("changes while terminals open and close\t{} rounds\tnever were old settings in "
                              "force at the end",
                              count));

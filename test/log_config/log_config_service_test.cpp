@@ -58,11 +58,8 @@ using test::AccessorSpy;
 using test::FakeLogger;
 using test::IsError;
 using test::IsOk;
-using test::IsOkAnd;
-using testing::_;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Truly;
 
 /// What reached the outputs, in order, and what they answer.
 struct Outputs {
@@ -148,6 +145,10 @@ class FakeLogConfigFile : public ILogConfigFile {
     std::string name;
 };
 
+/// What an exception that is caught leaves in the log.
+auto const an_exception =
+    ElementsAre("An std::exception was thrown: broken ", "Error: Exception", "Error: Exception");
+
 class LogConfigServiceTest : public testing::Test {
   protected:
     LogConfigServiceTest() { mode_checks = {}; }
@@ -204,6 +205,15 @@ class LogConfigServiceTest : public testing::Test {
 
     void let_throw(std::string const& output) {
         outputs->answers[output] = []() -> Result<void> { throw std::runtime_error("broken"); };
+    }
+
+    /// The file levels of the settings that were applied, in order.
+    std::vector<int> file_levels() const {
+        std::vector<int> levels;
+        for (auto const& settings : outputs->settings) {
+            levels.push_back(settings.file.level);
+        }
+        return levels;
     }
 
     static std::string accessor(std::string const& name) { return "getRunDb_CommonGCfg_logging_" + name; }
@@ -281,8 +291,7 @@ TEST_F(LogConfigServiceTest, AnExceptionOfTheCallbackInstallationBecomesExceptio
     let_throw("callback");
     auto const service = make_service();
     EXPECT_THAT(run(*service), IsError(Error::Exception, ""));
-    EXPECT_THAT(logger->texts(),
-                ElementsAre("An std::exception was thrown: broken ", "Error: Exception", "Error: Exception"));
+    EXPECT_THAT(logger->texts(), an_exception);
 }
 
 TEST_F(LogConfigServiceTest, TheInstalledCallbackLeadsToUpdatePts) {
@@ -395,8 +404,7 @@ TEST_F(LogConfigServiceTest, AnExceptionOfTheKernelConfiguratorBecomesException)
     let_throw("kernel 2");
     auto const service = make_service();
     EXPECT_THAT(service->update_kernel_configurator(), IsError(Error::Exception, ""));
-    EXPECT_THAT(logger->texts(),
-                ElementsAre("An std::exception was thrown: broken ", "Error: Exception", "Error: Exception"));
+    EXPECT_THAT(logger->texts(), an_exception);
 }
 
 TEST_F(LogConfigServiceTest, AnythingElseThatIsThrownBecomesExceptionToo) {
@@ -460,7 +468,7 @@ TEST_F(LogConfigServiceTest, ErrnoIsLeftAloneWhenEveryCallSucceeds) {
     errno = 0;
 }
 
-TEST_F(LogConfigServiceTest, ErrnoIsClearedAlsoWhenNothingIsLogged) {
+TEST_F(LogConfigServiceTest, ErrnoIsClearedEvenIfNothingIsLogged) {
     logger = std::make_shared<FakeLogger>(LogLevel::Fatal);
     spy.fail(accessor("syslog_rsh"), -1, EINVAL);
     EXPECT_THAT(make_service()->get_full_syslog_config(), IsError(Error::ErrorCApi, ""));
@@ -545,8 +553,7 @@ TEST_F(LogConfigServiceTest, EachStepOfATerminalEventIsLoggedWhenItFails) {
 TEST_F(LogConfigServiceTest, ExceptionsInATerminalEventBecomeException) {
     let_throw("terminal");
     EXPECT_THAT(make_service()->update_pts({3, RemoteLoggerAction::Add}), IsError(Error::Exception, ""));
-    EXPECT_THAT(logger->texts(),
-                ElementsAre("An std::exception was thrown: broken ", "Error: Exception", "Error: Exception"));
+    EXPECT_THAT(logger->texts(), an_exception);
 }
 
 TEST_F(LogConfigServiceTest, ATerminalThatOpensDuringAChangeDoesNotBringOldSettingsBack) {
@@ -559,11 +566,7 @@ TEST_F(LogConfigServiceTest, ATerminalThatOpensDuringAChangeDoesNotBringOldSetti
     };
     EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
     EXPECT_THAT(outputs->trace, ElementsAre("terminal", "syslog", "syslog", "terminal", "syslog"));
-    std::vector<int> levels;
-    for (auto const& settings : outputs->settings) {
-        levels.push_back(settings.file.level);
-    }
-    EXPECT_THAT(levels, ElementsAre(5, 4, 5));
+    EXPECT_THAT(file_levels(), ElementsAre(5, 4, 5));
 }
 
 TEST_F(LogConfigServiceTest, ATerminalWhoseSettingsAreReadDuringAChangeDoesNotBringOldSettingsBack) {
@@ -601,11 +604,7 @@ TEST_F(LogConfigServiceTest, ATerminalThatOpensWhileAChangeIsBeingAppliedDoesNot
     EXPECT_THAT(service->update_pts({3, RemoteLoggerAction::Add}), IsOk());
     terminal_is_done.count_down();
     event_thread.join();
-    std::vector<int> levels;
-    for (auto const& settings : outputs->settings) {
-        levels.push_back(settings.file.level);
-    }
-    EXPECT_THAT(levels, ElementsAre(5, 4, 5));
+    EXPECT_THAT(file_levels(), ElementsAre(5, 4, 5));
 }
 
 TEST_F(LogConfigServiceTest, ATerminalsFailedReloadIsRepeatedWhereItLeftAnOldFile) {
@@ -751,13 +750,11 @@ TEST_F(LogConfigServiceTest, AFailingSyslogUpdateKeepsKernelAndFilesUntouched) {
 TEST_F(LogConfigServiceTest, AnExceptionBeforeAnOutputIsReachedKeepsTheLaterOnesUntouched) {
     spy.make_throw(accessor("syslog_kernel"), "broken");
     spy.make_throw("init_SyslogNetworkDest", "broken");
-    auto const reported =
-        ElementsAre("An std::exception was thrown: broken ", "Error: Exception", "Error: Exception");
     EXPECT_THAT(change(*make_service(), {55, 58}), IsError(Error::Exception, ""));
-    EXPECT_THAT(logger->texts(), reported);
+    EXPECT_THAT(logger->texts(), an_exception);
     logger = std::make_shared<FakeLogger>();
     EXPECT_THAT(change(*make_service(ServiceMode::Standby), {52, 55, 58}), IsError(Error::Exception, ""));
-    EXPECT_THAT(logger->texts(), reported);
+    EXPECT_THAT(logger->texts(), an_exception);
     EXPECT_THAT(outputs->trace, IsEmpty());
 }
 
@@ -773,8 +770,7 @@ TEST_F(LogConfigServiceTest, AFailingFileKeepsTheLaterFilesUntouched) {
 TEST_F(LogConfigServiceTest, AFileThatThrowsIsReportedAsException) {
     let_throw("file 1");
     EXPECT_THAT(change(*make_service(), {58}), IsError(Error::Exception, ""));
-    EXPECT_THAT(logger->texts(),
-                ElementsAre("An std::exception was thrown: broken ", "Error: Exception", "Error: Exception"));
+    EXPECT_THAT(logger->texts(), an_exception);
 }
 
 } // namespace

@@ -73,7 +73,6 @@ using test::IsOk;
 using test::wait_until;
 using testing::Each;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::StartsWith;
 
@@ -99,6 +98,30 @@ class Refusal {
 
   private:
     std::atomic<int>& call;
+};
+
+/// Runs a poller's loop on a thread, waiting as soon as this is constructed, and ends it.
+class RunningPoller {
+  public:
+    explicit RunningPoller(PtsPoller& to_run)
+      : poller{to_run}
+      , thread{[this] { result.push(poller.polling()); }} {
+        EXPECT_TRUE(wait_until([this] { return waits_begun > waits_before; }));
+    }
+    ~RunningPoller() {
+        std::ignore = poller.stop();
+        thread.join();
+    }
+    RunningPoller(RunningPoller const&) = delete;
+    RunningPoller& operator=(RunningPoller const&) = delete;
+
+    std::optional<Result<void>> wait_for_end() { return result.pop(); }
+
+  private:
+    PtsPoller& poller;
+    int waits_before = waits_begun;
+    EventQueue<Result<void>> result;
+    std::thread thread;
 };
 
 class PtsPollerTest : public testing::Test {
@@ -137,53 +160,33 @@ class PtsPollerTest : public testing::Test {
         EXPECT_EQ(event->action, action);
     }
 
+    /// Runs a poller that reports to `events` and has reported terminal 5.
+    void run_with_terminal_5() {
+        default_poller = poller_with(queueing());
+        default_run.emplace(*default_poller);
+        open_terminal("5");
+        expect_event(5, RemoteLoggerAction::Add);
+    }
+
     std::string sync_command() const { return "sync " + folder.path().string() + " &> /dev/null"; }
 
     test::ScratchFolder folder;
     std::shared_ptr<FakeSystemWrapper> system = std::make_shared<FakeSystemWrapper>();
     std::shared_ptr<FakeLogger> logger = std::make_shared<FakeLogger>();
     EventQueue<RemoteLoggerEvent> events;
-};
-
-/// Runs a poller's loop on a thread, waiting as soon as this is constructed, and ends it.
-class RunningPoller {
-  public:
-    explicit RunningPoller(PtsPoller& to_run)
-      : poller{to_run}
-      , thread{[this] { result.push(poller.polling()); }} {
-        EXPECT_TRUE(wait_until([this] { return waits_begun > waits_before; }));
-    }
-    ~RunningPoller() {
-        std::ignore = poller.stop();
-        thread.join();
-    }
-    RunningPoller(RunningPoller const&) = delete;
-    RunningPoller& operator=(RunningPoller const&) = delete;
-
-    std::optional<Result<void>> wait_for_end() { return result.pop(); }
-
-  private:
-    PtsPoller& poller;
-    int waits_before = waits_begun;
-    EventQueue<Result<void>> result;
-    std::thread thread;
+    std::unique_ptr<PtsPoller> default_poller;
+    std::optional<RunningPoller> default_run;
 };
 
 TEST_F(PtsPollerTest, ANewTerminalIsReportedWithItsBareName) {
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
+    run_with_terminal_5();
     EXPECT_THAT(logger->texts(), ElementsAre("Poller start", "Add remote shell 5"));
     EXPECT_EQ(logger->lines().at(1).level, LogLevel::Debug);
     EXPECT_THAT(system->commands(), IsEmpty());
 }
 
 TEST_F(PtsPollerTest, AClosedTerminalThatIsGoneIsReportedWithItsFullPath) {
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
+    run_with_terminal_5();
     close_terminal("5");
     expect_event(5, RemoteLoggerAction::Remove);
     EXPECT_THAT(system->commands(), ElementsAre(sync_command()));
@@ -192,10 +195,7 @@ TEST_F(PtsPollerTest, AClosedTerminalThatIsGoneIsReportedWithItsFullPath) {
 }
 
 TEST_F(PtsPollerTest, AClosedTerminalThatALiveShellHoldsIsNotReported) {
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
+    run_with_terminal_5();
     close_terminal("5", true);
     open_terminal("6"); // comes behind the close: its event shows that the close has been handled
     expect_event(6, RemoteLoggerAction::Add);
@@ -208,28 +208,17 @@ TEST_F(PtsPollerTest, AClosedTerminalThatALiveShellHoldsIsNotReported) {
     EXPECT_EQ(script.size(), 209 - 2 + terminal("5").size());
 }
 
-TEST_F(PtsPollerTest, ATerminalThatOnlyTheSyslogDaemonHoldsIsReportedAsRemoved) {
-    system->answer = [](std::string const& command) -> Result<int> {
-        return command.starts_with("counter") ? 1 : 0;
+TEST_F(PtsPollerTest, AnyNonZeroStatusOfTheCheckMeansThatOnlySyslogHoldsTheTerminal) {
+    std::atomic<int> status;
+    system->answer = [&](std::string const& command) -> Result<int> {
+        return command.starts_with("counter") ? status.load() : 0;
     };
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
-    close_terminal("5", true);
-    expect_event(5, RemoteLoggerAction::Remove);
-}
-
-TEST_F(PtsPollerTest, AnyNonZeroStatusOfTheCheckMeansRemoved) {
-    system->answer = [](std::string const& command) -> Result<int> {
-        return command.starts_with("counter") ? 137 : 0;
-    };
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
-    close_terminal("5", true);
-    expect_event(5, RemoteLoggerAction::Remove);
+    run_with_terminal_5();
+    for (int const non_zero : {1, 137}) {
+        status = non_zero;
+        close_terminal("5", true);
+        expect_event(5, RemoteLoggerAction::Remove);
+    }
 }
 
 TEST_F(PtsPollerTest, ACheckThatCannotRunIsLoggedAndReportsNothing) {
@@ -239,10 +228,7 @@ TEST_F(PtsPollerTest, ACheckThatCannotRunIsLoggedAndReportsNothing) {
         }
         return 0;
     };
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
+    run_with_terminal_5();
     close_terminal("5", true);
     open_terminal("6");
     expect_event(6, RemoteLoggerAction::Add);
@@ -252,12 +238,9 @@ TEST_F(PtsPollerTest, ACheckThatCannotRunIsLoggedAndReportsNothing) {
     EXPECT_EQ(logger->lines().at(2).level, LogLevel::Error);
 }
 
-TEST_F(PtsPollerTest, ASyncThatCannotRunIsLoggedAndTheCloseIsHandledAllTheSame) {
+TEST_F(PtsPollerTest, ASyncThatCannotRunIsLoggedAndTheCloseIsStillHandled) {
     system->answer = [](auto const&) -> Result<int> { return fail(Error::CommonError, "no shell"); };
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
+    run_with_terminal_5();
     close_terminal("5");
     expect_event(5, RemoteLoggerAction::Remove);
     EXPECT_THAT(logger->texts(), ElementsAre("Poller start", "Add remote shell 5",
@@ -267,12 +250,9 @@ TEST_F(PtsPollerTest, ASyncThatCannotRunIsLoggedAndTheCloseIsHandledAllTheSame) 
                 ElementsAre(LogLevel::Debug, LogLevel::Debug, LogLevel::Error, LogLevel::Debug));
 }
 
-TEST_F(PtsPollerTest, TheStatusOfSyncIsNotLookedAt) {
+TEST_F(PtsPollerTest, TheStatusOfSyncIsIgnored) {
     system->answer = [](auto const&) -> Result<int> { return 1; };
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
+    run_with_terminal_5();
     close_terminal("5");
     expect_event(5, RemoteLoggerAction::Remove);
     EXPECT_THAT(system->commands(), ElementsAre(sync_command()));
@@ -375,7 +355,7 @@ TEST_F(PtsPollerTest, ACallbackInstalledLaterGetsTheEventsFromThenOn) {
     expect_event(4, RemoteLoggerAction::Add);
 }
 
-TEST_F(PtsPollerTest, StopEndsTheLoopWithSuccessAndWithoutAWord) {
+TEST_F(PtsPollerTest, StopEndsTheLoopWithSuccessAndLogsNothing) {
     auto const poller = poller_with(queueing());
     RunningPoller running{*poller};
     EXPECT_THAT(poller->stop(), IsOk());
@@ -395,7 +375,7 @@ TEST_F(PtsPollerTest, StopBeforeTheLoopDoesNothingAndTheLoopThenRunsUntilTheNext
     expect_event(5, RemoteLoggerAction::Add);
 }
 
-TEST_F(PtsPollerTest, AStopFromInsideTheLoopEndsItWithAWordWhenNoWakeUpComes) {
+TEST_F(PtsPollerTest, AStopFromInsideTheLoopIsLoggedIfNoWakeUpComes) {
     // The flag is found false at the top of a pass, before the wake-up is polled for: nothing else ends it
     // so.
     PtsPoller* self = nullptr;
@@ -411,10 +391,7 @@ TEST_F(PtsPollerTest, AStopFromInsideTheLoopEndsItWithAWordWhenNoWakeUpComes) {
 TEST_F(PtsPollerTest, NothingIsWrittenForALevelThatIsOff) {
     logger = std::make_shared<FakeLogger>(LogLevel::Fatal);
     system->answer = [](auto const&) -> Result<int> { return fail(Error::CommonError, "no shell"); };
-    auto const poller = poller_with(queueing());
-    RunningPoller const running{*poller};
-    open_terminal("5");
-    expect_event(5, RemoteLoggerAction::Add);
+    run_with_terminal_5();
     close_terminal("5");
     expect_event(5, RemoteLoggerAction::Remove);
     EXPECT_THAT(logger->texts(), IsEmpty());

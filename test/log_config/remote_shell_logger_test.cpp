@@ -3,7 +3,6 @@
 #include <csignal>
 #include <sys/stat.h>
 
-#include <fstream>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -13,6 +12,7 @@
 #include "kit/fake_system_wrapper.hpp"
 #include "kit/matchers.hpp"
 #include "kit/names_in.hpp"
+#include "kit/process_status.hpp"
 #include "kit/scratch_folder.hpp"
 
 namespace xpon::log_config {
@@ -23,7 +23,6 @@ using test::FakeLogger;
 using test::FakeSystemWrapper;
 using test::IsOk;
 using test::wait_until;
-using testing::Contains;
 
 class RemoteShellLoggerTest : public testing::Test {
   protected:
@@ -129,20 +128,14 @@ TEST_F(RemoteShellLoggerTest, AMissingFolderThrowsAndStartsNoThread) {
 }
 
 TEST_F(RemoteShellLoggerTest, ItsThreadIsReachedByNoSignal) {
-    EventQueue<std::string> blocked;
+    EventQueue<std::uint64_t> blocked;
     RemoteShellLogger const shells{folder.path(), system, logger, [&](auto const&) -> Result<void> {
-                                       std::ifstream status{"/proc/thread-self/status"};
-                                       for (std::string line; std::getline(status, line);) {
-                                           if (line.starts_with("SigBlk:")) {
-                                               blocked.push(line);
-                                           }
-                                       }
+                                       blocked.push(test::blocked_signals());
                                        return core::success();
                                    }};
     wait_for_start();
     open_terminal("3");
-    // All but SIGKILL, SIGSTOP and the two that the C library keeps for itself.
-    EXPECT_EQ(blocked.pop(), "SigBlk:\tfffffffe7ffbfeff");
+    EXPECT_EQ(blocked.pop(), test::every_signal);
     sigset_t mine;
     pthread_sigmask(SIG_SETMASK, nullptr, &mine);
     EXPECT_EQ(sigismember(&mine, SIGHUP), 0) << "the creator's own mask is as it was";

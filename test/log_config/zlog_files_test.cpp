@@ -12,6 +12,7 @@
 #include "kit/fake_logger.hpp"
 #include "kit/golden.hpp"
 #include "kit/matchers.hpp"
+#include "kit/names_in.hpp"
 #include "kit/scratch_folder.hpp"
 #include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/transaction.hpp"
@@ -47,13 +48,7 @@ class ZlogFilesTest : public testing::Test {
                                std::move(add_modules));
     }
 
-    std::set<std::string> on_disk() const {
-        std::set<std::string> names;
-        for (auto const& entry : std::filesystem::directory_iterator(files_folder)) {
-            names.insert(entry.path().filename());
-        }
-        return names;
-    }
+    std::set<std::string> on_disk() const { return test::names_in(files_folder); }
 
     /// The names of the first `count` files of the table.
     static std::set<std::string> first_files(std::size_t count) {
@@ -262,10 +257,7 @@ TEST_F(ZlogFilesTest, AnExceptionThatEscapesAddConfigFileIsLoggedAndBecomesExcep
 }
 
 TEST_F(ZlogFilesTest, AFailedPassLeavesNothingOpen) {
-    auto const open_files = [] {
-        auto const descriptors = std::filesystem::directory_iterator("/proc/self/fd");
-        return std::distance(begin(descriptors), end(descriptors));
-    };
+    auto const open_files = [] { return test::names_in("/proc/self/fd").size(); };
     spy.fail("get_switch_subjects_from_index", -1);
     auto const before = open_files();
     EXPECT_THAT(generate(), IsError(Error::CommonError, ""));

@@ -43,10 +43,8 @@ TEST(PostInstallation, KeepsTheFirstConfigurationOfSyslogNg) {
     write_file(conf, "generated\n");
     EXPECT_EQ(configure(), 0); // an upgrade
     EXPECT_EQ(read_file(kept), "stock\n");
-    if (!HasFailure()) {
-        report("syslog-ng's own configuration\tkept when the package is configured, which is after syslog-ng "
-               "has it also in one run of apt; upgraded\tthe first one is what a removal puts back");
-    }
+    report("syslog-ng's own configuration\tkept when the package is configured, which is after syslog-ng "
+           "has it also in one run of apt; upgraded\tthe first one is what a removal puts back");
 }
 
 struct Planted {
@@ -77,10 +75,8 @@ TEST_P(DhcpdFolder, IsRootsOwnWhateverStoodThere) {
     write_file(std::filesystem::path{dhcpd_folder} / "DHCPD.log", "line");
     EXPECT_EQ(configure(), 0); // from then on it stays, with what is in it
     EXPECT_FALSE(std::filesystem::is_empty(dhcpd_folder));
-    if (!HasFailure()) {
-        report(std::string{"/tmp/dhcpd_log planted\t"} + GetParam().what +
-               "\tan installation makes it root's own, empty, 0755");
-    }
+    report(std::string{"/tmp/dhcpd_log planted\t"} + GetParam().what +
+           "\tan installation makes it root's own, empty, 0755");
 }
 
 /// A folder that anybody may write, or of somebody else where this user can give it away.
@@ -159,11 +155,8 @@ TEST_F(Tmpfiles, GiveTheGroupADatabaseThatIsOlderAndKeepItsModes) {
     EXPECT_EQ(rights(folder), "2775 0:4242");
     EXPECT_EQ(rights(folder + "/running.db"), "664 0:4242");
     EXPECT_EQ(rights(folder + "/running.db-wal"), "664 0:4242");
-    if (!HasFailure()) {
-        report("database made before there was the group xpon\tsystemd-tmpfiles at an installation or a "
-               "boot\tthe "
-               "group has it, and others who may read it still may");
-    }
+    report("database made before there was the group xpon\tsystemd-tmpfiles at an installation or a "
+           "boot\tthe group has it, and others who may read it still may");
 }
 
 TEST_F(Tmpfiles, MakeTheFolderOfDhcpdsLogAnewAtBoot) {

@@ -1,4 +1,3 @@
-#include <filesystem>
 #include <string>
 
 #include <gmock/gmock.h>

@@ -1,4 +1,3 @@
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <exception>
@@ -57,7 +56,7 @@ std::optional<ReadFailure> read(Record const& record, Store const* store, void* 
         return failed(EINVAL, out == nullptr ? "no record given" : "no key given");
     }
     if (key[0] != 0 || key[1] != 0 || key[2] != 0) {
-        return failed(EINVAL, fmt::format("key {}.{}.{} given, allowed is 0.0.0", key[0], key[1], key[2]));
+        return failed(EINVAL, not_allowed(fmt::format("key {}.{}.{}", key[0], key[1], key[2]), "0.0.0"));
     }
     try {
         return store->read(record, out);
@@ -113,16 +112,20 @@ int get_modules_names_from_index(char* out, Modules_names module) {
     return found != nullptr ? hand_out(found->stem, out) : refuse(EINVAL);
 }
 
+#define SYSLOG_RECORDS(ROW)                                                                                  \
+    ROW(file, SyslogFileDest)                                                                                \
+    ROW(console, SyslogConsoleDest)                                                                          \
+    ROW(remote, SyslogNetworkDest)                                                                           \
+    ROW(kernel, SyslogKernelDest)                                                                            \
+    ROW(rsh, SyslogRshDest)
+
 int init_SyslogSettings(SyslogSettings* out) {
     if (out == nullptr) {
         return refuse(EINVAL);
     }
     std::memset(out, 0, sizeof *out);
-    fill_defaults(syslog_record(file_field), &out->file);
-    fill_defaults(syslog_record(console_field), &out->console);
-    fill_defaults(syslog_record(remote_field), &out->remote);
-    fill_defaults(syslog_record(kernel_field), &out->kernel);
-    fill_defaults(syslog_record(rsh_field), &out->rsh);
+#define SYSLOG_DEFAULTS(name, Record) fill_defaults(syslog_record(name##_field), &out->name);
+    SYSLOG_RECORDS(SYSLOG_DEFAULTS)
     return 0;
 }
 
@@ -135,10 +138,6 @@ int init_SyslogNetworkDest(SyslogNetworkDest* out) {
     int getRunDb_CommonGCfg_logging_syslog_##name(void const* db, Record* out, unsigned short const* key) {  \
         return read_stored(syslog_record(name##_field), db, out, key);                                       \
     }
-SYSLOG_READER(file, SyslogFileDest)
-SYSLOG_READER(console, SyslogConsoleDest)
-SYSLOG_READER(remote, SyslogNetworkDest)
-SYSLOG_READER(kernel, SyslogKernelDest)
-SYSLOG_READER(rsh, SyslogRshDest)
+SYSLOG_RECORDS(SYSLOG_READER)
 // NOLINTEND(bugprone-macro-parentheses)
 }

@@ -57,7 +57,8 @@ core::Result<void> check_file(std::filesystem::path const& file, std::filesystem
     auto const running = identities(database_path(folder));
     for (auto const& [device, inode] : {running.database, running.log, running.index}) {
         if (device == status.st_dev && inode == status.st_ino) {
-            return fail(Error::InvalidInputArg, "{}: the database itself, name another file", file.string());
+            return fail(Error::InvalidInputArg, "{}: is the database itself; name another file",
+                        file.string());
         }
     }
     return core::success();
@@ -103,7 +104,7 @@ core::Result<void> check_values(Connection const& connection) {
             return; // a row of another release does no harm
         }
         if (!stored.value) {
-            wrong = fmt::format("{}: {} is stored, allowed is {}", path, stored.text, allowed(setting->kind));
+            wrong = fmt::format("{}: {}", path, wrongly_stored(stored.text, setting->kind));
         } else if (setting == log_folder) {
             auto const& value = std::get<std::string>(*stored.value);
             if (auto const flaw = log_folder_flaw(value)) {

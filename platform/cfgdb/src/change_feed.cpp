@@ -30,8 +30,8 @@ class JournalFeed : public ChangeFeed {
 
     core::Result<void> start() {
         if (!inotify) {
-            return fail(Error::CommonError, "{}: no inotify instance ({})", store->path().string(),
-                        core::reason_of(errno));
+            return fail(Error::CommonError, "{}: cannot create an inotify instance ({})",
+                        store->path().string(), core::reason_of(errno));
         }
         OUTCOME_TRY(watch());
         OUTCOME_TRY(now, store->journal_from({}));

@@ -107,7 +107,7 @@ core::Result<void> make_folder(std::filesystem::path const& path) {
             return system_failure(folder, "cannot set the folder's mode", errno);
         }
     } else if (errno != EEXIST) {
-        return system_failure(folder, "cannot make the folder",
+        return system_failure(folder, "cannot create the folder",
                               errno == ENOENT && failed ? failed.value() : errno);
     }
     return core::success();
@@ -165,8 +165,8 @@ core::Result<core::UniqueFd> open_doorbell(std::filesystem::path const& folder) 
     bool const known = (doorbell ? fstat(doorbell.get(), &status) : lstat(path.c_str(), &status)) == 0;
     if (known && !S_ISREG(status.st_mode)) {
         return fail(Error::InvalidState,
-                    "{}: not a regular file but {}; remove it, the next change makes it again", path.string(),
-                    kind_of(status.st_mode));
+                    "{}: not a regular file but {}; remove it; the next change creates it again",
+                    path.string(), kind_of(status.st_mode));
     }
     if (!doorbell) {
         return system_failure(path, "cannot be opened", reason);

@@ -1,7 +1,6 @@
 #include "xpon/cfgdb/log_folder.hpp"
 
 #include <cerrno>
-#include <ranges>
 #include <system_error>
 #include <vector>
 
@@ -20,13 +19,13 @@ std::optional<std::string> flaw_of(std::filesystem::path const& folder, struct s
     struct stat root{};
     std::ignore = lstat("/", &root); // its owner can do what root can, even in a user namespace
     if (!S_ISDIR(status.st_mode)) {
-        return fmt::format("{} is no folder", folder.string());
+        return fmt::format("{} is not a folder", folder.string());
     }
     if (status.st_uid != 0 && status.st_uid != root.st_uid) {
         return fmt::format("{} belongs to user {}", folder.string(), status.st_uid);
     }
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        return fmt::format("others than root may write {}", folder.string());
+        return fmt::format("users other than root can write to {}", folder.string());
     }
     return std::nullopt;
 }

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <limits>
 #include <optional>
-#include <utility>
 
 #include <fmt/format.h>
 

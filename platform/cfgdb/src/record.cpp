@@ -262,10 +262,9 @@ std::optional<std::string> contradiction(Record const& record, std::span<std::by
             auto const& other = remote.dest[k];
             std::string_view const address = one.address;
             if (address != "0.0.0.0" && address == other.address && one.port == other.port) {
-                return fmt::format(
-                    "syslog.remote.{} and syslog.remote.{} are both {} port {}, allowed is each "
-                    "address and port once",
-                    i + 1, k + 1, address, one.port);
+                return fmt::format("syslog.remote.{} and syslog.remote.{} are both {} port {}; receivers "
+                                   "must differ in address or port",
+                                   i + 1, k + 1, address, one.port);
             }
         }
     }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <iterator>
-#include <system_error>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -196,8 +195,8 @@ std::string Connection::reason(int code) const {
     case SQLITE_BUSY:
         return fmt::format("locked by another process for more than {} s", patience_ms / 1000);
     case SQLITE_INTERRUPT:
-        return fmt::format("a query was ended after {} s: the database holds far too much, or something that "
-                           "has no end",
+        return fmt::format("a query was ended after {} s: the database is far too large, or a view in it "
+                           "never ends",
                            limit->get().count());
     case SQLITE_CANTOPEN:
         return fmt::format("cannot be opened ({})", system_reason(code, sqlite3_system_errno(handle.get())));

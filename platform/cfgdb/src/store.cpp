@@ -128,11 +128,10 @@ core::Result<void> check_schema(Connection const& connection) {
     auto rows = foreign.run();
     if (rows.next()) {
         bool const table = rows.text(0) == "table";
-        return fail(
-            Error::InvalidState,
-            "{}: holds the {}{} {}; a configuration database has tables alone, restore it from a copy",
-            connection.path().string(), table ? "virtual " : "", plain(rows.text(0)),
-            printable(rows.text(1)));
+        return fail(Error::InvalidState,
+                    "{}: holds the {}{} {}; a configuration database has only tables; restore it from a copy",
+                    connection.path().string(), table ? "virtual " : "", plain(rows.text(0)),
+                    printable(rows.text(1)));
     }
     return connection.check_end(rows);
 }
@@ -151,8 +150,8 @@ core::Result<Connection> open_database(std::filesystem::path const& file, Store:
 core::Result<void> settle_as_writer(Connection const& connection) {
     // With a size limit the last connection to close empties the log. Otherwise its old pages would be merged
     // into a database file that is restored from a copy.
-    OUTCOME_TRY(connection.execute("PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; "
-                                   "PRAGMA journal_size_limit = 1048576"));
+    OUTCOME_TRY(connection.execute(
+        "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA journal_size_limit = 1048576"));
     connection.empty_log_at_close(true);
     return core::success();
 }
@@ -183,10 +182,9 @@ core::Result<Store::Opened> Store::open_files(std::filesystem::path const& file,
     // One statement, so a record is always one consistent state; a range of the primary key.
     OUTCOME_TRY(records,
                 connection.prepare("SELECT path, value FROM setting WHERE path >= ?1 AND path < ?2"));
-    OUTCOME_TRY(journal,
-                connection.prepare("SELECT sequence, field_id FROM journal "
-                                   "WHERE sequence >= ifnull(?1, (SELECT max(sequence) FROM journal)) "
-                                   "ORDER BY sequence"));
+    OUTCOME_TRY(journal, connection.prepare("SELECT sequence, field_id FROM journal WHERE sequence >= "
+                                            "ifnull(?1, (SELECT max(sequence) FROM journal)) "
+                                            "ORDER BY sequence"));
     return Opened{files, std::move(connection), std::move(records), std::move(journal), cookie};
 }
 
@@ -239,8 +237,8 @@ std::optional<ReadFailure> Store::read(Record const& record, void* out) const {
         }
         auto const value = rows.value(1);
         if (!value || !is_allowed(setting->kind, *value)) {
-            return failed(EINVAL, fmt::format("{}: {} is stored, allowed is {}", path, rows.description(1),
-                                              allowed(setting->kind)));
+            return failed(EINVAL,
+                          fmt::format("{}: {}", path, wrongly_stored(rows.description(1), setting->kind)));
         }
         put(*setting, *value, filled);
     }

@@ -1,6 +1,5 @@
 #include "xpon/cfgdb/transaction.hpp"
 
-#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -131,8 +130,8 @@ core::Result<std::vector<Change>> planned(Wanted const& wanted, Earlier const& e
 
 core::Result<void> write_settings(Connection const& connection, Wanted const& wanted,
                                   std::vector<Change> const& changes) {
-    OUTCOME_TRY(store, connection.prepare("INSERT INTO setting(path, value) VALUES(?1, ?2) "
-                                          "ON CONFLICT(path) DO UPDATE SET value = excluded.value"));
+    OUTCOME_TRY(store, connection.prepare("INSERT INTO setting(path, value) VALUES(?1, ?2) ON CONFLICT(path) "
+                                          "DO UPDATE SET value = excluded.value"));
     OUTCOME_TRY(remove, connection.prepare("DELETE FROM setting WHERE path = ?1"));
     OUTCOME_TRY(leave, connection.prepare("DELETE FROM on_trial WHERE path = ?1"));
     for (auto const& change : changes) {

@@ -8,6 +8,7 @@
 
 #include "core/failure.hpp"
 #include "xpon/cfgdb/log_folder.hpp"
+#include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
 
@@ -32,7 +33,7 @@ std::optional<std::string> receiver_flaw(std::string const& address) {
 
 std::optional<std::string> folder_flaw(std::filesystem::path const& folder) {
     if (auto const flaw = log_folder_flaw(folder)) {
-        return *flaw + ", and whoever can replace a file there decides what root's syslog-ng writes to";
+        return *flaw + ", and whoever can replace a file there decides what syslog-ng writes to as root";
     }
     if (std::ranges::find(folder, "..") != folder.end()) {
         return "\"..\" hides where the log is written to";
@@ -61,12 +62,13 @@ core::Result<void> check_usable(Change const& change) {
     if (!flaw) {
         return core::success();
     }
-    return core::fail(core::Error::InvalidInputArg, "{}: \"{}\" is refused: {}; allowed is {}", setting->path,
-                      new_value, *flaw,
-                      setting->kind == Kind::Folder
-                          ? "a folder that root alone may write, such as " +
-                                to_text(setting->kind, setting->default_value)
-                          : "the address of a host, or 0.0.0.0 for an unused receiver");
+    return core::fail(
+        core::Error::InvalidInputArg, "{}: {}: {}", setting->path,
+        not_allowed(printable(new_value), setting->kind == Kind::Folder
+                                              ? "a folder that only root can write to, such as " +
+                                                    to_text(setting->kind, setting->default_value)
+                                              : "the address of a host, or 0.0.0.0 for an unused receiver"),
+        *flaw);
 }
 
 } // namespace xpon::cfgdb

@@ -88,16 +88,24 @@ std::string_view allowed(Kind kind) {
     case Kind::Folder:
         return "an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -";
     case Kind::Address:
-        return "a dotted IPv4 address, 0.0.0.0 for an unused receiver";
+        return "a dotted IPv4 address, or 0.0.0.0 for an unused receiver";
     }
     return "";
+}
+
+std::string not_allowed(std::string_view value, std::string_view allowed) {
+    return fmt::format("{} is not allowed; it must be {}", value, allowed);
+}
+
+std::string wrongly_stored(std::string_view value, Kind kind) {
+    return fmt::format("{} is stored, but it must be {}", value, allowed(kind));
 }
 
 core::Result<Value> parse(Setting const& setting, std::string_view text) {
     auto value = value_in(setting.kind, text);
     if (!value || !is_allowed(setting.kind, *value)) {
-        return fail(Error::InvalidInputArg, "{}: {} is refused, allowed is {}", setting.path, printable(text),
-                    allowed(setting.kind));
+        return fail(Error::InvalidInputArg, "{}: {}", setting.path,
+                    not_allowed(printable(text), allowed(setting.kind)));
     }
     return *std::move(value);
 }

@@ -1,7 +1,5 @@
 #include "xpon/cfgdb/backup.hpp"
 
-#include <fstream>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -52,7 +50,7 @@ TEST_F(Backup, IsOneFileThatCanBeReadWhereNothingCanBeWritten) {
     EXPECT_THAT(test::names_in(scratch.path()), UnorderedElementsAre("db", copy.filename().string()));
 }
 
-TEST_F(Backup, TakesThePlaceOfAFileAndOfNothingElse) {
+TEST_F(Backup, ReplacesAFileAndNothingElse) {
     test::write_file(scratch / "old", "x");
     EXPECT_THAT(backup(scratch / "old", folder), IsOk());
     EXPECT_EQ(RawDatabase{scratch / "old"}.value("SELECT count(*) FROM setting"), "3");
@@ -85,7 +83,7 @@ TEST_F(Backup, RestoresSettingsHistoryAndJournalAndWakesEveryFeed) {
     EXPECT_THAT(feed->next().value(), SizeIs(1));
 }
 
-TEST_F(Backup, ThatHoldsTheSameIsHandedOutWholeAllTheSame) {
+TEST_F(Backup, OfUnchangedContentIsStillHandedOutWhole) {
     std::filesystem::remove(copy);
     ASSERT_THAT(backup(copy, folder), IsOk());
     auto const feed = ChangeFeed::open(folder).value();
@@ -93,21 +91,21 @@ TEST_F(Backup, ThatHoldsTheSameIsHandedOutWholeAllTheSame) {
     EXPECT_THAT(feed->next().value(), SizeIs(23));
 }
 
-TEST_F(Backup, MakesTheDatabaseWhereThereIsNone) {
+TEST_F(Backup, CreatesTheDatabaseIfThereIsNone) {
     std::filesystem::remove_all(folder);
     EXPECT_THAT(restore(copy, folder), IsOk());
     EXPECT_THAT(stored(), SizeIs(2));
     EXPECT_TRUE(std::filesystem::exists(folder / "running.db.doorbell"));
 }
 
-TEST_F(Backup, PutsADatabaseRightThatCannotBeUsed) {
+TEST_F(Backup, RepairsAnUnusableDatabase) {
     RawDatabase{file}.run("DROP TABLE journal; CREATE VIEW journal AS SELECT 1");
     EXPECT_THAT(stored_settings(folder), IsError(Error::InvalidState, HasSubstr("the view \"journal\"")));
     EXPECT_THAT(restore(copy, folder), IsOk());
     EXPECT_THAT(stored(), SizeIs(2));
 }
 
-TEST_F(Backup, TakesThePlaceOfADatabaseThatIsTooDamagedToBeWritten) {
+TEST_F(Backup, ReplacesADatabaseTooDamagedToBeWritten) {
     auto const whole = test::read_file(file);
     for (auto const& damaged : {std::string(8192, 'x'), std::string(100, '\0') + whole.substr(100),
                                 whole.substr(0, 4096), std::string{}}) {
@@ -126,10 +124,10 @@ TEST_F(Backup, TakesThePlaceOfADatabaseThatIsTooDamagedToBeWritten) {
     }
 }
 
-TEST_F(Backup, IsRefusedIfOthersThanRootDecideWhatIsInItsLogFolder) {
+TEST_F(Backup, IsRefusedIfOthersCanWriteToItsLogFolder) {
     RawDatabase{copy}.run("INSERT INTO setting VALUES('syslog.file.path', '/tmp/')");
     expect_refused(Error::InvalidState, "syslog.file.path: /tmp/ is not safe for the log file: "
-                                        "others than root may write /tmp");
+                                        "users other than root can write to /tmp");
 }
 
 TEST_F(Backup, MadeFileByFileIsReadWithItsLog) {
@@ -144,7 +142,7 @@ TEST_F(Backup, MadeFileByFileIsReadWithItsLog) {
     EXPECT_THAT(stored(), testing::Contains("syslog.rsh.level=warning"));
 }
 
-TEST_F(Backup, IsRefusedIfItIsNoConfigurationDatabase) {
+TEST_F(Backup, IsRefusedUnlessItIsAConfigurationDatabase) {
     std::filesystem::remove(copy);
     RawDatabase{copy}.run("CREATE TABLE setting(path, value)");
     expect_refused(Error::InvalidState, "not a configuration database (application id 0, not 1481657411)");
@@ -167,7 +165,7 @@ TEST_F(Backup, IsRefusedIfItIsOfAnotherSchema) {
     raw.run("CREATE TRIGGER t AFTER INSERT ON setting BEGIN SELECT 1; END");
     expect_refused(
         Error::InvalidState,
-        "holds the trigger \"t\"; a configuration database has tables alone, restore it from a copy");
+        "holds the trigger \"t\"; a configuration database has only tables; restore it from a copy");
 }
 
 TEST_F(Backup, IsRefusedIfAValueIsNotAllowed) {
@@ -177,14 +175,14 @@ TEST_F(Backup, IsRefusedIfAValueIsNotAllowed) {
     raw.run("INSERT INTO setting VALUES('syslog.file.path', '/a' || char(10) || '/')");
     expect_refused(
         Error::InvalidState,
-        "syslog.file.path: \"/a\\x0a/\" is stored, allowed is an absolute path that ends in '/', at "
+        "syslog.file.path: \"/a\\x0a/\" is stored, but it must be an absolute path that ends in '/', at "
         "most 31 bytes of A-Z a-z 0-9 . _ / -");
-    raw.run("UPDATE setting SET path = 'syslog.remote.3.address', value = '10.0.0.1' "
-            "WHERE path = 'syslog.file.path'");
+    raw.run("UPDATE setting SET path = 'syslog.remote.3.address', value = '10.0.0.1' WHERE path = "
+            "'syslog.file.path'");
     expect_refused(
         Error::InvalidState,
-        "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514, allowed is each address and "
-        "port once");
+        "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514; receivers must differ in address or "
+        "port");
 }
 
 TEST_F(Backup, IsRefusedIfItIsDamaged) {

@@ -432,8 +432,8 @@ TEST(FeedAcrossProcesses, AWriterKilledRightAfterOrBeforeItsCommitWakes) {
             begin.take();
             RawDatabase const raw{folder / "running.db"};
             int const doorbell = open((folder / "running.db.doorbell").c_str(), O_WRONLY | O_CLOEXEC);
-            raw.run("BEGIN IMMEDIATE; INSERT INTO setting VALUES('syslog.rsh.level', 5); "
-                    "INSERT INTO journal(field_id, at) VALUES(56, 0)");
+            raw.run("BEGIN IMMEDIATE; INSERT INTO setting VALUES('syslog.rsh.level', 5); INSERT INTO "
+                    "journal(field_id, at) VALUES(56, 0)");
             raw.run(commits ? "COMMIT" : "");
             return doorbell >= 0 && raise(SIGKILL) == 0 ? 0 : 1;
         }};

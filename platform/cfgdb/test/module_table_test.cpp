@@ -2,7 +2,6 @@
 
 #include <array>
 #include <cerrno>
-#include <cstring>
 #include <functional>
 #include <sstream>
 #include <string>
@@ -10,6 +9,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include "support.hpp"
 
 namespace xpon::cfgdb {
 namespace {
@@ -111,17 +112,15 @@ TEST(ModuleNames, EveryModuleHasItsStem) {
 TEST(ModuleNames, ANumberOutsideTheCatalogueIsRefusedAndTheBufferUntouched) {
     for (std::uint32_t const value : {10U, 12U, 14U, 15U, 44U, 0x80000000U, 0xFFFFFFFFU}) {
         Buffer buffer;
-        errno = 0;
-        EXPECT_EQ(get_modules_names_from_index(buffer.name.data(), Modules_names{value}), -1) << value;
-        EXPECT_EQ(errno, EINVAL);
+        char* const name = buffer.name.data();
+        EXPECT_TRUE(is_refused([&] { return get_modules_names_from_index(name, Modules_names{value}); }))
+            << value;
         EXPECT_TRUE(buffer.untouched()) << value;
     }
 }
 
 TEST(ModuleNames, ANullBufferIsRefused) {
-    errno = 0;
-    EXPECT_EQ(get_modules_names_from_index(nullptr, Modules_names{0}), -1);
-    EXPECT_EQ(errno, EINVAL);
+    EXPECT_TRUE(is_refused([&] { return get_modules_names_from_index(nullptr, Modules_names{0}); }));
 }
 
 TEST(SubjectNames, EveryModuleNamesItsSubjectsInOrder) {
@@ -141,9 +140,8 @@ TEST(SubjectNames, AnIndexBehindTheLastSubjectIsRefusedAndTheBufferUntouched) {
         auto const count = static_cast<std::uint32_t>(words(module.subjects).size());
         for (std::uint32_t const index : {count, count + 1, 0xFFFFFFFFU}) {
             Buffer buffer;
-            errno = 0;
-            EXPECT_EQ(module.name_subject(buffer.name.data(), index), -1) << module.descriptor << index;
-            EXPECT_EQ(errno, EINVAL);
+            EXPECT_TRUE(is_refused([&] { return module.name_subject(buffer.name.data(), index); }))
+                << module.descriptor << index;
             EXPECT_TRUE(buffer.untouched()) << module.descriptor << index;
         }
     }
@@ -151,9 +149,7 @@ TEST(SubjectNames, AnIndexBehindTheLastSubjectIsRefusedAndTheBufferUntouched) {
 
 TEST(SubjectNames, ANullBufferIsRefused) {
     for (auto const& module : expected_modules()) {
-        errno = 0;
-        EXPECT_EQ(module.name_subject(nullptr, 0), -1) << module.descriptor;
-        EXPECT_EQ(errno, EINVAL);
+        EXPECT_TRUE(is_refused([&] { return module.name_subject(nullptr, 0); })) << module.descriptor;
     }
 }
 

@@ -23,10 +23,10 @@ constexpr char const* levels = "critical, error, warning, notice, info or debug 
 constexpr char const* sizes = "65536 to 1073741824 bytes";
 constexpr char const* ports = "1 to 65535";
 constexpr char const* folders = "an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -";
-constexpr char const* addresses = "a dotted IPv4 address, 0.0.0.0 for an unused receiver";
+constexpr char const* addresses = "a dotted IPv4 address, or 0.0.0.0 for an unused receiver";
 
 std::string refused(std::string const& path, std::string const& text, char const* allowed) {
-    return path + ": \"" + text + "\" is refused, allowed is " + allowed;
+    return path + ": \"" + text + "\" is not allowed; it must be " + allowed;
 }
 
 TEST(Settings, AFieldIsNamedByWhatItsSettingsHaveInCommon) {
@@ -221,7 +221,7 @@ TEST(Values, ALongTextIsCutInTheError) {
     auto const& setting = *find_setting("syslog.file.path");
     EXPECT_THAT(parse(setting, std::string(1000, 'a')),
                 IsError(Error::InvalidInputArg, "syslog.file.path: \"" + std::string(100, 'a') +
-                                                    "...\" is refused, allowed is " + folders));
+                                                    "...\" is not allowed; it must be " + folders));
 }
 
 TEST(Values, AValueOfTheWrongTypeIsNotAllowed) {
@@ -235,7 +235,7 @@ TEST(Values, AValueOfTheWrongTypeIsNotAllowed) {
     EXPECT_FALSE(is_allowed(Kind::Folder, Value{std::string{"/a\0/", 4}}));
 }
 
-TEST(Values, ATextOfAValueIsReadAsTheSameValue) {
+TEST(Values, TheTextOfAValueIsReadAsTheSameValue) {
     for (auto const& setting : settings()) {
         EXPECT_THAT(parse(setting, to_text(setting.kind, setting.default_value)),
                     test::IsOkAnd(setting.default_value));

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <string>
@@ -9,7 +10,6 @@
 
 #include <fcntl.h>
 #include <grp.h>
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <syslog.h>
@@ -20,6 +20,7 @@
 
 #include "core/unique_fd.hpp"
 #include "kit/matchers.hpp"
+#include "kit/raw_database.hpp"
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_readable.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
@@ -27,6 +28,8 @@
 #include "xpon/cfgdb/transaction.hpp"
 
 namespace xpon::cfgdb {
+
+using test::RawDatabase;
 
 inline constexpr unsigned short all_zero_key[3] = {0, 0, 0};
 
@@ -48,6 +51,13 @@ class DatabaseFolder : public testing::Test {
     }
 };
 
+/// Whether the call returns -1 with EINVAL, as every plain function does for a wrong argument.
+template <class Call>
+bool is_refused(Call const& call) {
+    errno = 0;
+    return call() == -1 && errno == EINVAL;
+}
+
 /// The permissions of a file.
 inline mode_t mode_of(std::filesystem::path const& path) {
     struct stat status{};
@@ -60,49 +70,6 @@ inline int rsh_level(CfgDbWrapper const& cfgdb) {
     SyslogRshDest rsh{};
     return getRunDb_CommonGCfg_logging_syslog_rsh(cfgdb.db(), &rsh, all_zero_key) == 0 ? rsh.level : -1;
 }
-
-/// Plain SQL on a database file, past every check of the library.
-class RawDatabase {
-  public:
-    explicit RawDatabase(std::filesystem::path const& file) {
-        EXPECT_EQ(sqlite3_open_v2(file.c_str(), &handle, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr),
-                  SQLITE_OK);
-        int persist = 1;
-        sqlite3_file_control(handle, "main", SQLITE_FCNTL_PERSIST_WAL, &persist);
-        sqlite3_busy_timeout(handle, 5000);
-    }
-    ~RawDatabase() { sqlite3_close(handle); }
-    RawDatabase(RawDatabase const&) = delete;
-    RawDatabase& operator=(RawDatabase const&) = delete;
-
-    void run(std::string const& sql) const {
-        EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), nullptr, nullptr, nullptr), SQLITE_OK)
-            << sql << ": " << sqlite3_errmsg(handle);
-    }
-
-    /// The rows as text, columns joined by '|'.
-    std::vector<std::string> rows(std::string const& sql) const {
-        std::vector<std::string> all;
-        auto const add = [](void* out, int columns, char** values, char**) {
-            std::string row;
-            for (int i = 0; i < columns; ++i) {
-                row += (i == 0 ? "" : "|") + std::string{values[i] != nullptr ? values[i] : "NULL"};
-            }
-            static_cast<std::vector<std::string>*>(out)->push_back(row);
-            return 0;
-        };
-        EXPECT_EQ(sqlite3_exec(handle, sql.c_str(), add, &all, nullptr), SQLITE_OK) << sqlite3_errmsg(handle);
-        return all;
-    }
-
-    std::string value(std::string const& sql) const {
-        auto const all = rows(sql);
-        return all.empty() ? "" : all.front();
-    }
-
-  private:
-    sqlite3* handle = nullptr;
-};
 
 /// A child process that runs `body` and ends with its value as exit status. To be made while this process has
 /// no database open: SQLite's own notes about open files must not be inherited.

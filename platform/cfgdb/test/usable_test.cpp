@@ -45,10 +45,10 @@ TEST(Values, ThatCannotWorkAreRefusedButPutBack) {
     auto const folder = scratch / "db";
     change(folder, {{"syslog.remote.1.address", "192.0.2.1"}});
     auto transaction = wish({{"syslog.remote.1.address", "224.0.0.1"}, {"syslog.rsh.level", "debug"}});
-    auto const refused =
-        IsError(Error::InvalidInputArg,
-                "syslog.remote.1.address: \"224.0.0.1\" is refused: 224.0.0.1 is a multicast "
-                "address; allowed is the address of a host, or 0.0.0.0 for an unused receiver");
+    auto const refused = IsError(
+        Error::InvalidInputArg,
+        "syslog.remote.1.address: \"224.0.0.1\" is not allowed; it must be the address of a host, or 0.0.0.0 "
+        "for an unused receiver: 224.0.0.1 is a multicast address");
     EXPECT_THAT(transaction.preview(folder), refused);
     EXPECT_THAT(transaction.commit(folder), refused);
     EXPECT_EQ(stored_settings(folder).value().size(), 1U);
@@ -66,11 +66,11 @@ TEST(Values, OfALogFolderThatOthersMayWriteAreRefusedButPutBack) {
     auto const folder = scratch / "db";
     change(folder, {{"syslog.file.path", "/var/lib/board/"}});
     auto transaction = wish({{"syslog.file.path", "/tmp/log/"}, {"syslog.rsh.level", "debug"}});
-    auto const refused = IsError(
-        Error::InvalidInputArg,
-        "syslog.file.path: \"/tmp/log/\" is refused: others than root may write /tmp, and whoever can "
-        "replace a file there decides what root's syslog-ng writes to; allowed is a folder that root "
-        "alone may write, such as /var/log/");
+    auto const refused =
+        IsError(Error::InvalidInputArg,
+                "syslog.file.path: \"/tmp/log/\" is not allowed; it must be a folder that only root can "
+                "write to, such as /var/log/: users other than root can write to /tmp, and whoever can "
+                "replace a file there decides what syslog-ng writes to as root");
     EXPECT_THAT(transaction.preview(folder), refused);
     EXPECT_THAT(transaction.commit(folder), refused);
     EXPECT_EQ(stored_settings(folder).value().size(), 1U);

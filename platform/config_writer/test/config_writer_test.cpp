@@ -231,7 +231,7 @@ TEST_F(ConfigWriterTest, TheModeIs0644WhateverTheUmaskOrTheOldFileSay) {
     }
 }
 
-TEST_F(ConfigWriterTest, AFileThatIsAsWantedIsLeftAlone) {
+TEST_F(ConfigWriterTest, AFileThatAlreadyHoldsTheTextIsLeftAlone) {
     for (auto const& text : {std::string{}, std::string{"text"}, std::string(3'000'000, 'x')}) {
         ASSERT_THAT(writer.write(text), IsOk());
         auto const before = status_of(target);
@@ -304,7 +304,7 @@ TEST_F(ConfigWriterTest, ALinkUnderATemporaryNameIsNeitherFollowedNorRemoved) {
     EXPECT_THAT(others(), ElementsAre(".SNMP.conf.tmp", ".SNMP.conf.tmp.aB3xY9", "elsewhere"));
 }
 
-TEST_F(ConfigWriterTest, LeftoversOfThisTargetAreRemovedAndNothingThatLooksAlike) {
+TEST_F(ConfigWriterTest, LeftoversOfThisTargetAreRemovedAndLookalikesKept) {
     constexpr char const* leftovers[] = {".SNMP.conf.tmp", ".SNMP.conf.tmp.aB3xY9", ".SNMP.conf.tmp.000000"};
     constexpr char const* alike[] = {
         ".SNMP.conf",
@@ -334,7 +334,7 @@ TEST_F(ConfigWriterTest, LeftoversOfThisTargetAreRemovedAndNothingThatLooksAlike
     EXPECT_EQ(read_file(target), "text");
 }
 
-TEST_F(ConfigWriterTest, ALeftoverThatCannotBeRemovedIsInNobodysWay) {
+TEST_F(ConfigWriterTest, ALeftoverThatCannotBeRemovedDoesNoHarm) {
     fs::create_directory(folder / ".SNMP.conf.tmp");
     fs::create_directory(folder / ".SNMP.conf.tmp.aB3xY9");
     ASSERT_EQ(mkfifo((folder / ".SNMP.conf.tmp.pipe00").c_str(), 0600), 0);
@@ -366,7 +366,7 @@ TEST_F(ConfigWriterTest, AWriterWhoseTemporaryIsTakenForALeftoverBeforeItIsLocke
     EXPECT_THAT(others(), IsEmpty());
 }
 
-TEST_F(ConfigWriterTest, AFileSystemWithoutLocksIsWrittenToAllTheSame) {
+TEST_F(ConfigWriterTest, AFileSystemWithoutLocksIsWrittenToAnyway) {
     kernel.fails = "flock";
     kernel.error = ENOLCK;
     EXPECT_THAT(writer.write("text"), IsOk());
@@ -413,7 +413,7 @@ TEST_F(ConfigWriterTest, AWriterLeavesTheTemporaryOfALivingOneAloneAndRemovesTha
     EXPECT_THAT(others(), IsEmpty());
 }
 
-TEST_F(ConfigWriterTest, WhateverTwoProcessesWriteToOneTargetAReaderSeesOneWholeText) {
+TEST_F(ConfigWriterTest, WhileTwoProcessesWriteAReaderSeesOneWholeText) {
     auto const whole_text = [](char letter) { return std::string(60'000, letter); };
     ASSERT_THAT(writer.write(whole_text('0')), IsOk());
     // Each writes its two texts again and again to a disk that is slow, by more than one call.

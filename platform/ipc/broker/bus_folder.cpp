@@ -115,7 +115,7 @@ void BusFolder::lock() {
         throw failure("cannot open the lock file", path);
     }
     if (struct stat state{}; fstat(lock_file.get(), &state) != 0 || !S_ISREG(state.st_mode)) {
-        throw std::runtime_error{fmt::format("{} is no regular file; remove it", path.string())};
+        throw std::runtime_error{fmt::format("{} is not a regular file; remove it", path.string())};
     }
     if (flock(lock_file.get(), LOCK_EX | LOCK_NB) != 0) {
         if (errno == EWOULDBLOCK) {

@@ -1,7 +1,6 @@
 #include "broker/subscriber.hpp"
 
 #include <algorithm>
-#include <array>
 #include <exception>
 #include <string_view>
 #include <utility>

@@ -1,6 +1,5 @@
 #include "broker/subscribers.hpp"
 
-#include <algorithm>
 #include <cerrno>
 #include <iterator>
 #include <tuple>

@@ -49,7 +49,7 @@ TEST_F(BrokerTest, SigintIsAnOrderlyEnd) {
     expect_end_by(SIGINT);
 }
 
-TEST_F(BrokerTest, EndsAlsoWhileItIsConnectedAndAReceiverDoesNotRead) {
+TEST_F(BrokerTest, EndsEvenIfAReceiverDoesNotRead) {
     start_broker();
     auto const sender = new_connected_endpoint();
     auto const idle = new_connected_endpoint();
@@ -79,7 +79,7 @@ TEST_F(BrokerTest, ASecondBrokerIsRefusedAndTheFirstGoesOn) {
     expect_traffic(*sender, *new_connected_endpoint());
 }
 
-TEST_F(BrokerTest, WhatAKilledBrokerLeftBehindDoesNotHinderTheNext) {
+TEST_F(BrokerTest, LeftoversOfAKilledBrokerDoNotHinderTheNext) {
     start_broker();
     kill_broker();
     EXPECT_TRUE(S_ISSOCK(mode_of("publish")));
@@ -88,7 +88,7 @@ TEST_F(BrokerTest, WhatAKilledBrokerLeftBehindDoesNotHinderTheNext) {
     expect_traffic(*new_connected_endpoint(), *new_connected_endpoint());
 }
 
-TEST_F(BrokerTest, NothingInThePlaceOfItsFilesKeepsItDown) {
+TEST_F(BrokerTest, StartsWhateverIsInThePlaceOfItsFiles) {
     std::filesystem::create_directories(folder / "publish/in");
     ASSERT_EQ(mkfifo((folder / "subscribe").c_str(), 0600), 0);
     std::filesystem::create_symlink("/etc/passwd", folder / "lock");
@@ -115,7 +115,7 @@ TEST_F(BrokerTest, OnlyTheGroupMayUseTheBusWhateverTheMaskWas) {
     EXPECT_EQ(mode_of("lock"), S_IFREG | 0600U);
 }
 
-TEST_F(BrokerTest, WhatItCannotDoItSaysWithPathAndReason) {
+TEST_F(BrokerTest, SaysWhatItCannotDoWithPathAndReason) {
     test::write_file(scratch / "file", "");
     auto const long_name = std::string(100, 'x');
     struct {
@@ -189,7 +189,7 @@ TEST_F(BrokerTest, TellsEachModulesLastAnswerToWhoeverAsks) {
     EXPECT_LE(answers.at(1).time, now());
 }
 
-TEST_F(BrokerTest, AnAnswerIsRememberedAlsoIfNobodyIsThereToHearIt) {
+TEST_F(BrokerTest, AnAnswerIsRememberedEvenIfNobodyHearsIt) {
     start_broker();
     auto const module = new_connected_endpoint();
     EXPECT_THAT(module->send({{1}, file_changed_reply, 0}, payload_of(FileAnswer{38, 0})), IsOk());

@@ -36,13 +36,13 @@ TEST_F(BusFolderTest, WhatRootCreatesBelongsToTheGroup) {
     EXPECT_EQ(state_of(scratch / "bus/socket").st_uid, geteuid());
 }
 
-TEST_F(BusFolderTest, WithoutTheGroupItAllStaysWithTheProcess) {
+TEST_F(BusFolderTest, WithoutTheGroupFilesKeepTheGroupOfTheProcess) {
     BusFolder const folder{scratch / "bus", std::nullopt};
     EXPECT_EQ(state_of(scratch / "bus").st_gid, getegid());
     EXPECT_EQ(state_of(scratch / "bus").st_mode & 07777U, 02750U);
 }
 
-TEST_F(BusFolderTest, AFolderThatIsThereStaysAsItIs) {
+TEST_F(BusFolderTest, AnExistingFolderStaysAsItIs) {
     std::filesystem::create_directory(scratch / "bus");
     ASSERT_EQ(chmod((scratch / "bus").c_str(), 0751), 0);
     BusFolder const folder{scratch / "bus", some_group};
@@ -56,7 +56,7 @@ TEST_F(BusFolderTest, ATrailingSlashDoesNotChangeTheFolder) {
     EXPECT_EQ(state_of(scratch / "parent/bus").st_mode & 07777U, 02750U);
 }
 
-TEST_F(BusFolderTest, AtTheEndItsOwnSocketsGoAndAllElseStays) {
+TEST_F(BusFolderTest, RemovesItsOwnSocketsAndNothingElseAtTheEnd) {
     {
         BusFolder folder{scratch / "bus", std::nullopt};
         for (auto const* const name : {"bus/own", "bus/replaced", "bus/foreign", "bus/gone"}) {
@@ -105,7 +105,7 @@ Obstacle const obstacles[]{
     {"a file", [](std::filesystem::path const& path) { test::write_file(path, "old"); }},
 };
 
-TEST_F(BusFolderTest, NothingInThePlaceOfTheLockKeepsItFromBeingTaken) {
+TEST_F(BusFolderTest, TakesTheLockWhateverIsInItsPlace) {
     for (auto const& [name, make] : obstacles) {
         SCOPED_TRACE(name);
         ScratchFolder const scratch;
@@ -150,7 +150,7 @@ TEST_F(BusFolderTest, AFolderThatIsNotEmptyIsMovedAsideWithWhatIsInIt) {
     EXPECT_THAT(kept, testing::ElementsAre("kept"));
 }
 
-TEST_F(BusFolderTest, WhatItCannotMoveItNames) {
+TEST_F(BusFolderTest, NamesWhatItCannotMove) {
     if (geteuid() == 0) {
         GTEST_SKIP() << "root may move everything";
     }

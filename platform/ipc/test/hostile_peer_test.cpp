@@ -1,6 +1,5 @@
 #include <array>
 #include <cstring>
-#include <sstream>
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -8,6 +7,7 @@
 #include <zmq.hpp>
 
 #include "broker/subscriber.hpp"
+#include "kit/process_status.hpp"
 #include "kit/sanitized.hpp"
 #include "test/running_bus.hpp"
 
@@ -141,43 +141,34 @@ TEST_F(HostilePeerTest, FramesThatAreNoMessagesAreSkipped) {
     }
 }
 
-TEST_F(HostilePeerTest, WhoSendsTooLongAMessageIsCutOff) {
+TEST_F(HostilePeerTest, APeerThatSendsTooLongAMessageIsCutOff) {
     RawPeer peer{folder / "publish", "PUB"};
     peer.send_frame(std::string("\xFE\xFF\0\0\x07\0\0\0", 8) + std::string(max_frame_size - 7, 'x'));
     EXPECT_TRUE(peer.is_cut_off());
 }
 
-TEST_F(HostilePeerTest, WhoSubscribesToALongPrefixIsCutOff) {
+TEST_F(HostilePeerTest, APeerThatSubscribesToALongPrefixIsCutOff) {
     RawPeer peer{folder / "subscribe", "SUB"};
     peer.send_frame(std::string(1, '\x01').append(300, 'x'));
     EXPECT_TRUE(peer.is_cut_off());
 }
 
-/// Of the broker's own.
-long kilobytes_of(pid_t process) {
-    std::istringstream status{test::read_file(fmt::format("/proc/{}/status", process))};
-    std::string line;
-    while (std::getline(status, line) && !line.starts_with("RssAnon:")) {
-    }
-    return std::stol(line.substr(sizeof "RssAnon:"));
-}
-
-TEST_F(HostilePeerTest, WhoSubscribesToVeryMuchIsCutOffAndHasTakenLittleMemory) {
-    auto const before = kilobytes_of(broker->pid());
+TEST_F(HostilePeerTest, APeerWithTooManySubscriptionsIsCutOffAndCostsLittleMemory) {
+    auto const before = test::kilobytes(broker->pid(), "RssAnon:");
     RawPeer peer{folder / "subscribe", "SUB"};
     for (int number = 0; number < 80'000; ++number) {
         auto prefix = std::to_string(number);
         peer.send_frame('\x01' + prefix.append(200 - prefix.size(), 'x'));
     }
     EXPECT_TRUE(peer.is_cut_off());
-    auto const grown = kilobytes_of(broker->pid()) - before;
+    auto const grown = test::kilobytes(broker->pid(), "RssAnon:") - before;
     fmt::print("the broker has grown by {} kB\n", grown);
     if (!test::sanitized) {
         EXPECT_LT(grown, 4096);
     }
 }
 
-TEST_F(HostilePeerTest, WhoSubscribesToVeryMuchThroughZeroMqIsCutOffToo) {
+TEST_F(HostilePeerTest, APeerWithTooManySubscriptionsThroughZeroMqIsCutOffToo) {
     zmq::context_t context{1};
     zmq::socket_t hostile{context, zmq::socket_type::sub};
     hostile.set(zmq::sockopt::linger, 0);
@@ -203,7 +194,7 @@ TEST_F(HostilePeerTest, AsManySubscriptionsAsAreAllowedAreServed) {
     expect_served(peer, "0063");
 }
 
-TEST_F(HostilePeerTest, WhoDoesNotSpeakTheProtocolIsCutOff) {
+TEST_F(HostilePeerTest, APeerThatDoesNotSpeakTheProtocolIsCutOff) {
     for (auto const* const name : {"publish", "subscribe"}) {
         for (char const noise : {'\0', '\xFF'}) {
             RawPeer peer{folder / name};
@@ -228,7 +219,7 @@ TEST_F(HostilePeerTest, MalformedSubscriptionsAndMessagesAgainstTheStreamAreHarm
     expect_served(peer, "peer");
 }
 
-TEST_F(HostilePeerTest, WhoSaysNothingAndWhoLeavesInTheMiddleOfAFrameIsHarmless) {
+TEST_F(HostilePeerTest, SilenceAndAnUnfinishedFrameAreHarmless) {
     RawPeer const silent{folder / "publish"};
     for (auto const* const name : {"publish", "subscribe"}) {
         RawPeer peer{folder / name, name[0] == 'p' ? "PUB" : "SUB"};
@@ -236,7 +227,7 @@ TEST_F(HostilePeerTest, WhoSaysNothingAndWhoLeavesInTheMiddleOfAFrameIsHarmless)
     }
 }
 
-TEST_F(HostilePeerTest, WhoOnlyConnectsManyTimesDoesNotExhaustTheBroker) {
+TEST_F(HostilePeerTest, ManyConnectionsDoNotExhaustTheBroker) {
     EXPECT_EQ(broker->terminate(), 0);
     auto command = broker_command();
     command.argv = {"bash",     "-c",           "ulimit -Sn 64; exec \"$@\"", "bash", IPC_BROKER,

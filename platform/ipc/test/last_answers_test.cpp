@@ -74,13 +74,13 @@ TEST(LastAnswers, AFloodOfReadsIsBounded) {
                 ElementsAre(LastAnswer{3, 0, 8}, LastAnswer{LastAnswers::capacity, 0, 101}));
 }
 
-TEST(LastAnswers, WhoeverTheAnswerIsForItIsRemembered) {
+TEST(LastAnswers, AnAnswerIsRememberedWhoeverItIsFor) {
     LastAnswers answers;
     answers.take(encode({{5}, file_changed_reply, 9}, payload_of(FileAnswer{1, 2})), 3);
     EXPECT_THAT(remembered(answers), ElementsAre(LastAnswer{1, 2, 3}));
 }
 
-TEST(LastAnswers, WhatIsNoAnswerAndNoQueryChangesNothing) {
+TEST(LastAnswers, AnythingButAnswersAndQueriesChangesNothing) {
     LastAnswers answers;
     answers.take(answer(1, 2), 3);
     for (std::size_t length = 0; length <= 64; ++length) {

@@ -1,6 +1,5 @@
 #include "xpon/ipc/message.hpp"
 
-#include <array>
 #include <bit>
 
 #include <gmock/gmock.h>

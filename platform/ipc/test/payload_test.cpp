@@ -1,7 +1,5 @@
 #include "xpon/ipc/payload.hpp"
 
-#include <cstdint>
-
 #include <gmock/gmock.h>
 
 #include "xpon/ipc/file_events.hpp"

@@ -54,7 +54,7 @@ TEST(Subscriber, OnlySubscriptionsToAnAddressAreOfInterestToThoseWhoPublish) {
     EXPECT_THAT(subscriber.take_notices(), IsEmpty());
 }
 
-TEST(Subscriber, WhoIsCutOffWithdrawsWhatItHadAndNoMore) {
+TEST(Subscriber, OnceCutOffWithdrawsWhatItHadAndNoMore) {
     Subscriber subscriber;
     EXPECT_TRUE(subscriber.take(bytes(greeting + ready)));
     for (std::size_t number = 0; number < Subscriber::max_subscriptions; ++number) {
@@ -68,13 +68,13 @@ TEST(Subscriber, WhoIsCutOffWithdrawsWhatItHadAndNoMore) {
     EXPECT_THAT(withdrawn, testing::Not(testing::Contains(bytes({"\0more", 5}))));
 }
 
-TEST(Subscriber, WhatItDoesNotHaveItCannotWithdraw) {
+TEST(Subscriber, CannotWithdrawWhatItDoesNotHave) {
     Subscriber subscriber;
     EXPECT_TRUE(subscriber.take(bytes(greeting + ready + message(std::string("\0abcd", 5)))));
     EXPECT_THAT(subscriber.take_notices(), IsEmpty());
 }
 
-TEST(Subscriber, IsCutOffForWhatIsNoSubscribersProtocol) {
+TEST(Subscriber, IsCutOffIfItBreaksTheProtocol) {
     auto const with = [](std::size_t at, char byte) {
         auto text = greeting;
         text.at(at) = byte;

@@ -11,6 +11,7 @@
 
 #include "core/blocked_signals.hpp"
 #include "kit/names_in.hpp"
+#include "kit/process_status.hpp"
 #include "test/running_bus.hpp"
 #include "test/value_of.hpp"
 
@@ -88,7 +89,7 @@ TEST_F(ZmqIpcTest, TheFileChangedNotificationIsOneFrameOfTheseBytes) {
     EXPECT_FALSE(frame.more());
 }
 
-TEST_F(ConnectedTest, TheLargestPayloadGoesThroughALargerOneIsRefused) {
+TEST_F(ConnectedTest, TheLargestPayloadGoesThroughAndALargerOneIsRefused) {
     std::vector<std::byte> payload(max_payload_size + 1, std::byte{42});
     EXPECT_THAT(sender->send(to(receiver->address()), payload),
                 IsError(Error::InvalidInputArg,
@@ -161,7 +162,7 @@ bool hears(IIpc& receiver, std::uint16_t event, IIpc& sender) {
     });
 }
 
-TEST_F(ZmqIpcTest, WhoReachedANewBrokerBeforeTheSenderDidIsToldAllTheSame) {
+TEST_F(ZmqIpcTest, AReceiverThatReachesANewBrokerBeforeTheSenderIsStillTold) {
     start_broker();
     auto const sender = new_connected_endpoint();
     for (std::uint16_t event = 100; event < 120; ++event) {
@@ -259,7 +260,7 @@ std::ptrdiff_t connections(std::filesystem::path const& socket) {
     return count;
 }
 
-TEST_F(ZmqIpcTest, ARestartWhileNobodyCalledReceiveIsLearntOfAfterwards) {
+TEST_F(ZmqIpcTest, ARestartWhileNobodyCalledReceiveIsNoticedAfterwards) {
     start_broker();
     auto const endpoint = new_connected_endpoint();
     kill_broker();
@@ -366,15 +367,6 @@ TEST_F(ZmqIpcTest, OneThreadReceivesWhileOthersSend) {
     EXPECT_THAT(endpoint->send(to(endpoint->address(), last_event), {}), IsOk());
 }
 
-// All but SIGKILL, SIGSTOP and the two that belong to the thread library.
-constexpr std::uint64_t every_signal = 0xfffffffe7ffbfeff;
-
-std::uint64_t blocked_signals(std::string const& thread) {
-    std::string const label = "SigBlk:\t";
-    auto const status = test::read_file("/proc/self/task/" + thread + "/status");
-    return std::stoull(status.substr(status.find(label) + label.size(), 16), nullptr, 16);
-}
-
 TEST_F(ZmqIpcTest, ItsThreadsTakeNoSignals) {
     auto const before = threads();
     auto const endpoint = new_endpoint();
@@ -382,7 +374,8 @@ TEST_F(ZmqIpcTest, ItsThreadsTakeNoSignals) {
     for (auto const& thread : threads()) {
         if (!before.contains(thread)) {
             ++found;
-            EXPECT_EQ(blocked_signals(thread) & every_signal, every_signal);
+            EXPECT_EQ(test::blocked_signals("/proc/self/task/" + thread) & test::every_signal,
+                      test::every_signal);
         }
     }
     EXPECT_EQ(found, 2);
@@ -433,7 +426,7 @@ TEST_F(ZmqIpcTest, LeavesNoThreadAndNoDescriptorBehind) {
     EXPECT_EQ(test::names_in("/proc/self/fd").size(), descriptors_before);
 }
 
-TEST_F(ZmqIpcTest, AnAddressOfItsOwnIsUnlikeAnyOther) {
+TEST_F(ZmqIpcTest, EachEndpointGetsAnAddressOfItsOwn) {
     auto const first = new_endpoint();
     auto const second = new_endpoint();
     EXPECT_GT(first->address().value, 0xFFFFU);

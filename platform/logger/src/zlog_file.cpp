@@ -97,7 +97,7 @@ class Reader {
     }
 
     Result<void> stray_line(std::string_view /*line*/) {
-        return fail(Error::InvalidInputArg, "a line of no known section");
+        return fail(Error::InvalidInputArg, "a line outside the known sections");
     }
 
     Result<void> global_line(std::string_view line) {
@@ -112,7 +112,7 @@ class Reader {
     Result<void> format_line(std::string_view line) {
         OUTCOME_TRY(setting, read_setting(line));
         if (setting.name.find_first_of(blanks) != std::string::npos) {
-            return fail(Error::InvalidInputArg, "a blank in the format's name \"{}\"", setting.name);
+            return fail(Error::InvalidInputArg, "the format's name \"{}\" contains a blank", setting.name);
         }
         formats[std::move(setting.name)] = std::move(setting.format);
         return success();
@@ -136,7 +136,7 @@ class Reader {
         }
         auto const target = trimmed(line.substr(level_name.size()));
         if (!target.starts_with(rule_target)) {
-            return fail(Error::InvalidInputArg, "\"{}\" is wanted after the level", rule_target);
+            return fail(Error::InvalidInputArg, "\"{}\" must follow the level", rule_target);
         }
         OUTCOME_TRY(format, format_named(trimmed(target.substr(rule_target.size()))));
         auto const index = static_cast<std::size_t>(level - zlog_level_names.begin());

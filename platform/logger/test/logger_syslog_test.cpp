@@ -173,7 +173,7 @@ TEST_F(LoggerSyslogTest, EveryLevelHasItsPriorityAndTheFormatOfItsRule) {
     EXPECT_TRUE(syslog.nothing_more());
 }
 
-TEST_F(LoggerSyslogTest, ALevelThatIsOffIsWrittenAllTheSameInTheDefaultFormatOfTheFile) {
+TEST_F(LoggerSyslogTest, ALevelThatIsOffIsStillWrittenInTheFilesDefaultFormat) {
     auto const context = context_with("[global]\ndefault format = \"here: %V %m\"\n[rules]\n" +
                                       zlog_rules("SNMP", 1).substr(42));
     Logger logger{"DNA"};
@@ -253,10 +253,9 @@ TEST_F(LoggerSyslogTest, BrokenLinesAreOneWarningAndTheOthersHold) {
                                                     "DNA.=LOUD >syslog, LOG_LOCAL0;\n");
     EXPECT_THAT(
         syslog.next(),
-        is_line(local0_warning,
-                dated("WARN   LOG-CFG_IPC    - .*: \"" + path.string() +
-                      "\" line 10: \">syslog, LOG_LOCAL0;\" is wanted after the level "
-                      "\\(lines that cannot be read: 2\\) \\[logger.cpp:create_context:[0-9]+\\]\n")));
+        is_line(local0_warning, dated("WARN   LOG-CFG_IPC    - .*: \"" + path.string() +
+                                      "\" line 10: \">syslog, LOG_LOCAL0;\" must follow the level \\(lines "
+                                      "that cannot be read: 2\\) \\[logger.cpp:create_context:[0-9]+\\]\n")));
     EXPECT_TRUE(syslog.nothing_more());
     // A category with a readable rule obeys exactly its rules, also the one that the warning is written
     // under.
@@ -268,7 +267,7 @@ TEST_F(LoggerSyslogTest, BrokenLinesAreOneWarningAndTheOthersHold) {
     EXPECT_TRUE(Logger{"LOG-CFG"}.is_enabled(LogLevel::Debug));
 }
 
-TEST_F(LoggerSyslogTest, AFileThatBecomesWholeEndsTheBuiltInLevels) {
+TEST_F(LoggerSyslogTest, AFileThatBecomesReadableEndsTheBuiltInLevels) {
     Logger const logger{"DNA"};
     auto const context = open_context();
     EXPECT_TRUE(syslog.next());

@@ -100,7 +100,7 @@ TEST_F(LoggerTest, ALevelOutsideTheEnumerationCountsAsTheMostSevere) {
     EXPECT_FALSE(Logger{"SILENT"}.is_enabled(std::bit_cast<LogLevel>(std::uint8_t{6})));
 }
 
-TEST_F(LoggerTest, LoggersObeyWhicheverContextIsInForceWhateverIsOlder) {
+TEST_F(LoggerTest, LoggersObeyTheContextInForceWhicheverIsOlder) {
     Logger const before{"DNA"};
     EXPECT_EQ(levels_of(before), "--NWEF");
     auto context = context_with(zlog_rules("DNA", 0));

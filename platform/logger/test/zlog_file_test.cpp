@@ -141,7 +141,7 @@ TEST(ZlogFile, ALineThatCannotBeReadIsNamedWithItsNumberAndReason) {
         {"[global]", "default  format = \"%m\"", "unknown setting \"default  format\""},
         {"[global]", "strict init = \"true\"", "unknown setting \"strict init\""},
         {"[formats]", "f", "no \"=\""},
-        {"[formats]", "two words = \"%m\"", "a blank in the format's name \"two words\""},
+        {"[formats]", "two words = \"%m\"", "the format's name \"two words\" contains a blank"},
         {"[formats]", "f = \"%m\" # comment", "the value of \"f\" is not in double quotes"},
         {"[formats]", "f = \"%d\"", "%d without a date text in parentheses"},
         {"[rules]", "DNA", "no \".=LEVEL\""},
@@ -153,14 +153,14 @@ TEST(ZlogFile, ALineThatCannotBeReadIsNamedWithItsNumberAndReason) {
         {"[rules]", "DNA.=debug >syslog, LOG_LOCAL0;", "unknown level \"debug\""},
         {"[rules]", "DNA.=", "unknown level \"\""},
         {"[rules]", "DNA.= DEBUG >syslog, LOG_LOCAL0;", "unknown level \"\""},
-        {"[rules]", "DNA.=DEBUG", "\">syslog, LOG_LOCAL0;\" is wanted after the level"},
-        {"[rules]", "DNA.=DEBUG >stdout;", "\">syslog, LOG_LOCAL0;\" is wanted after the level"},
-        {"[rules]", "DNA.=DEBUG >syslog, LOG_LOCAL1;", "\">syslog, LOG_LOCAL0;\" is wanted after the level"},
-        {"[rules]", "DNA.=DEBUG >syslog, LOG_LOCAL0", "\">syslog, LOG_LOCAL0;\" is wanted after the level"},
+        {"[rules]", "DNA.=DEBUG", "\">syslog, LOG_LOCAL0;\" must follow the level"},
+        {"[rules]", "DNA.=DEBUG >stdout;", "\">syslog, LOG_LOCAL0;\" must follow the level"},
+        {"[rules]", "DNA.=DEBUG >syslog, LOG_LOCAL1;", "\">syslog, LOG_LOCAL0;\" must follow the level"},
+        {"[rules]", "DNA.=DEBUG >syslog, LOG_LOCAL0", "\">syslog, LOG_LOCAL0;\" must follow the level"},
         {"[rules]", "DNA.=DEBUG >syslog, LOG_LOCAL0; for_inf", "unknown format \"for_inf\""},
         {"[rules]", "DNA.=DEBUG >syslog, LOG_LOCAL0;\r", "unknown format \"\r\""},
         {"[levels]", "", "unknown section [levels]"},
-        {"[rules]\r", "", "a line of no known section"},
+        {"[rules]\r", "", "a line outside the known sections"},
     };
     for (auto const& [section, line, problem] : cases) {
         auto const text = std::string{section} + "\n" + line + "\n[rules]\nOK.=INFO >syslog, LOG_LOCAL0;\n";
@@ -171,10 +171,10 @@ TEST(ZlogFile, ALineThatCannotBeReadIsNamedWithItsNumberAndReason) {
     }
 }
 
-TEST(ZlogFile, LinesOutsideOfAKnownSectionAreProblemsEach) {
+TEST(ZlogFile, EachLineOutsideAKnownSectionIsAProblem) {
     EXPECT_THAT(problems_of("stray\n[levels]\nTRACE = 10\n\nCRIT = 130\n[rules]\n"),
-                ElementsAre("1: a line of no known section", "2: unknown section [levels]",
-                            "3: a line of no known section", "5: a line of no known section"));
+                ElementsAre("1: a line outside the known sections", "2: unknown section [levels]",
+                            "3: a line outside the known sections", "5: a line outside the known sections"));
 }
 
 TEST(ZlogFile, AFileThatEndsBeforeItsRulesIsNotWhole) {

@@ -144,7 +144,7 @@ TEST_F(ZlogFormatTest, AMessageOfAnyLengthAndContentGoesThroughUnharmed) {
     EXPECT_EQ(line_of("<%m>", message), "<" + text + ">");
 }
 
-TEST_F(ZlogFormatTest, WhatIsNoConversionIsNamed) {
+TEST_F(ZlogFormatTest, AnInvalidConversionIsNamed) {
     constexpr std::pair<char const*, char const*> cases[] = {
         {"%x", "unknown conversion \"%x\""},
         {"a %-6.6Q b", "unknown conversion \"%-6.6Q\""},

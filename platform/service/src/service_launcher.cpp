@@ -17,8 +17,7 @@ namespace {
 std::unique_ptr<cfgdb::ChangeFeed> take_feed(core::ILogger& logger) {
     auto feed = cfgdb::ChangeFeed::take();
     if (!feed) {
-        core::log(logger, core::log_failure,
-                  "Configuration changes are not followed: no database has been opened for it");
+        core::log(logger, core::log_failure, "Configuration changes are not followed: no database is open");
     }
     return feed;
 }
@@ -69,7 +68,7 @@ ServiceLauncher::~ServiceLauncher() = default;
 
 core::Result<void> ServiceLauncher::run() {
     if (impl->has_run.exchange(true)) {
-        return core::fail(core::Error::InvalidState, "A launcher runs its service once");
+        return core::fail(core::Error::InvalidState, "A launcher can run its service only once");
     }
     EventLoop loop{*impl->service, impl->ctx, *impl->logger, impl->bus.get(), impl->feed.get(), impl->flags};
     std::optional<EventThread> events;

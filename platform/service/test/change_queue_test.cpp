@@ -130,7 +130,7 @@ TEST_F(ChangeQueueTest, ARetryThatSucceedsEndsTheMatter) {
     EXPECT_EQ(queue.due(), now + 1s) << "a new failure starts anew";
 }
 
-TEST_F(ChangeQueueTest, AFieldThatFailsForTwoDaysIsRetriedEveryHourAndToldOnce) {
+TEST_F(ChangeQueueTest, AFieldThatFailsForTwoDaysIsRetriedEveryHourAndLoggedOnce) {
     bad = {9};
     queue.add(list({9}));
     handle_all();
@@ -157,7 +157,7 @@ TEST_F(ChangeQueueTest, AFieldThatFailsForTwoDaysIsRetriedEveryHourAndToldOnce) 
     EXPECT_EQ(logger.lines().at(1).level, core::log_routine);
 }
 
-TEST_F(ChangeQueueTest, EachReasonIsLoggedOncePerFieldAlsoAfterANewDelivery) {
+TEST_F(ChangeQueueTest, EachReasonIsLoggedOncePerFieldEvenAfterANewDelivery) {
     bad = {58};
     for (auto const code : {core::Error::CommonError, core::Error::CommonError, core::Error::ErrorCApi}) {
         error = core::ErrorPayload{code};
@@ -183,7 +183,7 @@ TEST_F(ChangeQueueTest, FieldsWaitIndependentlyAndTheLongestDueComesFirst) {
     EXPECT_EQ(queue.due(), now + 2s) << "the wait begins when the retry has failed";
 }
 
-TEST_F(ChangeQueueTest, OneThatFailsForEverHoldsUpNoOther) {
+TEST_F(ChangeQueueTest, AFieldThatAlwaysFailsDelaysNoOther) {
     bad = {9};
     queue.add(list({9, 52}));
     EXPECT_THAT(handle_all(), ElementsAre(Fields{9, 52}, Fields{9}, Fields{52}));

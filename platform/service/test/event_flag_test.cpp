@@ -41,7 +41,7 @@ TEST(EventFlag, HandsOverWhatCameBeforeIt) {
     receiver.join();
 }
 
-TEST(EventFlag, LeavesErrnoAloneAlsoWhenItIsFull) {
+TEST(EventFlag, LeavesErrnoAloneEvenWhenItIsFull) {
     EventFlag const flag;
     errno = EXDEV;
     EXPECT_THAT(flag.raise(), IsOk());

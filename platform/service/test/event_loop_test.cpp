@@ -70,7 +70,7 @@ TEST_F(EventLoopTest, DeliversWhatWasThereBeforeServingBegan) {
     EXPECT_THAT(logger.texts(), IsEmpty());
 }
 
-TEST_F(EventLoopTest, DeliversWhatWasThereAlsoWhereNothingRingsAnyMore) {
+TEST_F(EventLoopTest, DeliversWhatWasThereEvenIfNothingRingsAgain) {
     bus.push(ipc::sync_event);
     bus.source.fall_silent();
     feed.push({52});
@@ -215,7 +215,7 @@ TEST_F(EventLoopTest, AStopThatFailsIsLogged) {
     EXPECT_THAT(logger.texts(), ElementsAre("stop failed: Error: InvalidState"));
 }
 
-TEST_F(EventLoopTest, OneBadNeighbourCostsNoOtherFieldItsChange) {
+TEST_F(EventLoopTest, AFailingFieldCostsNoOtherFieldItsChange) {
     service.answer = [this](std::string const& event) -> core::Result<void> {
         end_after(4);
         if (event.find("58") != std::string::npos) {
@@ -290,7 +290,7 @@ TEST_F(EventLoopTest, ARingOfTheFeedEndsItsRest) {
                             "Reading the configuration changes works again"));
 }
 
-TEST_F(EventLoopTest, AFieldThatFailsIsToldOnceForEachReasonAndThatItWorksAgain) {
+TEST_F(EventLoopTest, AFieldThatFailsIsLoggedOnceForEachReasonAndOnceItWorksAgain) {
     service.answer = [this](auto const&) -> core::Result<void> {
         switch (journal.entries().size()) {
         case 1:
@@ -321,13 +321,13 @@ TEST_F(EventLoopTest, AFieldThatFailsIsToldOnceForEachReasonAndThatItWorksAgain)
                     "config_change of module.sessionmgr works again"));
 }
 
-TEST_F(EventLoopTest, ASourceThatFailsDoesNotHoldUpTheOther) {
+TEST_F(EventLoopTest, ASourceThatFailsDoesNotDelayTheOther) {
     feed.source.push(core::fail(Error::CommonError, "locked"));
     bus.push(ipc::sync_event);
     EXPECT_THAT(run_for(1), ElementsAre("sync"));
 }
 
-TEST_F(EventLoopTest, AFloodOnTheBusHoldsUpNeitherChangesNorTheStop) {
+TEST_F(EventLoopTest, AFloodOnTheBusDelaysNeitherChangesNorTheStop) {
     FloodedBus flood;
     feed.push({52});
     service.answer = [this](auto const&) { return flags.stop.raise(); };

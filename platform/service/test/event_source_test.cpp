@@ -44,7 +44,7 @@ TEST_F(EventSourceTest, WithoutADescriptorItNeverHasAnything) {
     EXPECT_EQ(none.poll_fd(), -1);
 }
 
-TEST_F(EventSourceTest, AFailingOneIsLeftAloneForLongerAndLongerAndLoggedOnce) {
+TEST_F(EventSourceTest, AFailingOneRestsForLongerAndLongerAndIsLoggedOnce) {
     source.announced();
     constexpr std::chrono::seconds waits[] = {1s, 2s, 4s, 8s, 16s, 32s, 64s, 128s, 256s, 512s, 1h, 1h, 1h};
     for (auto const wait : waits) {
@@ -83,7 +83,7 @@ TEST_F(EventSourceTest, AnnouncementsEndTheRestOfOneThatIsHeardAndItsNextRestIsL
                             "Reading the changes works again"));
 }
 
-TEST_F(EventSourceTest, SaysWhenItIsWellAgainAndStartsOver) {
+TEST_F(EventSourceTest, SaysWhenItWorksAgainAndStartsOver) {
     source.announced();
     source.failed(core::fail(Error::CommonError, "no bus"), now);
     source.failed(core::fail(Error::CommonError, "no bus"), now);

@@ -1,7 +1,6 @@
 // The launcher with what it meets on a board: a ZeroMQ endpoint, the message broker, the database.
 
 #include <future>
-#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

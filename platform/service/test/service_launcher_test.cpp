@@ -17,6 +17,7 @@
 #include "kit/fake_logger.hpp"
 #include "kit/matchers.hpp"
 #include "kit/names_in.hpp"
+#include "kit/process_status.hpp"
 #include "timing.hpp"
 
 namespace xpon::service {
@@ -235,7 +236,7 @@ TEST_F(LauncherTest, RunsOnlyOnce) {
     auto launched = launcher_without_feed();
     EXPECT_THAT(launched.stop(), IsOk());
     EXPECT_THAT(launched.run(), IsOk());
-    EXPECT_THAT(launched.run(), IsError(Error::InvalidState, "A launcher runs its service once"));
+    EXPECT_THAT(launched.run(), IsError(Error::InvalidState, "A launcher can run its service only once"));
 }
 
 TEST_F(LauncherTest, NeedsAService) {
@@ -258,8 +259,7 @@ TEST_F(LauncherTest, WithoutADatabaseOfThisProcessItSaysSoAndServesWithoutChange
     service.answer = [&](auto const&) { return launched.stop(); };
     EXPECT_THAT(launched.run(), IsOk());
     EXPECT_THAT(journal.entries(), ElementsAre("sync", "stop"));
-    EXPECT_THAT(logger->texts(),
-                ElementsAre("Configuration changes are not followed: no database has been opened for it"));
+    EXPECT_THAT(logger->texts(), ElementsAre("Configuration changes are not followed: no database is open"));
     EXPECT_EQ(logger->lines().at(0).level, core::log_failure);
 }
 
@@ -288,40 +288,24 @@ TEST_F(LauncherTest, StoppingLeavesErrnoAlone) {
     EXPECT_TRUE(stopped);
 }
 
-/// The blocked signals of the calling thread, as the kernel has them: bit n - 1 is signal n.
-std::uint64_t blocked_signals() {
-    std::ifstream status{"/proc/self/task/" + std::to_string(gettid()) + "/status"};
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with("SigBlk:")) {
-            return std::stoull(line.substr(7), nullptr, 16);
-        }
-    }
-    throw std::runtime_error{"no SigBlk"};
-}
-
 TEST_F(LauncherTest, TheEventThreadBlocksEverySignalAndTheCallersMaskStays) {
     auto launched = launcher();
-    auto const mask_before = blocked_signals();
+    auto const mask_before = test::blocked_signals();
     std::uint64_t mask_in_run = 0;
     std::uint64_t mask_in_event = 0;
     service.run_as = [&](ServiceCtx const& ctx) {
-        mask_in_run = blocked_signals();
+        mask_in_run = test::blocked_signals();
         return service.serve(ctx);
     };
     service.answer = [&](std::string const&) {
-        mask_in_event = blocked_signals();
+        mask_in_event = test::blocked_signals();
         return launched.stop();
     };
     bus->push(ipc::sync_event);
     EXPECT_THAT(launched.run(), IsOk());
     EXPECT_EQ(mask_in_run, mask_before);
-    EXPECT_EQ(blocked_signals(), mask_before);
-    for (int signal = 1; signal < NSIG; ++signal) {
-        bool const cannot_be_blocked = signal == SIGKILL || signal == SIGSTOP ||
-                                       (signal >= 32 && signal < SIGRTMIN); // the last: the C library's
-        bool const blocked = (mask_in_event >> static_cast<unsigned>(signal - 1) & 1U) != 0;
-        EXPECT_EQ(blocked, !cannot_be_blocked) << signal;
-    }
+    EXPECT_EQ(test::blocked_signals(), mask_before);
+    EXPECT_EQ(mask_in_event, test::every_signal);
 }
 
 std::atomic<ServiceLauncher*> launcher_of_the_handler{nullptr};

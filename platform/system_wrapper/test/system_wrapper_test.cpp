@@ -237,7 +237,7 @@ TEST(SystemWrapper, TheValueIsTheExitStatusOrTheSignalAbove128) {
     }
 }
 
-TEST(SystemWrapper, AFailingCommandWithBothOutputsSentAwayKeepsItsStatus) {
+TEST(SystemWrapper, AFailingCommandWhoseOutputIsDiscardedKeepsItsStatus) {
     EXPECT_THAT(run("false &> /dev/null"), IsOkAnd(1));
     EXPECT_THAT(run("bash -c 'exit 9' &> /dev/null"), IsOkAnd(9));
     EXPECT_THAT(run("true &> /dev/null"), IsOkAnd(0));
@@ -249,7 +249,7 @@ TEST(SystemWrapper, TheTextReachesTheShellUnchanged) {
     EXPECT_EQ(output_of("for n in 1 2 3\ndo\n  echo $n\ndone\n\n# a remark\n"), "1\n2\n3\n");
 }
 
-TEST(SystemWrapper, ATextThatBeginsWithADashIsACommandAndNoOption) {
+TEST(SystemWrapper, ATextThatBeginsWithADashIsACommandNotAnOption) {
     EXPECT_THAT(run("-x 2> /dev/null"), IsOkAnd(127));
     EXPECT_THAT(run("--version &> /dev/null"), IsOkAnd(127));
 }
@@ -347,9 +347,9 @@ TEST(SystemWrapper, ACommandThatLeavesProcessesBehindEndsWhenItEndsItself) {
 
 TEST(SystemWrapper, ACommandThatRunsTooLongIsKilledWithItsWholeGroup) {
     CommandPipe const pipe;
-    auto const command = "exec 8> " + pipe.path() +
-                         "; trap '' TERM HUP INT; "
-                         "(trap '' TERM HUP; (echo grandchild >&8; sleep 1000) & wait) & wait";
+    auto const command =
+        "exec 8> " + pipe.path() +
+        "; trap '' TERM HUP INT; (trap '' TERM HUP; (echo grandchild >&8; sleep 1000) & wait) & wait";
     EXPECT_THAT(
         SystemWrapper{3s}.execute(command),
         IsError(Error::CommonError, "Command \"" + command + "\" ran longer than 3000 ms and was killed"));
@@ -375,7 +375,7 @@ TEST(SystemWrapper, ALongCommandIsNamedByItsBeginning) {
                                                   EndsWith("x\" ran longer than 50 ms and was killed"))));
 }
 
-TEST(SystemWrapper, WithoutPidfdTheStatusAndTheLimitHoldAllTheSame) {
+TEST(SystemWrapper, WithoutPidfdTheStatusAndTheLimitStillHold) {
     Order const order{{"pidfd_open", ENOSYS}};
     EXPECT_THAT(run("exit 7"), IsOkAnd(7));
     EXPECT_THAT(run("kill -9 $$"), IsOkAnd(137));
@@ -415,7 +415,7 @@ TEST(SystemWrapper, AStatusThatSomebodyElseTookIsAnError) {
                 IsError(Error::CommonError, "Exit status of command \"exit 3\" is lost: No child processes"));
 }
 
-TEST(SystemWrapper, AProcessThatWasStartedToIgnoreSigchldHasExitStatusesAllTheSame) {
+TEST(SystemWrapper, AProcessStartedToIgnoreSigchldStillGetsExitStatuses) {
     Disposition const inherited{SIGCHLD, SIG_IGN};
     EXPECT_THAT(run("exit 3"), IsOkAnd(3));
 }

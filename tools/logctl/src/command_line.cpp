@@ -33,38 +33,36 @@ struct Command {
 
 // In the order of the help.
 constexpr Command commands[] = {
-    {"show", "Show settings: path, value, default, where it is stored", show_command, paths},
-    {"set", "Change settings: all of them at once, or none", set_command, assignments},
-    {"reset", "Put settings back to their defaults: all at once, or none", reset_command, settable_paths},
-    {"apply", "Have the daemon write, reload and tell again, without any change in the settings",
-     apply_command, output_names},
-    {"modules", "Show the modules: value, stem, files, subjects, levels", modules_command, module_names},
-    {"preview", "Show the text that the daemon would write, whether it runs or not", preview_command,
+    {"show", "Show settings: path, value, default and where the value is stored", show_command, paths},
+    {"set", "Change settings, all or none", set_command, assignments},
+    {"reset", "Set settings to their defaults, all or none", reset_command, settable_paths},
+    {"apply", "Have the daemon write, reload and notify again, without changing a setting", apply_command,
      output_names},
-    {"status", "Show for each output what is wanted, written and running; status 0 if all is in step",
+    {"modules", "Show the modules: value, stem, files, subjects, levels", modules_command, module_names},
+    {"preview", "Show what the daemon would write, whether it runs or not", preview_command, output_names},
+    {"status", "Show whether each output has what the settings ask for; exit status 0 if all do",
      status_command},
-    {"probe", "Log a message of each severity, and say where each arrived; status 0 if it is as the settings say",
+    {"probe",
+     "Log a message of each severity and show where it arrives; exit status 0 if as the settings say",
      probe_command},
     {"check", "Check every stored setting, and whether a private syslog-ng starts with the generated text",
      check_command},
-    {"history", "Show who changed what, the newest last", history_command, paths},
-    {"compare", "Show how the settings differ from those after a transaction, in a file, or the defaults",
+    {"history", "Show who changed what, newest last", history_command, paths},
+    {"compare", "Show how the settings differ from those after a transaction, from a file or the defaults",
      compare_command},
-    {"rollback", "Undo everything after a transaction, in a new one; prints the changes first",
+    {"rollback", "Undo everything after a transaction, in a new one; print the changes first",
      rollback_command},
-    {"commit-confirm", "Change settings now, and undo it by itself unless confirmed in time",
+    {"commit-confirm", "Change settings, and undo the change unless it is confirmed in time",
      commit_confirm_command, assignments, true},
     {"trials", "Show the changes that end by themselves, with the time that is left", trials_command},
-    {"confirm", "Make a trial's change permanent", confirm_command, trial_numbers},
-    {"abort", "End a trial now, and put back what it has changed", abort_command, trial_numbers},
+    {"confirm", "Make the change of a trial permanent", confirm_command, trial_numbers},
+    {"abort", "End a trial now: put back what it has changed", abort_command, trial_numbers},
     {"extend", "Let a trial end later", extend_command, trial_numbers},
-    {"export", "Print the whole configuration as JSON: every setting that is not at its default",
-     export_command},
-    {"import", "Make the configuration equal to a file from export: all at once, or nothing", import_command},
+    {"export", "Print every setting that is not at its default, as JSON", export_command},
+    {"import", "Make the configuration equal to a file from export, all or nothing", import_command},
     {"backup", "Copy the whole database, history included, to one file", backup_command},
-    {"restore", "Put a copy back in the database: all at once, or nothing; a running daemon follows",
-     restore_command},
-    {"watch", "Show changes and the message bus' notifications and answers as they happen", watch_command},
+    {"restore", "Put back a copy made by backup, all or nothing; a running daemon follows", restore_command},
+    {"watch", "Show changes, and the notifications and answers of modules, as they happen", watch_command},
 };
 
 void add_options(CLI::App const& app, Names& to) {
@@ -160,7 +158,7 @@ int run(int argc, char** argv) {
     // Whoever starts logctl may ignore it, and the kernel then keeps no exit status of the programs it runs.
     std::signal(SIGCHLD, SIG_DFL);
 
-    CLI::App program{"Shows and changes the board's log settings, whether the daemon runs or not.", "logctl"};
+    CLI::App program{"Show and change the board's log settings, whether the daemon runs or not.", "logctl"};
     program.formatter(std::make_shared<HelpFormat>());
     program.set_version_flag("--version", "logctl " LOGCTL_VERSION);
     program.require_subcommand(0, 1);
@@ -172,7 +170,7 @@ int run(int argc, char** argv) {
     Context context{cfgdb::default_folder};
     program
         .add_option("--database", context.database,
-                    fmt::format("Where the configuration database is [{}]", cfgdb::default_folder))
+                    fmt::format("Folder of the configuration database [{}]", cfgdb::default_folder))
         ->type_name("FOLDER");
     std::vector<std::pair<CLI::App*, Action>> actions;
     for (auto const& command : commands) {

@@ -55,7 +55,7 @@ for attempt in $(seq 200); do
     fi
     sleep 0.05
 done
-echo "it does not start within 10 s"
+echo "it did not start within 10 s"
 exit 3
 )";
 
@@ -118,7 +118,8 @@ DryRun try_syslog_ng(std::string const& text) {
     if (status == refused_status) {
         return {Refused, first_line(out)};
     }
-    return status == 0 ? DryRun{Loads, ""} : DryRun{NotDone, "no private root for it: " + first_line(err)};
+    return status == 0 ? DryRun{Loads, ""}
+                       : DryRun{NotDone, "no private root can be set up: " + first_line(err)};
 }
 
 } // namespace xpon::logctl

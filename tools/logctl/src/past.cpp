@@ -1,7 +1,5 @@
 #include "past.hpp"
 
-#include <fmt/format.h>
-
 #include "core/failure.hpp"
 
 namespace xpon::logctl {
@@ -11,11 +9,8 @@ core::Result<std::map<std::string, Since>> changed_since(std::int64_t number,
     auto const newest = history.empty() ? 0 : history.back().number;
     auto const oldest = history.empty() ? 0 : history.front().number - 1;
     if (number < oldest || number > newest) {
-        return core::fail(core::Error::InvalidInputArg, "{}: no such transaction in the history; {}", number,
-                          newest == 0 ? "it is empty"
-                          : oldest == 0
-                              ? fmt::format("allowed are 1 to {}, and 0 for the time before", newest)
-                              : fmt::format("allowed are {} to {}", oldest, newest));
+        return core::fail(core::Error::InvalidInputArg, "{}: no such transaction; it must be {} to {}",
+                          number, oldest, newest);
     }
     std::map<std::string, Since> settings;
     for (auto const& transaction : history) {

@@ -48,10 +48,11 @@ std::vector<WrongRights> wrong_rights(std::filesystem::path const& database) {
             return;
         }
         if (status.st_gid != group || (status.st_mode & permissions) != mode) {
-            wrong.push_back({path,
-                             fmt::format("of the group {}, mode {:04o}; it should be xpon, {:04o}",
-                                         name_of(status.st_gid), status.st_mode & permissions, mode),
-                             group, mode});
+            wrong.push_back(
+                {path,
+                 fmt::format("belongs to group {}, mode {:04o}; it must be group xpon, mode {:04o}",
+                             name_of(status.st_gid), status.st_mode & permissions, mode),
+                 group, mode});
         }
     };
     struct stat folder{};
@@ -78,7 +79,7 @@ core::Result<void> mend(WrongRights const& wrong) {
     }
     if (!S_ISDIR(status.st_mode) && !(S_ISREG(status.st_mode) && status.st_nlink == 1)) {
         return fail(Error::InvalidState,
-                    "{}: neither a folder nor a file of one name; look at it, and remove it",
+                    "{}: neither a folder nor a regular file with one name; inspect and remove it",
                     wrong.path.string());
     }
     if (fchownat(file.get(), "", static_cast<uid_t>(-1), wrong.group, AT_EMPTY_PATH) != 0 ||

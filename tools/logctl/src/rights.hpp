@@ -23,7 +23,7 @@ struct WrongRights {
 std::vector<WrongRights> wrong_rights(std::filesystem::path const& database);
 
 /// Gives it the group and the mode that it should have. Fails where that is not permitted, and where it is no
-/// folder and no ordinary file of one name.
+/// folder and no regular file with one name.
 core::Result<void> mend(WrongRights const& wrong);
 
 } // namespace xpon::logctl

@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
-#include <optional>
 #include <set>
 #include <system_error>
 
@@ -23,7 +22,7 @@ using nlohmann::json;
 
 constexpr std::uint64_t version = 1;
 
-/// Takes the parser's events as they come, so that a name that stands there twice is noticed and nothing
+/// Takes the parser's events as they come, so that a name that appears twice is noticed and nothing
 /// grows beyond what is wanted.
 class Reader : public nlohmann::json_sax<json> {
   public:
@@ -46,17 +45,17 @@ class Reader : public nlohmann::json_sax<json> {
         name = text;
         auto& known = depth == 1 ? top_names : paths;
         if (!known.insert(text).second) {
-            return fail_with(fmt::format("{} stands there twice", printable(text)));
+            return fail_with(fmt::format("{} appears twice", printable(text)));
         }
         if (depth == 1 && text != "version" && text != "settings") {
-            return fail_with(
-                fmt::format("{} is not known, allowed are \"version\" and \"settings\"", printable(text)));
+            return fail_with(fmt::format("unknown name {}; only \"version\" and \"settings\" are allowed",
+                                         printable(text)));
         }
         has_settings = has_settings || (depth == 1 && text == "settings");
         return true;
     }
     bool string(std::string& text) override {
-        return depth == 2 ? assign(text) : refuse(fmt::format("the text {}", printable(text)));
+        return depth == 2 ? assign(text) : refuse(fmt::format("the string {}", printable(text)));
     }
     bool number_unsigned(std::uint64_t number) override {
         if (depth == 2) {
@@ -80,7 +79,7 @@ class Reader : public nlohmann::json_sax<json> {
     bool start_array(std::size_t) override { return refuse("an array"); }
     bool end_array() override { return true; }
     bool parse_error(std::size_t position, std::string const& token, json::exception const&) override {
-        return fail_with(fmt::format("no valid JSON near byte {} ({})", position, printable(token)));
+        return fail_with(fmt::format("invalid JSON near byte {} ({})", position, printable(token)));
     }
 
   private:
@@ -92,8 +91,8 @@ class Reader : public nlohmann::json_sax<json> {
         if (depth == 0) {
             return fail_with(fmt::format("{} is not an object", what));
         }
-        return fail_with(fmt::format("{} is {}, allowed is {}", printable(name), what,
-                                     depth == 2          ? "a text or a whole number"
+        return fail_with(fmt::format("{} is {}; it must be {}", printable(name), what,
+                                     depth == 2          ? "a string or a whole number"
                                      : name == "version" ? "the number 1"
                                                          : "an object of paths and values"));
     }
@@ -154,7 +153,7 @@ core::Result<Assignments> read_settings_file(std::string const& name) {
 
 core::Result<Assignments> parse_settings_file(std::string_view text) {
     if (text.size() > max_settings_file_size) {
-        return core::fail(core::Error::InvalidInputArg, "more than {} bytes are no configuration",
+        return core::fail(core::Error::InvalidInputArg, "a configuration has at most {} bytes",
                           max_settings_file_size);
     }
     Reader reader;

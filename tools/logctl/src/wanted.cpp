@@ -103,13 +103,12 @@ std::vector<cfgdb::StoredSetting> Wanted::not_allowed(Output const& output) cons
 core::ErrorPayload Wanted::unreadable(Output const& output) const {
     std::vector<std::string> wrong;
     for (auto const& row : not_allowed(output)) {
-        wrong.push_back(fmt::format("{}: {} is stored, allowed is {}", row.path, row.value,
-                                    cfgdb::allowed(row.setting->kind)));
+        wrong.push_back(fmt::format("{}: {}", row.path, cfgdb::wrongly_stored(row.value, row.setting->kind)));
     }
     constexpr std::size_t enough = 3;
     wrong.resize(std::min(wrong.size(), enough));
     return fail(Error::InvalidState, "{}",
-                wrong.empty() ? "the stored settings cannot be used; logctl check tells why"
+                wrong.empty() ? "the stored settings cannot be used; to see why, run: logctl check"
                               : fmt::format("{}", fmt::join(wrong, "; ")));
 }
 

@@ -10,7 +10,6 @@ namespace {
 
 class Backup : public testing::Test {
   protected:
-    Outcome const silence{0, "", ""};
     Logctl logctl;
     std::string copy = logctl.scratch / "copy.db";
 };
@@ -26,19 +25,18 @@ TEST_F(Backup, IsPutBackWithItsHistory) {
     EXPECT_EQ(logctl({"history"}), history);
 }
 
-TEST_F(Backup, ThatIsNoneChangesNothingAndIsNamedWithTheReason) {
+TEST_F(Backup, ThatIsInvalidChangesNothingAndIsNamedWithTheReason) {
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
     EXPECT_EQ(logctl({"backup", copy}), silence);
     Logctl::sql("UPDATE setting SET value = 9", copy);
     auto const exported = logctl({"export"});
     EXPECT_EQ(
         logctl({"restore", copy}),
-        (Outcome{1, "",
-                 "logctl: " + copy +
-                     ": syslog.rsh.level: 9 is stored, allowed is critical, error, warning, notice, info "
-                     "or debug (0 to 5)\n"}));
+        refused(copy +
+                ": syslog.rsh.level: 9 is stored, but it must be critical, error, warning, notice, info "
+                "or debug (0 to 5)"));
     EXPECT_EQ(logctl({"restore", "/no/such"}),
-              (Outcome{1, "", "logctl: /no/such: cannot be opened (No such file or directory)\n"}));
+              refused("/no/such: cannot be opened (No such file or directory)"));
     EXPECT_EQ(logctl({"export"}), exported);
 }
 

@@ -14,7 +14,7 @@ namespace {
 
 class BusWatch : public test::Board {
   protected:
-    void SetUp() override { EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), (Outcome{0, "", ""})); }
+    void SetUp() override { EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence); }
 
     void notify(std::uint32_t module) const {
         EXPECT_THAT(bus->send(ipc::file_changed_header, ipc::payload_of(ipc::FileChange{module})),
@@ -73,7 +73,7 @@ TEST_F(BusWatch, PrintsOneObjectPerLineOnRequest) {
 TEST_F(BusWatch, GoesOnWhileTheBrokerComesAndGoes) {
     auto watch = logctl.start({"watch", "--count", "3"});
     ASSERT_TRUE(watch.wait_for_error("watching"));
-    EXPECT_EQ(logctl({"set", "syslog.rsh.level=info"}), (Outcome{0, "", ""}));
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=info"}), silence);
     ASSERT_TRUE(watch.wait_for_output("debug -> info"));
     start_broker();
     ASSERT_TRUE(watch.wait_for_error("connected to the message bus\n"));

@@ -1,3 +1,5 @@
+#include <sstream>
+
 #include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -31,44 +33,44 @@ TEST(CommandLine, ThatCannotBeUnderstoodHasStatusTwo) {
 TEST(CommandLine, HelpAndVersionArePrinted) {
     Logctl const logctl;
     EXPECT_EQ(logctl.run({"--version"}), (Outcome{0, "logctl " LOGCTL_VERSION "\n", ""}));
-    EXPECT_EQ(logctl.run({"--help"}), (Outcome{0, text(R"(
-Shows and changes the board's log settings, whether the daemon runs or not.
+    auto const help = text(R"(
+Show and change the board's log settings, whether the daemon runs or not.
 Usage: logctl [OPTIONS] [SUBCOMMAND]
 
 Options:
   -h,--help                   Print this help message and exit
   --version                   Display program version information and exit
-  --database FOLDER           Where the configuration database is [/var/lib/xpon/cfgdb]
+  --database FOLDER           Folder of the configuration database [/var/lib/xpon/cfgdb]
 
 Subcommands:
-  show                        Show settings: path, value, default, where it is stored
-  set                         Change settings: all of them at once, or none
-  reset                       Put settings back to their defaults: all at once, or none
-  apply                       Have the daemon write, reload and tell again, without any change in the settings
+  show                        Show settings: path, value, default and where the value is stored
+  set                         Change settings, all or none
+  reset                       Set settings to their defaults, all or none
+  apply                       Have the daemon write, reload and notify again, without changing a setting
   modules                     Show the modules: value, stem, files, subjects, levels
-  preview                     Show the text that the daemon would write, whether it runs or not
-  status                      Show for each output what is wanted, written and running; status 0 if all is in step
-  probe                       Log a message of each severity, and say where each arrived; status 0 if it is as the settings say
+  preview                     Show what the daemon would write, whether it runs or not
+  status                      Show whether each output has what the settings ask for; exit status 0 if all do
+  probe                       Log a message of each severity and show where it arrives; exit status 0 if as the settings say
   check                       Check every stored setting, and whether a private syslog-ng starts with the generated text
-  history                     Show who changed what, the newest last
-  compare                     Show how the settings differ from those after a transaction, in a file, or the defaults
-  rollback                    Undo everything after a transaction, in a new one; prints the changes first
-  commit-confirm              Change settings now, and undo it by itself unless confirmed in time
+  history                     Show who changed what, newest last
+  compare                     Show how the settings differ from those after a transaction, from a file or the defaults
+  rollback                    Undo everything after a transaction, in a new one; print the changes first
+  commit-confirm              Change settings, and undo the change unless it is confirmed in time
   trials                      Show the changes that end by themselves, with the time that is left
-  confirm                     Make a trial's change permanent
-  abort                       End a trial now, and put back what it has changed
+  confirm                     Make the change of a trial permanent
+  abort                       End a trial now: put back what it has changed
   extend                      Let a trial end later
-  export                      Print the whole configuration as JSON: every setting that is not at its default
-  import                      Make the configuration equal to a file from export: all at once, or nothing
+  export                      Print every setting that is not at its default, as JSON
+  import                      Make the configuration equal to a file from export, all or nothing
   backup                      Copy the whole database, history included, to one file
-  restore                     Put a copy back in the database: all at once, or nothing; a running daemon follows
-  watch                       Show changes and the message bus' notifications and answers as they happen
+  restore                     Put back a copy made by backup, all or nothing; a running daemon follows
+  watch                       Show changes, and the notifications and answers of modules, as they happen
 
-)"),
-                                               ""}));
-    for (auto const* command :
-         {"show", "set", "reset", "apply", "modules", "preview", "status", "probe", "check", "history", "rollback",
-          "commit-confirm", "trials", "compare", "confirm", "abort", "extend", "export", "import", "watch"}) {
+)");
+    EXPECT_EQ(logctl.run({"--help"}), (Outcome{0, help, ""}));
+    constexpr std::string_view heading = "Subcommands:\n";
+    std::istringstream commands{help.substr(help.find(heading) + heading.size())};
+    for (std::string command, rest; commands >> command && std::getline(commands, rest);) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));
@@ -76,10 +78,10 @@ Subcommands:
     }
 }
 
-TEST(CommandLine, TheDatabasesFolderMayStandBehindTheCommand) {
+TEST(CommandLine, TheDatabaseOptionMayFollowTheCommand) {
     Logctl const logctl;
     auto const folder = logctl.database.string();
-    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug", "--database", folder}), (Outcome{0, "", ""}));
+    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug", "--database", folder}), silence);
     EXPECT_EQ(logctl.run({"show", "syslog.rsh", "--database", folder}), logctl({"show", "syslog.rsh"}));
 }
 

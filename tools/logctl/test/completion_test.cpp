@@ -41,8 +41,8 @@ printf '%s\n' "${COMPREPLY[@]}"
 TEST(Completion, OffersCommandsAndOptions) {
     EXPECT_THAT(offered("logctl "),
                 ElementsAre("abort", "apply", "backup", "check", "commit-confirm", "compare", "confirm",
-                            "export", "extend", "history", "import", "modules", "preview", "probe", "reset", "restore",
-                            "rollback", "set", "show", "status", "trials", "watch"));
+                            "export", "extend", "history", "import", "modules", "preview", "probe", "reset",
+                            "restore", "rollback", "set", "show", "status", "trials", "watch"));
     EXPECT_THAT(offered("logctl re"), ElementsAre("reset", "restore"));
     EXPECT_THAT(offered("logctl watch --"),
                 ElementsAre("--count", "--database", "--help", "--json", "--timeout", "--version"));

@@ -17,7 +17,6 @@ class Import : public testing::Test {
         return logctl(words);
     }
 
-    Outcome const silence{0, "", ""};
     Logctl logctl;
     std::filesystem::path file = logctl.scratch / "settings.json";
     std::string some =
@@ -29,7 +28,7 @@ TEST_F(Import, TakesWhatExportWrites) {
                       "syslog.file.path=/run/", "module.fsm_pon.ont.3.17=debug"}),
               silence);
     auto const exported = logctl({"export"});
-    EXPECT_EQ(exported, (Outcome{0, text(R"(
+    EXPECT_EQ(exported, printed(R"(
 {
   "version": 1,
   "settings": {
@@ -39,18 +38,16 @@ TEST_F(Import, TakesWhatExportWrites) {
     "module.fsm_pon.ont.3.17": "debug"
   }
 }
-)"),
-                                 ""}));
+)"));
     EXPECT_EQ(logctl({"reset", "*"}), silence);
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
-    EXPECT_EQ(import(exported.out, {"-v"}), (Outcome{0, text(R"(
+    EXPECT_EQ(import(exported.out, {"-v"}), printed(R"(
 syslog.file.path: /var/log/ -> /run/
 syslog.remote.1.address: 0.0.0.0 -> 10.0.0.1
 syslog.remote.1.port: 514 -> 1514
 syslog.rsh.level: debug -> notice
 module.fsm_pon.ont.3.17: notice -> debug
-)"),
-                                                     ""}));
+)"));
     EXPECT_EQ(logctl({"export"}), exported);
     EXPECT_EQ(import(exported.out, {"-v", "--changed-exit"}), silence);
 }
@@ -75,11 +72,10 @@ module.snmp.TRAP: notice -> debug
 
 TEST_F(Import, LeavesWhatTheFileDoesNotNameIfItIsToBeMerged) {
     EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
-    EXPECT_EQ(import(some, {"--merge", "-v"}), (Outcome{0, text(R"(
+    EXPECT_EQ(import(some, {"--merge", "-v"}), printed(R"(
 syslog.file.size: 1048576 -> 65536
 module.snmp.TRAP: notice -> debug
-)"),
-                                                        ""}));
+)"));
 }
 
 TEST_F(Import, OfEveryLevelOfEveryOntIsOneTransaction) {
@@ -96,51 +92,51 @@ TEST_F(Import, RefusesWhatIsNotAConfigurationAndLeavesNoTrace) {
         return R"({"version": 1, "settings": {)" + settings + "}}";
     };
     std::pair<std::string, std::string> const cases[] = {
-        {"", "no valid JSON near byte 1 (\"\")"},
+        {"", "invalid JSON near byte 1 (\"\")"},
         {"[]", "an array is not an object"},
         {"{}", "\"version\" is missing"},
         {R"({"version": 1})", "\"settings\" is missing"},
-        {R"({"version": 2, "settings": {}})", "\"version\" is the number 2, allowed is the number 1"},
+        {R"({"version": 2, "settings": {}})", "\"version\" is the number 2; it must be the number 1"},
         {R"({"version": 1, "settings": []})",
-         "\"settings\" is an array, allowed is an object of paths and values"},
+         "\"settings\" is an array; it must be an object of paths and values"},
         {R"({"version": 1, "setting": {}})",
-         "\"setting\" is not known, allowed are \"version\" and \"settings\""},
+         "unknown name \"setting\"; only \"version\" and \"settings\" are allowed"},
         {with(R"("syslog.rsh.level": "debug", "syslog.rsh.level": "info")"),
-         "\"syslog.rsh.level\" stands there twice"},
+         "\"syslog.rsh.level\" appears twice"},
         {with(R"("syslog.rsh.level": null)"),
-         "\"syslog.rsh.level\" is null, allowed is a text or a whole number"},
+         "\"syslog.rsh.level\" is null; it must be a string or a whole number"},
         {with(R"("syslog.rsh.level": 1.5)"),
-         "\"syslog.rsh.level\" is the number \"1.5\", allowed is a text or a whole number"},
+         "\"syslog.rsh.level\" is the number \"1.5\"; it must be a string or a whole number"},
         {with(R"("syslog.rsh.level": {"a": 1})"),
-         "\"syslog.rsh.level\" is an object, allowed is a text or a whole number"},
-        {with("\"syslog.rsh.level\": \"\xff\""), "no valid JSON near byte 50 (\"\\x22\\xff\")"},
+         "\"syslog.rsh.level\" is an object; it must be a string or a whole number"},
+        {with("\"syslog.rsh.level\": \"\xff\""), "invalid JSON near byte 50 (\"\\x22\\xff\")"},
         {std::string(1000, '['), "an array is not an object"},
-        {std::string(5'000'000, ' '), "more than 4194304 bytes are no configuration"},
+        {std::string(5'000'000, ' '), "a configuration has at most 4194304 bytes"},
     };
     for (auto const& [content, reason] : cases) {
-        EXPECT_EQ(import(content), (Outcome{1, "", fmt::format("logctl: {}: {}\n", file.string(), reason)}));
+        EXPECT_EQ(import(content), refused(file.string() + ": " + reason));
     }
     std::pair<std::string, std::string> const values[] = {
         {R"("syslog.rsh.level": "debug", "syslog.file.size": -1)",
-         R"(syslog.file.size: "-1" is refused, allowed is 65536 to 1073741824 bytes)"},
+         R"(syslog.file.size: "-1" is not allowed; it must be 65536 to 1073741824 bytes)"},
         {R"("syslog.rsh.level": "debug", "syslog.file.path": "/tmp/\n@include \"/etc/passwd\"\n/")",
-         R"(syslog.file.path: "/tmp/\x0a@include \x22/etc/passwd\x22\x0a/" is refused, allowed is an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"},
+         R"(syslog.file.path: "/tmp/\x0a@include \x22/etc/passwd\x22\x0a/" is not allowed; it must be an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"},
         {R"("module.snmp.trap": "debug")",
          R"("module.snmp.trap": no such setting; nearest: module.snmp.TRAP)"},
         {R"("module.logconfig.SELF": "debug")", "module.logconfig.SELF: built in and cannot be set"},
         {R"("syslog.remote.1.address": "10.0.0.1", "syslog.remote.3.address": "10.0.0.1")",
-         "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514, allowed is each address and port "
-         "once"},
+         "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514; receivers must differ in address "
+         "or port"},
     };
     for (auto const& [settings, reason] : values) {
-        EXPECT_EQ(import(with(settings)), (Outcome{1, "", fmt::format("logctl: {}\n", reason)}));
+        EXPECT_EQ(import(with(settings)), refused(reason));
     }
     EXPECT_EQ(logctl({"history", "--json"}).out, "[]\n");
     EXPECT_EQ(logctl({"import", "/no/such"}),
-              (Outcome{1, "", "logctl: /no/such: cannot be opened (No such file or directory)\n"}));
-    EXPECT_EQ(logctl({"import", "/"}), (Outcome{1, "", "logctl: /: cannot be read (Is a directory)\n"}));
+              refused("/no/such: cannot be opened (No such file or directory)"));
+    EXPECT_EQ(logctl({"import", "/"}), refused("/: cannot be read (Is a directory)"));
     EXPECT_EQ(logctl({"import", "-"}), // nothing is there
-              (Outcome{1, "", "logctl: -: no valid JSON near byte 1 (\"\")\n"}));
+              refused("-: invalid JSON near byte 1 (\"\")"));
 }
 
 } // namespace

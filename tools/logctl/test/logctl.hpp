@@ -6,9 +6,9 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include "kit/child_process.hpp"
+#include "kit/raw_database.hpp"
 #include "kit/scratch_folder.hpp"
 #include "kit/wait_until.hpp"
 #include "xpon/cfgdb/transaction.hpp"
@@ -26,6 +26,29 @@ struct Outcome {
 
 inline void PrintTo(Outcome const& outcome, std::ostream* out) {
     *out << "status " << outcome.status << "\n--- output\n" << outcome.out << "--- errors\n" << outcome.err;
+}
+
+/// Of a run that succeeds and has nothing to say.
+inline Outcome const silence{0, "", ""};
+
+/// Of a change of the board's own database that finds no daemon.
+inline Outcome const not_applied_now{0, "",
+                                     "logctl: note: the change is not applied now: log-config does not run; "
+                                     "run: systemctl start log-config\n"};
+
+/// The text without the line break that a literal begins with.
+inline std::string text(std::string_view literal) {
+    return std::string{literal.substr(1)};
+}
+
+/// Of a run that prints this.
+inline Outcome printed(std::string_view literal) {
+    return {0, text(literal), ""};
+}
+
+/// Of a run that fails for this reason.
+inline Outcome refused(std::string const& reason) {
+    return {1, "", "logctl: " + reason + "\n"};
 }
 
 /// The real program with a database of its own.
@@ -106,12 +129,17 @@ class Logctl {
     void sql(char const* statement) const { sql(statement, file); }
 
     static void sql(char const* statement, std::filesystem::path const& path) {
-        sqlite3* handle = nullptr;
-        EXPECT_EQ(sqlite3_open(path.c_str(), &handle), SQLITE_OK);
-        sqlite3_busy_timeout(handle, 20000); // a process in the background may look into it just then
-        EXPECT_EQ(sqlite3_exec(handle, statement, nullptr, nullptr, nullptr), SQLITE_OK)
-            << sqlite3_errmsg(handle);
-        sqlite3_close(handle);
+        test::RawDatabase{path, std::chrono::seconds{20}}.run(statement); // others may use it just then
+    }
+
+    /// "path=value" of every row.
+    std::vector<std::string> stored() const {
+        std::vector<std::string> all;
+        auto const rows = cfgdb::stored_settings(database).value();
+        for (auto const& row : rows) {
+            all.push_back(row.path + "=" + row.value);
+        }
+        return all;
     }
 
     /// Who signs its changes: for root the one who called it through sudo, unless the login is known.
@@ -127,11 +155,6 @@ class Logctl {
     std::filesystem::path database = scratch / "db";
     std::filesystem::path file = database / "running.db";
 };
-
-/// The text without the line break that a literal begins with.
-inline std::string text(std::string_view literal) {
-    return std::string{literal.substr(1)};
-}
 
 /// The times in a text, replaced by "TIME": the tests cannot know them.
 inline std::string without_times(std::string const& text) {

@@ -15,9 +15,7 @@ namespace xpon::logctl {
 class OperatedBoard : public test::Board {
   protected:
     void start_board() {
-        start_journald();
-        start_syslog_ng();
-        start_broker();
+        start_tools();
         start_daemon();
         // READY=1 comes before the first pass; once that has ended, terminals are followed and changes
         // delivered.

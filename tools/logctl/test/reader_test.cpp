@@ -12,7 +12,7 @@ namespace {
 class Reader : public testing::Test {
   protected:
     void SetUp() override {
-        EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), (Outcome{0, "", ""}));
+        EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
         for (auto const& file : std::filesystem::directory_iterator{logctl.database}) {
             chmod(file.path().c_str(), 0444);
         }
@@ -45,8 +45,7 @@ TEST_F(Reader, UsesEverythingThatOnlyReads) {
 }
 
 TEST_F(Reader, IsToldThatItMayNotWrite) {
-    Outcome const refused{1, "",
-                          "logctl: " + logctl.file.string() + ": cannot be written (Permission denied)\n"};
+    auto const expected = refused(logctl.file.string() + ": cannot be written (Permission denied)");
     test::write_file(logctl.scratch / "import", R"({"version": 1, "settings": {}})");
     for (Logctl::Words const& words : {Logctl::Words{"set", "syslog.rsh.level=info"},
                                        {"reset", "*"},
@@ -54,9 +53,9 @@ TEST_F(Reader, IsToldThatItMayNotWrite) {
                                        {"commit-confirm", "1", "syslog.rsh.level=info"},
                                        {"confirm", "1"},
                                        {"abort", "1"}}) {
-        EXPECT_EQ(logctl(words), refused) << words.front();
+        EXPECT_EQ(logctl(words), expected) << words.front();
     }
-    EXPECT_EQ(logctl({"rollback", "0"}).err, refused.err);
+    EXPECT_EQ(logctl({"rollback", "0"}).err, expected.err);
 }
 
 } // namespace

@@ -13,7 +13,6 @@ class Texts : public testing::Test {
   protected:
     void SetUp() override { EXPECT_EQ(logctl({"reset", "*"}), silence); }
 
-    Outcome const silence{0, "", ""};
     Logctl logctl;
 };
 
@@ -23,7 +22,7 @@ TEST_F(Texts, EveryModuleIsListedWithItsFilesLevelsAndSubjects) {
 
 TEST_F(Texts, AModuleIsShownByNameStemOrValue) {
     EXPECT_EQ(logctl({"set", "module.switch.IPC=debug"}), silence);
-    Outcome const expected{0, text(R"(
+    auto const expected = printed(R"(
 name    switch
 value   16
 stem    SWITCH
@@ -36,12 +35,11 @@ IPC      debug
 CFGDB    notice
 PORT     notice
 1LAYER   notice
-)"),
-                           ""};
+)");
     EXPECT_EQ(logctl({"modules", "switch"}), expected);
     EXPECT_EQ(logctl({"modules", "SWITCH"}), expected);
     EXPECT_EQ(logctl({"modules", "16"}), expected);
-    EXPECT_EQ(logctl({"modules", "watchdog"}), (Outcome{0, text(R"(
+    EXPECT_EQ(logctl({"modules", "watchdog"}), printed(R"(
 name    watchdog
 value   22
 stem    WATCHDOG
@@ -50,12 +48,11 @@ levels  built in
 
 SUBJECT  LEVEL
 SELF     notice
-)"),
-                                                        ""}));
+)"));
 }
 
 TEST_F(Texts, ModulesAreObjectsOnRequest) {
-    EXPECT_EQ(logctl({"modules", "--json", "sessionmgr"}), (Outcome{0, text(R"(
+    EXPECT_EQ(logctl({"modules", "--json", "sessionmgr"}), printed(R"(
 [
   {
     "name": "sessionmgr",
@@ -71,8 +68,7 @@ TEST_F(Texts, ModulesAreObjectsOnRequest) {
     }
   }
 ]
-)"),
-                                                                    ""}));
+)"));
 }
 
 TEST_F(Texts, UnknownModulesAndOutputsAreRefusedWithTheNearest) {
@@ -90,7 +86,7 @@ TEST_F(Texts, UnknownModulesAndOutputsAreRefusedWithTheNearest) {
          "AAA-CONFIG.conf, NETSERVE.conf"},
     };
     for (auto const& [words, reason] : cases) {
-        EXPECT_EQ(logctl(words), (Outcome{1, "", "logctl: " + reason + "\n"}));
+        EXPECT_EQ(logctl(words), refused(reason));
     }
 }
 
@@ -113,12 +109,11 @@ NETSERVE_IPC.=FATAL >syslog, LOG_LOCAL0; for_fatal
 TEST_F(Texts, AStoredValueThatIsNotAllowedIsNamed) {
     EXPECT_EQ(logctl({"set", "module.netserve.IPC=critical"}), silence);
     logctl.sql("UPDATE setting SET value = 99");
-    Outcome const refused{
-        1, "",
-        "logctl: module.netserve.IPC: 99 is stored, allowed is critical, error, warning, notice, info or "
-        "debug (0 to 5)\n"};
-    EXPECT_EQ(logctl({"preview", "NETSERVE"}), refused);
-    EXPECT_EQ(logctl({"export"}), refused);
+    auto const expected =
+        refused("module.netserve.IPC: 99 is stored, but it must be critical, error, warning, notice, info or "
+                "debug (0 to 5)");
+    EXPECT_EQ(logctl({"preview", "NETSERVE"}), expected);
+    EXPECT_EQ(logctl({"export"}), expected);
 }
 
 } // namespace

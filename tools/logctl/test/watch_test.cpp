@@ -12,7 +12,6 @@ class DatabaseWatch : public testing::Test {
   protected:
     void SetUp() override { EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence); }
 
-    Outcome const silence{0, "", ""};
     Logctl logctl;
     std::string watching = "logctl: watching " + logctl.database.string() + "\n";
 };
@@ -74,9 +73,8 @@ TEST_F(DatabaseWatch, EndsWithStatusZeroAtCtrlC) {
 
 TEST(Watch, OfNoDatabaseIsAFailure) {
     Logctl const logctl;
-    EXPECT_EQ(logctl({"watch"}), (Outcome{1, "",
-                                          "logctl: " + logctl.file.string() +
-                                              ": cannot be opened (No such file or directory)\n"}));
+    EXPECT_EQ(logctl({"watch"}),
+              refused(logctl.file.string() + ": cannot be opened (No such file or directory)"));
 }
 
 } // namespace

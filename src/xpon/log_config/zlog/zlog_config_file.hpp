@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "xpon/config_writer/i_config_writer.hpp"

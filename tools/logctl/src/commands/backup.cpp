@@ -24,7 +24,7 @@ Action file_command(Arguments& arguments, char const* help, Copy copy) {
 } // namespace
 
 Action backup_command(Arguments& arguments) {
-    return file_command(arguments, "Where to; a file of that name is replaced", cfgdb::backup);
+    return file_command(arguments, "The copy; an existing file is replaced", cfgdb::backup);
 }
 
 Action restore_command(Arguments& arguments) {

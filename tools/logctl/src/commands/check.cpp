@@ -40,8 +40,7 @@ void look_at_rows(std::vector<cfgdb::StoredSetting> const& rows, std::vector<Pro
         if (row.setting == nullptr) {
             problems.push_back({cfgdb::printable(row.path), "no such setting, the daemon ignores it"});
         } else if (!row.allowed) {
-            problems.push_back({row.path, fmt::format("{} is stored, allowed is {}", row.value,
-                                                      cfgdb::allowed(row.setting->kind))});
+            problems.push_back({row.path, cfgdb::wrongly_stored(row.value, row.setting->kind)});
         }
     }
 }
@@ -59,8 +58,9 @@ void look_at_receivers(StoredValues const& stored, std::vector<Problem>& problem
             problems.push_back({path + ".address", *flaw});
         }
         if (auto const [other, is_new] = known.try_emplace({address, port}, path); !is_new) {
-            problems.push_back({path, fmt::format("{} port {}, as {}; allowed is each address and port once",
-                                                  address, port, other->second)});
+            problems.push_back(
+                {path, fmt::format("{} port {}, as {}; receivers must differ in address or port", address,
+                                   port, other->second)});
         }
     }
 }
@@ -90,13 +90,12 @@ core::Result<Findings> look(Context const& context, bool mends) {
     if (auto const problem = log_folder_problem(stored)) {
         findings.settings.push_back(
             {"syslog.file.path",
-             *problem + "; use a folder that root alone may write: logctl set syslog.file.path=FOLDER"});
+             *problem + "; use a folder that only root can write to: logctl set syslog.file.path=FOLDER"});
     }
     OUTCOME_TRY(wanted, Wanted::open(context));
     auto const text = wanted.text(log_config::syslog_ng_output());
-    findings.dry_run = text.has_value()
-                           ? try_syslog_ng(text.value())
-                           : DryRun{DryRun::Outcome::NotDone, "there is no text with these settings"};
+    findings.dry_run = text.has_value() ? try_syslog_ng(text.value())
+                                        : DryRun{DryRun::Outcome::NotDone, "these settings give no text"};
     return findings;
 }
 
@@ -174,9 +173,8 @@ core::Result<int> check(Context const& context, Options const& options) {
 Action check_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({"--json", "Print one JSON object"}, options->json);
-    arguments.add(
-        {"--mend", "Give the group xpon what it needs of the database's folder and files, and say so"},
-        options->mend);
+    arguments.add({"--mend", "As root: give the group xpon the access to the database that it needs"},
+                  options->mend);
     return [options](Context const& context) { return check(context, *options); };
 }
 

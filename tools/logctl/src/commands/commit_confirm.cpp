@@ -27,7 +27,7 @@ core::Result<std::int64_t> seconds_of(std::string const& minutes) {
     auto const number = number_in<double>(minutes);
     if (!number || !(*number > 0 && *number <= longest)) {
         return core::fail(core::Error::InvalidInputArg,
-                          "{} is refused, allowed are more than 0 and up to {} minutes",
+                          "{} is not allowed; it must be more than 0 and at most {} minutes",
                           cfgdb::printable(minutes), longest);
     }
     return seconds_in(minutes + "m");

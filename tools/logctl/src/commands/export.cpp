@@ -1,4 +1,3 @@
-#include <memory>
 
 #include <fmt/format.h>
 
@@ -21,8 +20,8 @@ core::Result<int> export_settings(Context const& context) {
             continue;
         }
         if (!found->allowed) {
-            return core::fail(core::Error::InvalidState, "{}: {} is stored, allowed is {}", setting.path,
-                              found->value, cfgdb::allowed(setting.kind));
+            return core::fail(core::Error::InvalidState, "{}: {}", setting.path,
+                              cfgdb::wrongly_stored(found->value, setting.kind));
         }
         assignments.emplace_back(setting.path, found->value);
     }

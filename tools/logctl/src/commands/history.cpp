@@ -46,10 +46,11 @@ core::Result<std::int64_t> time_in(std::string const& text) {
             return timegm(&time);
         }
     }
-    return core::fail(core::Error::InvalidInputArg,
-                      "{} is refused, allowed is a time ago such as 30m, 2h or 7d, or a time of UTC such as "
-                      "2024-05-31 or 2024-05-31T08:15:00Z",
-                      cfgdb::printable(text));
+    return core::fail(
+        core::Error::InvalidInputArg,
+        "{} is not allowed; it must be a time ago such as 30m, 2h or 7d, or a time of UTC such as "
+        "2024-05-31 or 2024-05-31T08:15:00Z",
+        cfgdb::printable(text));
 }
 
 core::Result<std::vector<PastTransaction>> select(Context const& context, Options const& options) {

@@ -33,11 +33,9 @@ core::Result<int> import(Context const& context, Options const& options) {
 
 Action import_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    arguments.add({.name = "FILE", .help = "The file, - for standard input", .required = true},
+    arguments.add({.name = "FILE", .help = "The file; - is the standard input", .required = true},
                   options->file);
-    arguments.add(
-        {"--merge", "Leave the settings that the file does not name as they are, not at their defaults"},
-        options->merge);
+    arguments.add({"--merge", "Leave the settings that the file does not name as they are"}, options->merge);
     add_change_options(arguments, *options);
     return [options](Context const& context) { return import(context, *options); };
 }

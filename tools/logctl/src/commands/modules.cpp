@@ -198,7 +198,7 @@ core::Result<int> modules(Context const& context, Options const& options) {
 
 Action modules_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    arguments.add({"NAME", "One module, by its name, stem or value; all if none is given"}, options->name);
+    arguments.add({"NAME", "A module's name, stem or value; all modules if none is given"}, options->name);
     arguments.add({"--json", "Print an array of JSON objects"}, options->json);
     return [options](Context const& context) { return modules(context, *options); };
 }

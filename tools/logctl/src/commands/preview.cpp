@@ -45,11 +45,11 @@ core::Result<int> preview(Context const& context, Options const& options) {
 Action preview_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({.name = "FILE",
-                   .help = "A zlog file such as SNMP.conf, kernel, or syslog-ng with the terminals that it "
-                           "has an output for now",
+                   .help = "A zlog file such as SNMP.conf, kernel, or syslog-ng (with the terminals that "
+                           "its file on disk has now)",
                    .required = true},
                   options->file);
-    arguments.add({"--diff", "Show how it differs from the file on the disk"}, options->diff);
+    arguments.add({"--diff", "Compare it with the file on disk"}, options->diff);
     return [options](Context const& context) { return preview(context, *options); };
 }
 

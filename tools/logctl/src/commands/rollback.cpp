@@ -35,7 +35,7 @@ core::Result<int> rollback(Context const& context, Options options) {
     }
     OUTCOME_TRY(done, transaction.commit(context.database));
     if (done.size() != planned.size()) {
-        tell(fmt::format("{} of these settings were changed by somebody else meanwhile and stay",
+        tell(fmt::format("{} of these settings keep their values: somebody else has changed them since",
                          planned.size() - done.size()));
     }
     return finish(transaction.fields(), !done.empty(), context, options);
@@ -46,7 +46,7 @@ core::Result<int> rollback(Context const& context, Options options) {
 Action rollback_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({.name = "NUMBER",
-                   .help = "The last transaction of the history that stays; 0 for none",
+                   .help = "The last transaction to keep, as history numbers it; 0 keeps none",
                    .required = true},
                   options->number);
     add_change_options(arguments, *options);

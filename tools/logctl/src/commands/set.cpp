@@ -30,7 +30,7 @@ Action set_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({.name = "PATH=VALUE",
                    .help = "Such as syslog.file.level=debug, module.snmp.*=warning or "
-                           "module.fsm_pon.ont.3.1-16=debug; of two values for one setting the later counts",
+                           "module.fsm_pon.ont.3.1-16=debug; the last value given for a setting wins",
                    .required = true},
                   options->assignments);
     arguments.verify([options] { return complaint_about(options->assignments); });

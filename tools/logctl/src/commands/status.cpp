@@ -68,7 +68,8 @@ core::Result<int> status(Context const& context, Options const& options) {
 Action status_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({"--json", "Print one JSON object"}, options->json);
-    arguments.add({"--watch", "Show it until interrupted, and repaint it when it changes"}, options->watch);
+    arguments.add({"--watch", "Keep it on the terminal until interrupted, and repaint it when it changes"},
+                  options->watch);
     return [options](Context const& context) { return status(context, *options); };
 }
 

@@ -118,7 +118,7 @@ core::Result<int> extend(Context const& context, Extension const& wanted) {
     auto const trial = std::ranges::find(pending, wanted.number, &Trial::number);
     auto const left = trial == pending.end() ? 0 : trial->terms.end.left();
     if (left + more > longest_trial) {
-        return fail(Error::InvalidInputArg, "trial {} would end in {}, allowed are up to {}", wanted.number,
+        return fail(Error::InvalidInputArg, "trial {} would end in {}, it can last at most {}", wanted.number,
                     duration_text(left + more), duration_text(longest_trial));
     }
     auto const end = cfgdb::BootInstant::in(left + more);

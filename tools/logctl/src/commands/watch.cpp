@@ -240,10 +240,10 @@ class Watch {
 Action watch_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({"--json", "Print one JSON object per line"}, options->json);
-    arguments.add({.name = "--count", .help = "End after so many lines", .type = "N", .range = {{1, 1e9}}},
+    arguments.add({.name = "--count", .help = "End after N lines", .type = "N", .range = {{1, 1e9}}},
                   options->count);
     arguments.add({.name = "--timeout",
-                   .help = "End after so many seconds; with --count, fail if there were fewer lines by then",
+                   .help = "End after this time; with --count, fail if there were fewer lines",
                    .type = "SECONDS",
                    .range = {{0, 1e6}}},
                   options->timeout);

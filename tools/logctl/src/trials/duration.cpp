@@ -32,7 +32,7 @@ core::Result<std::int64_t> seconds_in(std::string_view text, std::int64_t longes
         }
     }
     return core::fail(core::Error::InvalidInputArg,
-                      "{} is refused, allowed is a time such as 90s, 30m, 2h or 7d, up to {}d",
+                      "{} is not allowed; it must be a time such as 90s, 30m, 2h or 7d, up to {}d",
                       cfgdb::printable(text), longest / units->seconds);
 }
 

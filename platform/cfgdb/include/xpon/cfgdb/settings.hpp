@@ -59,8 +59,14 @@ core::Result<Value> parse(Setting const& setting, std::string_view text);
 /// Whether the value may be stored for a setting of this kind.
 bool is_allowed(Kind kind, Value const& value);
 
-/// What is allowed, in words.
+/// What is allowed, in words that follow "it must be".
 std::string_view allowed(Kind kind);
+
+/// "12 is not allowed; it must be 65536 to 1073741824 bytes".
+std::string not_allowed(std::string_view value, std::string_view allowed);
+
+/// "12 is stored, but it must be 65536 to 1073741824 bytes".
+std::string wrongly_stored(std::string_view value, Kind kind);
 
 /// A value as an operator writes it: an allowed level by name.
 std::string to_text(Kind kind, Value const& value);
