@@ -48,8 +48,9 @@ int start(Program program, pid_t& pid) {
     posix_spawnattr_setsigmask(&attributes, &signals);
     posix_spawnattr_setpgroup(&attributes, 0);
     int const group = program.own_group ? POSIX_SPAWN_SETPGROUP : 0;
-    posix_spawnattr_setflags(&attributes,
-                             static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | group));
+    int const session = program.own_session ? POSIX_SPAWN_SETSID : 0;
+    posix_spawnattr_setflags(
+        &attributes, static_cast<short>(POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | group | session));
 
     if (error == 0) {
         error = posix_spawnp(&pid, program.argv.at(0).c_str(), &actions, &attributes,

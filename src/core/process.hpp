@@ -17,7 +17,8 @@ struct Program {
     std::vector<std::string> environment; ///< "NAME=value" each, and nothing else
     /// The descriptors that become its standard input, output and error.
     std::array<int, 3> streams{STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO};
-    bool own_group = false; ///< it leads a new process group
+    bool own_group = false;   ///< it leads a new process group
+    bool own_session = false; ///< it leads a new session, without a terminal
 };
 
 /// Starts a program. Returns 0, or the error number of what went wrong.

@@ -6,9 +6,9 @@
 
 #include <sys/stat.h>
 
-#include "core/failure.hpp"
+#include <fmt/format.h>
+
 #include "core/reason.hpp"
-#include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::cfgdb {
 
@@ -68,21 +68,6 @@ std::optional<std::string> log_folder_flaw(std::filesystem::path const& folder) 
         here = next == ".." ? here.parent_path() : next.empty() || next == "." ? here : here / next;
     }
     return fmt::format("{}: too many links", folder.string());
-}
-
-core::Result<void> check_log_folder(Change const& change) {
-    if (change.setting->kind != Kind::Folder) {
-        return core::success();
-    }
-    if (auto const flaw = log_folder_flaw(change.new_value)) {
-        return core::fail(core::Error::InvalidInputArg,
-                          "{}: {}, such as {}: {}, and whoever can replace a file there decides what "
-                          "syslog-ng writes to as root",
-                          change.setting->path,
-                          not_allowed(printable(change.new_value), "a folder that only root can write to"),
-                          to_text(change.setting->kind, change.setting->default_value), *flaw);
-    }
-    return core::success();
 }
 
 } // namespace xpon::cfgdb

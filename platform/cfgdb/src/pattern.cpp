@@ -17,8 +17,10 @@ namespace {
 using core::Error;
 using core::fail;
 
-// Nobody writes longer ones, and the cost of every search grows with the length.
-constexpr std::size_t longest_pattern = 200;
+// A list of every other ONT fits.
+constexpr std::size_t longest_pattern = 1000;
+// Nobody mistypes longer ones, and the cost of the search for the nearest grows with the length.
+constexpr std::size_t longest_to_search = 200;
 
 using Parts = std::vector<std::string_view>;
 
@@ -48,19 +50,28 @@ struct Numbers {
     unsigned high;
 };
 
-/// "7" or "3-16".
-std::optional<Numbers> numbers_in(std::string_view text) {
-    auto const dash = text.find('-');
-    auto const low = path_number(text.substr(0, dash));
-    auto const high = dash == std::string_view::npos ? low : path_number(text.substr(dash + 1));
-    return low && high ? std::optional{Numbers{*low, *high}} : std::nullopt;
+/// "7", "3-16" or a list of such, as in "1-16,18"; empty for anything else.
+std::vector<Numbers> numbers_in(std::string_view text) {
+    std::vector<Numbers> all;
+    for (std::size_t begin = 0, end = 0; end != std::string_view::npos; begin = end + 1) {
+        end = text.find(',', begin);
+        auto const part = text.substr(begin, end - begin);
+        auto const dash = part.find('-');
+        auto const low = path_number(part.substr(0, dash));
+        auto const high = dash == std::string_view::npos ? low : path_number(part.substr(dash + 1));
+        if (!low || !high) {
+            return {};
+        }
+        all.push_back({*low, *high});
+    }
+    return all;
 }
 
 /// One component of a pattern: `*`, numbers, or the name that `text` is.
 struct Component {
     std::string_view text;
     bool any;
-    std::optional<Numbers> numbers;
+    std::vector<Numbers> numbers;
 
     explicit Component(std::string_view component)
       : text{component}
@@ -69,7 +80,7 @@ struct Component {
 
     /// Whether a path's component can match. The bounds of numbers are checked later.
     bool accepts(std::string_view part) const {
-        return any || (numbers ? path_number(part).has_value() : part == text);
+        return any || (numbers.empty() ? part == text : path_number(part).has_value());
     }
 };
 
@@ -167,7 +178,7 @@ std::vector<std::string> nearest_paths(std::string_view text) {
 }
 
 core::ErrorPayload unknown(std::string_view text) {
-    auto const near = text.size() > longest_pattern ? std::vector<std::string>{} : nearest_paths(text);
+    auto const near = text.size() > longest_to_search ? std::vector<std::string>{} : nearest_paths(text);
     return fail(Error::InvalidInputArg, "{}: no such setting; {}", printable(text),
                 near.empty() ? "all begin with \"syslog.\" or \"module.\""
                              : fmt::format("nearest: {}", fmt::join(near, ", ")));
@@ -188,18 +199,21 @@ core::Result<std::vector<Setting const*>> expand(std::string_view pattern) {
         return unknown(pattern);
     }
     for (std::size_t i = 0; i < components.size(); ++i) {
-        auto const wanted = components[i].numbers;
-        if (!wanted) {
+        auto const& wanted = components[i].numbers;
+        if (wanted.empty()) {
             continue;
         }
         auto const existing = existing_numbers(candidates, i);
-        if (wanted->low > wanted->high || wanted->low < existing.low || wanted->high > existing.high) {
+        if (std::ranges::any_of(wanted, [&](Numbers const& part) {
+                return part.low > part.high || part.low < existing.low || part.high > existing.high;
+            })) {
             return fail(Error::InvalidInputArg, "{}: {} is not within {}-{}", printable(pattern),
                         components[i].text, existing.low, existing.high);
         }
         std::erase_if(candidates, [&](Setting const* candidate) {
             auto const number = number_at(*candidate, i);
-            return number < wanted->low || number > wanted->high;
+            return std::ranges::none_of(
+                wanted, [=](Numbers const& part) { return number >= part.low && number <= part.high; });
         });
     }
     return candidates;

@@ -9,7 +9,9 @@ namespace xpon::cfgdb {
 core::Result<std::unique_ptr<Session>> Session::begin(std::filesystem::path const& folder) {
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Write));
     OUTCOME_TRY(store->unshared().execute("BEGIN IMMEDIATE"));
-    return std::unique_ptr<Session>{new Session{std::move(store), folder}};
+    std::unique_ptr<Session> session{new Session{std::move(store), folder}};
+    OUTCOME_TRY(add_what_is_missing(session->connection()));
+    return session;
 }
 
 Session::Session(std::shared_ptr<Store> opened, std::filesystem::path in_folder)

@@ -25,7 +25,10 @@ class Session {
 
     /// Opens the doorbell: from now on even a process that is killed rings it.
     core::Result<void> prepare_to_write();
-    core::Result<void> commit() const { return connection().execute("COMMIT"); }
+    /// Nothing to do if nothing was prepared.
+    core::Result<void> commit() const {
+        return doorbell ? connection().execute("COMMIT") : core::Result<void>{core::success()};
+    }
 
   private:
     Session(std::shared_ptr<Store> opened, std::filesystem::path in_folder);

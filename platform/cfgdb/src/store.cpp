@@ -19,8 +19,24 @@ constexpr std::int64_t application_id = 0x58504C43; // "XPLC" in the file's head
 constexpr std::int64_t schema_version = 1;
 constexpr char const* schema_cookie = "PRAGMA schema_version"; // of the file, by SQLite itself
 
-constexpr char const* trial_table = "CREATE TABLE IF NOT EXISTS trial(number INTEGER PRIMARY KEY, "
-                                    "boot TEXT NOT NULL, until INTEGER NOT NULL, author TEXT NOT NULL)";
+// What came after the first release. Older programs know none of it and go on working, so the version stays.
+// The table `trial` is theirs; a trial that is pending there is taken over.
+constexpr char const* additions = R"(
+    CREATE TABLE IF NOT EXISTS transaction_note(number INTEGER PRIMARY KEY, kind TEXT NOT NULL,
+                                                account TEXT NOT NULL, comment TEXT NOT NULL);
+    CREATE TABLE IF NOT EXISTS on_trial(path TEXT PRIMARY KEY, number INTEGER NOT NULL,
+                                        back TEXT NOT NULL) WITHOUT ROWID;
+    CREATE TABLE IF NOT EXISTS trial(number INTEGER PRIMARY KEY, boot TEXT NOT NULL, until INTEGER NOT NULL,
+                                     author TEXT NOT NULL);
+    INSERT OR IGNORE INTO on_trial SELECT path, number, old FROM history WHERE number IN (SELECT number FROM trial)
+        AND path NOT IN (SELECT path FROM history WHERE number > (SELECT max(number) FROM trial));
+    CREATE TABLE IF NOT EXISTS pending(number INTEGER PRIMARY KEY, boot TEXT NOT NULL, until INTEGER NOT NULL,
+                                       author TEXT NOT NULL, temporary INTEGER NOT NULL, timer TEXT NOT NULL);
+    INSERT OR IGNORE INTO pending SELECT number, boot, until, author, 0, '' FROM trial
+        WHERE number IN (SELECT number FROM on_trial);
+    DROP TABLE trial;
+)";
+constexpr char const* newest_table = "pending";
 
 // A setting has a row only while it differs from its default. The column has no type: a value of a wrong type
 // is then noticed and not converted. AUTOINCREMENT: a number of the journal is never used twice, even if the
@@ -36,10 +52,10 @@ std::string schema() {
     CREATE TABLE history(entry INTEGER PRIMARY KEY, number INTEGER NOT NULL, at INTEGER NOT NULL,
                          author TEXT NOT NULL, path TEXT NOT NULL, old TEXT NOT NULL, new TEXT NOT NULL);
     CREATE INDEX history_by_number ON history(number);
-    {};
+    {}
     COMMIT;
 )",
-                       application_id, schema_version, trial_table);
+                       application_id, schema_version, additions);
 }
 
 core::Result<void> fill_new_database(std::filesystem::path const& file) {
@@ -78,6 +94,21 @@ core::Result<void> make_database(std::filesystem::path const& folder) {
     remove_log(path);
     OUTCOME_TRY(make_file(path, fill_new_database));
     return make_doorbell(folder);
+}
+
+core::Result<bool> has_table(Connection const& connection, std::string_view name) {
+    OUTCOME_TRY(search, connection.prepare("SELECT 1 FROM sqlite_schema WHERE type = 'table' AND name = ?1"));
+    auto rows = search.run(name);
+    bool const found = rows.next();
+    if (!found) {
+        OUTCOME_TRY(connection.check_end(rows));
+    }
+    return found;
+}
+
+core::Result<void> add_what_is_missing(Connection const& connection) {
+    OUTCOME_TRY(up_to_date, has_table(connection, newest_table));
+    return up_to_date ? core::success() : connection.execute(additions);
 }
 
 core::Result<void> check_schema(Connection const& connection) {
@@ -121,8 +152,6 @@ core::Result<void> settle_as_writer(Connection const& connection) {
     // into a database file that is restored from a copy.
     OUTCOME_TRY(connection.execute(
         "PRAGMA journal_mode = WAL; PRAGMA synchronous = FULL; PRAGMA journal_size_limit = 1048576"));
-    // A database of the first release does not have this table.
-    OUTCOME_TRY(connection.execute(trial_table));
     connection.empty_log_at_close(true);
     return core::success();
 }

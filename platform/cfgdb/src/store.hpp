@@ -51,6 +51,11 @@ struct Journal {
 /// Creates folder, database and doorbell if there is no database.
 core::Result<void> make_database(std::filesystem::path const& folder);
 
+core::Result<bool> has_table(Connection const& connection, std::string_view name);
+
+/// Adds the tables that an older database does not have, within the caller's transaction.
+core::Result<void> add_what_is_missing(Connection const& connection);
+
 /// Fails unless the file is a configuration database of a schema version that this program knows and contains
 /// only tables: a view in place of a table may never end, and a trigger could do anything at a change.
 core::Result<void> check_schema(Connection const& connection);

@@ -2,7 +2,9 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <ranges>
+#include <set>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -10,7 +12,7 @@
 #include "core/failure.hpp"
 #include "record.hpp"
 #include "session.hpp"
-#include "xpon/cfgdb/log_folder.hpp"
+#include "xpon/cfgdb/usable.hpp"
 
 namespace xpon::cfgdb {
 
@@ -49,13 +51,14 @@ std::string current_text(Setting const& setting, StoredRows const& stored) {
     return row == stored.end() ? to_text(setting.kind, setting.default_value) : row->second.text;
 }
 
-std::vector<Change> differences(Wanted const& wanted, StoredRows const& stored) {
+std::vector<Change> differences(Wanted const& wanted, StoredRows const& stored,
+                                std::set<std::string> const& on_trial) {
     std::vector<Change> changes;
     for (auto const& [setting, value] : wanted) {
         auto const row = stored.find(setting);
         bool const same = row == stored.end() ? value == setting->default_value
                                               : value != setting->default_value && row->second.value == value;
-        if (!same) {
+        if (!same || on_trial.contains(setting->path)) {
             changes.push_back({setting, current_text(*setting, stored), to_text(setting->kind, value)});
         }
     }
@@ -90,21 +93,36 @@ core::Result<void> check_receivers(std::vector<Change> const& changes, Wanted co
     return core::success();
 }
 
-/// The values that some settings must still have to be changed.
-using OnlyFrom = std::map<Setting const*, std::string>;
+core::Result<std::set<std::string>> paths_on_trial(Connection const& connection) {
+    std::set<std::string> paths;
+    OUTCOME_TRY(there, has_table(connection, "on_trial"));
+    if (there) {
+        OUTCOME_TRY(statement, connection.prepare("SELECT path FROM on_trial"));
+        auto rows = statement.run();
+        while (rows.next()) {
+            paths.emplace(rows.text(0));
+        }
+        OUTCOME_TRY(connection.check_end(rows));
+    }
+    return paths;
+}
 
-core::Result<std::vector<Change>> plan(Wanted const& wanted, OnlyFrom const& only_from,
-                                       Connection const& connection) {
+/// The settings that get an earlier value, and the value that some of them must still have for it.
+using Earlier = std::map<Setting const*, std::optional<std::string>>;
+
+core::Result<std::vector<Change>> planned(Wanted const& wanted, Earlier const& earlier,
+                                          Connection const& connection) {
     OUTCOME_TRY(stored, stored_rows(connection));
-    auto changes = differences(wanted, stored);
-    std::erase_if(changes, [&only_from](auto const& change) {
-        auto const from = only_from.find(change.setting);
-        return from != only_from.end() && from->second != change.old_value;
+    OUTCOME_TRY(on_trial, paths_on_trial(connection));
+    auto changes = differences(wanted, stored, on_trial);
+    std::erase_if(changes, [&earlier](auto const& change) {
+        auto const found = earlier.find(change.setting);
+        return found != earlier.end() && found->second && *found->second != change.old_value;
     });
     OUTCOME_TRY(check_receivers(changes, wanted, stored));
     for (auto const& change : changes) {
-        if (!only_from.contains(change.setting)) { // an earlier value can always be put back
-            OUTCOME_TRY(check_log_folder(change));
+        if (!earlier.contains(change.setting)) { // it can always be put back
+            OUTCOME_TRY(check_usable(change));
         }
     }
     return changes;
@@ -115,6 +133,7 @@ core::Result<void> write_settings(Connection const& connection, Wanted const& wa
     OUTCOME_TRY(store, connection.prepare("INSERT INTO setting(path, value) VALUES(?1, ?2) ON CONFLICT(path) "
                                           "DO UPDATE SET value = excluded.value"));
     OUTCOME_TRY(remove, connection.prepare("DELETE FROM setting WHERE path = ?1"));
+    OUTCOME_TRY(leave, connection.prepare("DELETE FROM on_trial WHERE path = ?1"));
     for (auto const& change : changes) {
         auto const& value = wanted.at(change.setting);
         std::string_view const path = change.setting->path;
@@ -123,19 +142,20 @@ core::Result<void> write_settings(Connection const& connection, Wanted const& wa
         } else {
             OUTCOME_TRY(connection.change(store, path, value));
         }
+        OUTCOME_TRY(connection.change(leave, path));
     }
-    return core::success();
+    // A trial without settings is over.
+    return connection.execute("DELETE FROM pending WHERE number NOT IN (SELECT number FROM on_trial)");
 }
 
-// The journal keeps its last 10 000 entries. The history keeps its last 1000 transactions, and always a
-// pending trial and everything after it. A commit drops at most the oldest 1000 entries and 16 transactions,
+// The journal keeps its last 10 000 entries, the history its last 1000 transactions. A commit drops at most the oldest 1000 entries and 16 transactions,
 // so its cost does not depend on the size of the database. Each deletion is one range of a key.
 constexpr char const* prune = R"(
     DELETE FROM journal WHERE sequence <= min((SELECT max(sequence) FROM journal) - 10000,
                                               (SELECT min(sequence) FROM journal) + 999);
     DELETE FROM history WHERE number <= min((SELECT max(number) FROM history) - 1000,
-                                            (SELECT min(number) FROM history) + 15,
-                                            (SELECT ifnull(min(number), 1 << 62) FROM trial) - 1);
+                                            (SELECT min(number) FROM history) + 15);
+    DELETE FROM transaction_note WHERE number < (SELECT min(number) FROM history);
 )";
 
 /// Settings come in the order of their table, where those of one field stand together.
@@ -154,8 +174,15 @@ core::Result<void> enter_in_journal(Connection const& connection, std::span<std:
     return core::success();
 }
 
+std::string name_of(uid_t user) {
+    auto const* const entry = getpwuid(user);
+    return entry != nullptr ? entry->pw_name : fmt::format("uid {}", user);
+}
+
+constexpr std::int64_t nobody_has_logged_in = 4294967295; // as the kernel says it: a service, or no session
+
 core::Result<void> record_changes(Connection const& connection, std::vector<Change> const& changes,
-                                  std::string_view author) {
+                                  std::string_view author, std::string_view kind, std::string_view comment) {
     OUTCOME_TRY(remember, connection.prepare("INSERT INTO history(number, at, author, path, old, new) "
                                              "VALUES(?1, ?2, ?3, ?4, ?5, ?6)"));
     OUTCOME_TRY(newest, connection.number("SELECT max(number) FROM history"));
@@ -167,18 +194,46 @@ core::Result<void> record_changes(Connection const& connection, std::vector<Chan
                                       std::string_view{old_value}, std::string_view{new_value}));
     }
     OUTCOME_TRY(enter_in_journal(connection, fields));
+    OUTCOME_TRY(describe, connection.prepare("INSERT OR REPLACE INTO transaction_note(number, kind, account, "
+                                             "comment) VALUES(?1, ?2, ?3, ?4)"));
+    auto const accounts = Caller::current().accounts();
+    OUTCOME_TRY(connection.change(describe, newest + 1, kind, std::string_view{accounts}, comment));
     return connection.execute(prune);
 }
 
 } // namespace
 
-std::string current_author() {
-    auto const user = getuid();
-    if (char const* const caller = std::getenv("SUDO_USER"); user == 0 && caller != nullptr) {
-        return caller;
+Caller Caller::current() {
+    Caller caller;
+    caller.user = name_of(getuid());
+    std::int64_t login = -1;
+    if (std::ifstream{"/proc/self/loginuid"} >> login && login >= 0 && login < nobody_has_logged_in) {
+        caller.login = name_of(static_cast<uid_t>(login));
     }
-    auto const* const entry = getpwuid(user);
-    return entry != nullptr ? entry->pw_name : fmt::format("uid {}", user);
+    // Root alone is believed: anybody else may have written it.
+    if (char const* const name = std::getenv("SUDO_USER"); getuid() == 0 && name != nullptr) {
+        caller.by_sudo = name;
+    }
+    return caller;
+}
+
+std::string Caller::author() const {
+    return !login.empty() ? login : !by_sudo.empty() ? by_sudo : user;
+}
+
+std::string Caller::accounts() const {
+    std::string used;
+    auto const person = author();
+    for (auto const& account : {by_sudo, user}) {
+        if (!account.empty() && account != person) {
+            used += (used.empty() ? "" : ", ") + account;
+        }
+    }
+    return used;
+}
+
+std::string current_author() {
+    return Caller::current().author();
 }
 
 core::Result<void> Transaction::set(std::string_view pattern, std::string_view value) {
@@ -191,7 +246,7 @@ core::Result<void> Transaction::set(std::string_view pattern, std::string_view v
     }
     for (std::size_t i = 0; i < found.size(); ++i) {
         wanted.insert_or_assign(found[i], std::move(values[i]));
-        only_from.erase(found[i]);
+        earlier.erase(found[i]);
     }
     return core::success();
 }
@@ -200,31 +255,44 @@ core::Result<void> Transaction::reset(std::string_view pattern) {
     OUTCOME_TRY(found, settable(pattern));
     for (auto const* setting : found) {
         wanted.insert_or_assign(setting, setting->default_value);
-        only_from.erase(setting);
+        earlier.erase(setting);
     }
     return core::success();
 }
 
 core::Result<void> Transaction::put_back(std::string_view path, std::string_view from, std::string_view to) {
+    return put_back_from(path, std::string{from}, to);
+}
+
+core::Result<void> Transaction::put_back(std::string_view path, std::string_view to) {
+    return put_back_from(path, std::nullopt, to);
+}
+
+core::Result<void> Transaction::put_back_from(std::string_view path, std::optional<std::string> from,
+                                              std::string_view to) {
     OUTCOME_TRY(set(path, to));
     OUTCOME_TRY(found, settable(path));
     for (auto const* setting : found) {
-        only_from.insert_or_assign(setting, from);
+        earlier.insert_or_assign(setting, from);
     }
     return core::success();
 }
 
 core::Result<std::vector<Change>> Transaction::preview(std::filesystem::path const& folder) const {
     OUTCOME_TRY(store, Store::open({}, folder, Store::Access::Read));
-    return plan(wanted, only_from, store->unshared());
+    return planned(wanted, earlier, store->unshared());
+}
+
+core::Result<std::vector<Change>> Transaction::plan(Session const& session) const {
+    return planned(wanted, earlier, session.connection());
 }
 
 core::Result<std::vector<Change>> Transaction::write(Session& session, std::string const& author) const {
-    OUTCOME_TRY(changes, plan(wanted, only_from, session.connection()));
+    OUTCOME_TRY(changes, plan(session));
     if (!changes.empty()) {
         OUTCOME_TRY(session.prepare_to_write());
         OUTCOME_TRY(write_settings(session.connection(), wanted, changes));
-        OUTCOME_TRY(record_changes(session.connection(), changes, author));
+        OUTCOME_TRY(record_changes(session.connection(), changes, author, kind, comment));
     }
     return std::move(changes);
 }
@@ -233,9 +301,7 @@ core::Result<std::vector<Change>> Transaction::commit(std::filesystem::path cons
                                                       std::string const& author) const {
     OUTCOME_TRY(session, Session::begin(folder));
     OUTCOME_TRY(changes, write(*session, author));
-    if (!changes.empty()) {
-        OUTCOME_TRY(session->commit());
-    }
+    OUTCOME_TRY(session->commit());
     return std::move(changes);
 }
 
@@ -252,6 +318,33 @@ core::Result<void> deliver_again(std::span<std::uint32_t const> fields, std::fil
     OUTCOME_TRY(session->prepare_to_write());
     OUTCOME_TRY(enter_in_journal(session->connection(), fields));
     OUTCOME_TRY(session->connection().execute(prune));
+    return session->commit();
+}
+
+core::Result<bool> remove_stray_row(std::string_view path, std::filesystem::path const& folder) {
+    if (auto const* const setting = find_setting(path); setting != nullptr && !setting->built_in()) {
+        return false;
+    }
+    OUTCOME_TRY(session, Session::begin(folder));
+    auto const& connection = session->connection();
+    OUTCOME_TRY(search, connection.prepare("SELECT 1 FROM setting WHERE path = ?1"));
+    if (auto rows = search.run(path); !rows.next()) {
+        OUTCOME_TRY(connection.check_end(rows));
+        return false;
+    }
+    OUTCOME_TRY(session->prepare_to_write());
+    OUTCOME_TRY(remove, connection.prepare("DELETE FROM setting WHERE path = ?1"));
+    OUTCOME_TRY(connection.change(remove, path));
+    OUTCOME_TRY(session->commit());
+    return true;
+}
+
+core::Result<void> settle(std::filesystem::path const& folder) {
+    OUTCOME_TRY(session, Session::begin(folder));
+    OUTCOME_TRY(session->prepare_to_write());
+    // The same value once more: a write for the log, which takes the place of what was not announced.
+    OUTCOME_TRY(version, session->connection().number("PRAGMA user_version"));
+    OUTCOME_TRY(session->connection().execute(fmt::format("PRAGMA user_version = {}", version).c_str()));
     return session->commit();
 }
 

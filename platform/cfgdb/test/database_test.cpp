@@ -400,9 +400,9 @@ TEST_F(BrokenDatabase, TheNameOfAViewAndTheAuthorOfATrialAreSafeToo) {
     RawDatabase const raw{file};
     raw.run("CREATE VIEW \"x\nMAINPID=222\nREADY=1\" AS SELECT 1");
     EXPECT_THAT(opening_failure(folder), HasSubstr(R"(holds the view "x\x0aMAINPID=222\x0aREADY=1")"));
-    raw.run("DROP VIEW \"x\nMAINPID=222\nREADY=1\"; INSERT INTO trial VALUES(1, 'b', 1 << 40, 'a' || "
-            "char(27) || '[2J')");
-    EXPECT_EQ(pending_trial(folder).value()->author, R"("a\x1b[2J")");
+    raw.run("DROP VIEW \"x\nMAINPID=222\nREADY=1\"; INSERT INTO pending VALUES(1, 'b', 1 << 40, 'a' || "
+            "char(27) || '[2J', 0, '')");
+    EXPECT_EQ(pending_trials(folder).value().front().author, R"("a\x1b[2J")");
     test::report("control characters in the database's own texts\ta schema name with lines for systemd, one "
                  "with escape sequences\tmalformed database schema");
 }

@@ -21,8 +21,11 @@ class History : public DatabaseFolder {
     std::vector<std::string> entries(std::int64_t after = 0) const {
         std::vector<std::string> texts;
         auto const all = history(folder, after).value();
-        for (auto const& [number, time, author, path, old_value, new_value] : all) {
-            texts.push_back(fmt::format("{} {} {}: {} -> {}", number, author, path, old_value, new_value));
+        for (auto const& transaction : all) {
+            for (auto const& [path, old_value, new_value] : transaction.changes) {
+                texts.push_back(fmt::format("{} {} {}: {} -> {}", transaction.number, transaction.author,
+                                            path, old_value, new_value));
+            }
         }
         return texts;
     }
@@ -40,6 +43,25 @@ TEST_F(History, TellsWhoChangedWhatOldestFirst) {
     auto const all = history(folder).value();
     EXPECT_GE(all.front().time, before);
     EXPECT_LE(all.back().time, std::time(nullptr));
+}
+
+TEST_F(History, TellsHowAndWhyWhereThatIsKnown) {
+    auto transaction = wish({{"syslog.rsh.level", "debug"}});
+    EXPECT_THAT(transaction.commit(folder), test::IsOk());
+    transaction = wish({{"syslog.rsh.level", "info"}});
+    transaction.describe("rollback", "to\tthe old");
+    EXPECT_THAT(transaction.commit(folder), test::IsOk());
+    RawDatabase{file}.run(
+        "INSERT INTO history SELECT 9, 3, at, author, path, old, new FROM history WHERE number = 1");
+    auto const all = history(folder).value();
+    std::vector<std::string> texts;
+    for (auto const& past : all) {
+        texts.push_back(fmt::format("{} {}|{}", past.number, past.kind, past.comment));
+        EXPECT_EQ(past.account, past.number == 3 ? "" : Caller::current().accounts());
+    }
+    EXPECT_THAT(texts, ElementsAre("1 set|", R"(2 rollback|"to\x09the old")", "3 |"));
+    RawDatabase{file}.run("DROP TABLE transaction_note"); // as in a database of the first release
+    EXPECT_EQ(history(folder).value().front().kind, "");
 }
 
 TEST_F(History, IsSafeToPrint) {

@@ -89,7 +89,7 @@ TEST_F(Records, SyslogSettingsThatAllDifferFromTheDefaultsComeBackByteForByte) {
                     {"syslog.file.size", "1073741824"},
                     {"syslog.file.level", "debug"},
                     {"syslog.console.level", "critical"},
-                    {"syslog.remote.1.address", "255.255.255.255"},
+                    {"syslog.remote.1.address", "255.255.255.254"},
                     {"syslog.remote.1.port", "65535"},
                     {"syslog.remote.2.address", "10.0.0.2"},
                     {"syslog.remote.2.port", "1"},
@@ -100,7 +100,7 @@ TEST_F(Records, SyslogSettingsThatAllDifferFromTheDefaultsComeBackByteForByte) {
                     {"syslog.rsh.level", "info"}});
     std::string const expected = field("/34567890123456789012345678901/", 32) + u32(1073741824) + u16(5) +
                                  u16(0) + u16(0) + //
-                                 field("255.255.255.255", 16) + u16(65535) + field("10.0.0.2", 16) + u16(1) +
+                                 field("255.255.255.254", 16) + u16(65535) + field("10.0.0.2", 16) + u16(1) +
                                  field("192.168.100.3", 16) + u16(10514) + u16(2) + u16(1) + u16(4) + u16(0);
     auto const bytes = syslog_settings();
     EXPECT_EQ(std::string(bytes.data(), bytes.size()), expected);

@@ -288,6 +288,8 @@ TEST(Patterns, CountWhatTheyCover) {
         {"module.fsm_pon.ont.*.1", 16},
         {"module.fsm_pon.ont.1-16.1-256", 4096},
         {"module.fsm_pon.ont.3.1-16", 16},
+        {"module.fsm_pon.ont.3.1-16,18,250-256", 24},
+        {"module.fsm_pon.ont.1,3.5,5", 2},
     };
     for (auto const& [pattern, count] : cases) {
         EXPECT_EQ(paths(pattern).size(), count) << pattern;
@@ -334,6 +336,7 @@ TEST(Patterns, NumbersThatDoNotExistAreRefused) {
     std::pair<std::string, std::string> const cases[] = {
         {"module.fsm_pon.ont.3.1-257", "1-257 is not within 1-256"},
         {"module.fsm_pon.ont.0-3.1", "0-3 is not within 1-16"},
+        {"module.fsm_pon.ont.1,17.1", "1,17 is not within 1-16"},
         {"module.fsm_pon.ont.17.3", "17 is not within 1-16"},
         {"module.fsm_pon.port.16-1", "16-1 is not within 1-16"},
         {"syslog.remote.4.port", "4 is not within 1-3"},

@@ -295,15 +295,6 @@ TEST_F(Transactions, TheHistoryKeepsTheLastThousandTransactionsWhateverTheirSize
     EXPECT_EQ(raw->value("SELECT count(*), min(number), max(number) FROM history"), "29942|2|1001");
 }
 
-TEST_F(Transactions, TheHistoryKeepsWhatIsOnTrialAndWhatFollowsIt) {
-    raw->run(transactions(2, 2000, 0));
-    raw->run("INSERT INTO trial VALUES(10, 'b', 1 << 40, 'a')");
-    change(folder, {{"syslog.rsh.level", "debug"}});
-    EXPECT_EQ(raw->value("SELECT min(number) FROM history"), "10");
-    change(folder, {{"syslog.rsh.level", "info"}});
-    EXPECT_EQ(raw->value("SELECT min(number) FROM history"), "10");
-}
-
 /// What the library's statements cost, whichever connection runs them.
 class Cost {
   public:
@@ -365,25 +356,50 @@ TEST_F(Transactions, CostTheSameHoweverMuchTheDatabaseHolds) {
 
 // --- who
 
-TEST_F(Transactions, AreSignedByTheUserOfTheProcess) {
-    ASSERT_EQ(unsetenv("SUDO_USER"), 0);
-    EXPECT_EQ(current_author(), getpwuid(getuid())->pw_name);
+TEST_F(Transactions, AreSignedByTheCaller) {
     auto transaction = wish({{"syslog.rsh.level", "debug"}});
+    transaction.describe("import", "for ticket 7");
     EXPECT_THAT(transaction.commit(folder), IsOk());
-    EXPECT_EQ(raw->value("SELECT author FROM history"), getpwuid(getuid())->pw_name);
+    EXPECT_EQ(raw->value("SELECT author FROM history"), current_author());
+    EXPECT_EQ(raw->value("SELECT number, kind, account, comment FROM transaction_note"),
+              "1|import|" + Caller::current().accounts() + "|for ticket 7");
 }
 
-TEST(Author, BehindSudoIsTheCallingUser) {
+TEST(Author, IsThePersonBehindSuAndSudo) {
+    struct Case {
+        Caller caller;
+        std::string author;
+        std::string accounts;
+    };
+    Case const cases[] = {
+        {{"alice", "", ""}, "alice", ""},
+        {{"root", "", ""}, "root", ""},
+        {{"root", "", "alice"}, "alice", "root"},               // sudo, where nobody notes the login
+        {{"root", "alice", "alice"}, "alice", "root"},          // sudo
+        {{"netops", "alice", ""}, "alice", "netops"},           // su, or sudo to that account
+        {{"root", "alice", "netops"}, "alice", "netops, root"}, // su, then sudo
+        {{"root", "root", ""}, "root", ""},
+        {{"alice", "alice", ""}, "alice", ""},
+    };
+    for (auto const& [caller, author, accounts] : cases) {
+        EXPECT_EQ(caller.author(), author);
+        EXPECT_EQ(caller.accounts(), accounts) << author;
+    }
+}
+
+TEST(Author, BehindSudoIsBelievedToRootAlone) {
     ASSERT_EQ(setenv("SUDO_USER", "admin", 1), 0);
-    EXPECT_EQ(current_author(), getuid() == 0 ? "admin" : getpwuid(getuid())->pw_name);
+    EXPECT_EQ(Caller::current().by_sudo, getuid() == 0 ? "admin" : "");
+    EXPECT_EQ(Caller::current().user, getpwuid(getuid())->pw_name);
     ASSERT_EQ(unsetenv("SUDO_USER"), 0);
+    EXPECT_EQ(Caller::current().by_sudo, "");
 }
 
 TEST(Author, WithoutANameIsTheNumber) {
     if (geteuid() != 0) {
         GTEST_SKIP() << "only root may become another user";
     }
-    Child child{[] { return setuid(54321) == 0 && current_author() == "uid 54321" ? 0 : 1; }};
+    Child child{[] { return setuid(54321) == 0 && Caller::current().user == "uid 54321" ? 0 : 1; }};
     EXPECT_EQ(child.status(), 0);
 }
 

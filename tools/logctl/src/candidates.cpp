@@ -2,6 +2,7 @@
 
 #include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/settings.hpp"
+#include "xpon/cfgdb/trial.hpp"
 #include "xpon/log_config/outputs/outputs.hpp"
 
 namespace xpon::logctl {
@@ -23,15 +24,15 @@ Names paths_with(std::string const& begin, bool settable, std::string_view end) 
 
 } // namespace
 
-Names paths(std::string const& begin) {
+Names paths(std::string const& begin, Context const& /*context*/) {
     return paths_with(begin, false, "");
 }
 
-Names settable_paths(std::string const& begin) {
+Names settable_paths(std::string const& begin, Context const& /*context*/) {
     return paths_with(begin, true, "");
 }
 
-Names assignments(std::string const& begin) {
+Names assignments(std::string const& begin, Context const& /*context*/) {
     auto const sign = begin.find('=');
     if (sign == std::string::npos) {
         return paths_with(begin, true, "=");
@@ -46,7 +47,7 @@ Names assignments(std::string const& begin) {
     return levels;
 }
 
-Names module_names(std::string const& /*begin*/) {
+Names module_names(std::string const& /*begin*/, Context const& /*context*/) {
     Names names;
     for (auto const& module : cfgdb::modules()) {
         names.emplace(module.name);
@@ -54,7 +55,17 @@ Names module_names(std::string const& /*begin*/) {
     return names;
 }
 
-Names output_names(std::string const& /*begin*/) {
+Names trial_numbers(std::string const& /*begin*/, Context const& context) {
+    Names numbers;
+    if (auto const trials = cfgdb::pending_trials(context.database); trials.has_value()) {
+        for (auto const& trial : trials.value()) {
+            numbers.insert(std::to_string(trial.number));
+        }
+    }
+    return numbers;
+}
+
+Names output_names(std::string const& /*begin*/, Context const& /*context*/) {
     Names names;
     for (auto const& output : log_config::outputs()) {
         names.emplace(output.name);

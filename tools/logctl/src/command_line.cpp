@@ -12,6 +12,7 @@
 #include "candidates.hpp"
 #include "commands/command.hpp"
 #include "output.hpp"
+#include "trials/overdue.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 
 namespace xpon::logctl {
@@ -26,7 +27,8 @@ struct Command {
     char const* description;
     Action (*declare)(Arguments& arguments);
     /// What completes its arguments; where there is nothing, the shell completes the names of files.
-    Names (*candidates)(std::string const& begin) = nullptr;
+    Names (*candidates)(std::string const& begin, Context const& context) = nullptr;
+    bool ends_trials = false; ///< it ends those whose time is over itself
 };
 
 // In the order of the help.
@@ -46,11 +48,16 @@ constexpr Command commands[] = {
     {"check", "Check every stored setting, and whether a private syslog-ng starts with the generated text",
      check_command},
     {"history", "Show who changed what, newest last", history_command, paths},
+    {"compare", "Show how the settings differ from those after a transaction, from a file or the defaults",
+     compare_command},
     {"rollback", "Undo everything after a transaction, in a new one; print the changes first",
      rollback_command},
     {"commit-confirm", "Change settings, and undo the change unless it is confirmed in time",
-     commit_confirm_command, assignments},
-    {"confirm", "Make the change of commit-confirm permanent", confirm_command},
+     commit_confirm_command, assignments, true},
+    {"trials", "Show the changes that end by themselves, with the time that is left", trials_command},
+    {"confirm", "Make the change of a trial permanent", confirm_command, trial_numbers},
+    {"abort", "End a trial now: put back what it has changed", abort_command, trial_numbers},
+    {"extend", "Let a trial end later", extend_command, trial_numbers},
     {"export", "Print every setting that is not at its default, as JSON", export_command},
     {"import", "Make the configuration equal to a file from export, all or nothing", import_command},
     {"backup", "Copy the whole database, history included, to one file", backup_command},
@@ -78,12 +85,15 @@ struct HelpFormat : CLI::Formatter {
 };
 
 /// What may stand in the place of the last word.
-Names candidates(CLI::App const& program, std::span<std::string const> words) {
+Names candidates(CLI::App const& program, std::span<std::string const> words, Context context) {
     std::string const current = words.empty() ? "" : words.back();
     auto const before = words.first(words.empty() ? 0 : words.size() - 1);
     auto const name = std::ranges::find_first_of(before, commands, {}, {}, &Command::name);
     auto const* const command =
         name == before.end() ? nullptr : std::ranges::find(commands, *name, &Command::name);
+    if (auto const option = std::ranges::find(before, "--database"); before.end() - option > 1) {
+        context.database = *(option + 1);
+    }
     Names found;
     if (current.starts_with('-')) {
         add_options(program, found);
@@ -93,7 +103,7 @@ Names candidates(CLI::App const& program, std::span<std::string const> words) {
     } else if (command == nullptr) {
         std::ranges::transform(commands, std::inserter(found, found.end()), &Command::name);
     } else if (command->candidates != nullptr) {
-        found = command->candidates(current);
+        found = command->candidates(current, context);
     }
     std::erase_if(found, [&](auto const& candidate) { return !candidate.starts_with(current); });
     return found;
@@ -131,6 +141,7 @@ template void Arguments::add(Argument const&, bool&);
 template void Arguments::add(Argument const&, std::string&);
 template void Arguments::add(Argument const&, std::vector<std::string>&);
 template void Arguments::add(Argument const&, std::int64_t&);
+template void Arguments::add(Argument const&, std::optional<std::string>&);
 template void Arguments::add(Argument const&, std::optional<std::int64_t>&);
 template void Arguments::add(Argument const&, std::optional<std::size_t>&);
 template void Arguments::add(Argument const&, std::optional<double>&);
@@ -171,7 +182,7 @@ int run(int argc, char** argv) {
     // Not a command of the program's parser, which would take the words that are to be completed for its own.
     if (argc > 2 && argv[1] == std::string_view{"complete"} && argv[2] == std::string_view{"--"}) {
         std::vector<std::string> const words{argv + 3, argv + argc};
-        for (auto const& candidate : candidates(program, words)) {
+        for (auto const& candidate : candidates(program, words, context)) {
             print(candidate + "\n");
         }
         return flush_output().has_value() ? 0 : failed;
@@ -187,6 +198,12 @@ int run(int argc, char** argv) {
     }
     auto const action =
         std::ranges::find(actions, program.get_subcommands().front(), &std::pair<CLI::App*, Action>::first);
+    auto const* const command =
+        std::ranges::find(commands, program.get_subcommands().front()->get_name(), &Command::name);
+    if (!command->ends_trials) {
+        // What should have done it may be gone. Where this fails it tries again and says why.
+        std::ignore = end_overdue_trials(context);
+    }
     auto const status = action->second(context);
     auto const written = flush_output();
     if (status.has_value() && written.has_value()) {

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include <fmt/chrono.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "core/failure.hpp"
@@ -39,6 +40,12 @@ std::string utc(std::int64_t time) {
     constexpr std::int64_t end_of_9999 = 253402300799;
     auto const shown = std::clamp<std::int64_t>(time, 0, end_of_9999);
     return fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(static_cast<std::time_t>(shown)));
+}
+
+std::size_t terminal_width() {
+    winsize size{};
+    constexpr std::size_t usual = 80;
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
 }
 
 bool wants_colour() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -22,6 +23,9 @@ core::Result<void> flush_output();
 
 /// Seconds since the epoch as UTC, such as 2024-05-31T08:15:00Z.
 std::string utc(std::int64_t time);
+
+/// Columns of the terminal that standard output is; 80 for anything else.
+std::size_t terminal_width();
 
 /// Whether standard output is a terminal whose user wants colours.
 bool wants_colour();

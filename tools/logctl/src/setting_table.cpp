@@ -3,9 +3,11 @@
 #include <string_view>
 #include <variant>
 
+#include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "table.hpp"
+#include "trials/duration.hpp"
 
 namespace xpon::logctl {
 
@@ -43,11 +45,11 @@ std::string to_table(std::vector<SettingRow> const& rows, bool coloured) {
         add({"PATH", {"VALUE", colour::bold}, "DEFAULT", "STORED"});
         for (auto const& row : rows) {
             auto const value = row.allowed ? row.value : row.value + " (not allowed)";
+            auto const where = row.trial == nullptr ? std::string{name_of(row.source)}
+                                                    : fmt::format("trial {}, {} left", row.trial->number,
+                                                                  duration_text(row.trial->terms.end.left()));
             auto const changed = row.source == Source::Database ? colour::yellow : std::string_view{};
-            add({row.setting->path,
-                 {value, row.allowed ? changed : colour::red},
-                 default_of(row),
-                 name_of(row.source)});
+            add({row.setting->path, {value, row.allowed ? changed : colour::red}, default_of(row), where});
         }
     };
     return aligned(add_rows, coloured);
@@ -62,6 +64,10 @@ std::string to_json(std::vector<SettingRow> const& rows) {
              {"default", json_value(*row.setting, default_of(row))},
              {"stored", name_of(row.source)},
              {"allowed", row.allowed}});
+        if (row.trial != nullptr) {
+            all.back()["trial"] = {{"number", row.trial->number},
+                                   {"seconds_left", row.trial->terms.end.left()}};
+        }
     }
     return all.dump(2) + "\n";
 }

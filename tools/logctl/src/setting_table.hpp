@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "xpon/cfgdb/settings.hpp"
+#include "xpon/cfgdb/trial.hpp"
 
 namespace xpon::logctl {
 
@@ -15,6 +16,7 @@ struct SettingRow {
     std::string value;
     Source source;
     bool allowed = true; ///< false: the database holds something that must not be there, `value` describes it
+    cfgdb::Trial const* trial = nullptr; ///< that it is on
 };
 
 /// Path, value, default and source in aligned columns, with a heading.

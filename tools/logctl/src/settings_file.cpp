@@ -1,11 +1,16 @@
 #include "settings_file.hpp"
 
+#include <cerrno>
+#include <cstdio>
+#include <memory>
 #include <set>
+#include <system_error>
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include "core/failure.hpp"
+#include "output.hpp"
 #include "xpon/cfgdb/printable.hpp"
 
 namespace xpon::logctl {
@@ -104,6 +109,29 @@ class Reader : public nlohmann::json_sax<json> {
     bool has_settings = false;
 };
 
+/// At most one byte more than may be there.
+core::Result<std::string> read_all(std::string const& name) {
+    struct Close {
+        void operator()(std::FILE* file) const { std::fclose(file); }
+    };
+    std::unique_ptr<std::FILE, Close> opened;
+    if (name != "-") {
+        opened.reset(std::fopen(name.c_str(), "re"));
+        if (!opened) {
+            return core::fail(core::Error::CommonError, "{}: cannot be opened ({})", name,
+                              std::generic_category().message(errno));
+        }
+    }
+    auto* const file = name == "-" ? stdin : opened.get();
+    std::string text(max_settings_file_size + 1, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file));
+    if (std::ferror(file) != 0) {
+        return core::fail(core::Error::CommonError, "{}: cannot be read ({})", name,
+                          std::generic_category().message(errno));
+    }
+    return text;
+}
+
 } // namespace
 
 std::string settings_file(Assignments const& assignments) {
@@ -112,6 +140,15 @@ std::string settings_file(Assignments const& assignments) {
         settings[path] = value;
     }
     return nlohmann::ordered_json{{"version", version}, {"settings", settings}}.dump(2) + "\n";
+}
+
+core::Result<Assignments> read_settings_file(std::string const& name) {
+    OUTCOME_TRY(text, read_all(name));
+    auto assignments = parse_settings_file(text);
+    if (assignments.has_error()) {
+        return core::fail(core::Error::InvalidInputArg, "{}: {}", name, text_of(assignments.error()));
+    }
+    return assignments;
 }
 
 core::Result<Assignments> parse_settings_file(std::string_view text) {

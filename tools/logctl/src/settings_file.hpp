@@ -19,8 +19,12 @@ inline constexpr std::size_t max_settings_file_size = std::size_t{4} * 1024 * 10
 /// The JSON text that `parse_settings_file` takes.
 std::string settings_file(Assignments const& assignments);
 
-/// What is in such a text: {"version": 1, "settings": {"PATH": "VALUE" or NUMBER, ...}}, every path once.
-/// Whether paths and values are valid is not looked at. Fails with `InvalidInputArg`, naming what is wrong
+/// What is in such a file, "-" for standard input. Fails as `parse_settings_file`, naming the file, and where
+/// it cannot be read.
+core::Result<Assignments> read_settings_file(std::string const& name);
+
+/// What is in such a text: {"version": 1, "settings": {"PATH": "VALUE" or NUMBER, ...}}, every path or pattern
+/// once. Whether paths and values are valid is not looked at. Fails with `InvalidInputArg`, naming what is wrong
 /// and where.
 core::Result<Assignments> parse_settings_file(std::string_view text);
 

@@ -1,6 +1,6 @@
 #include "stored.hpp"
 
-#include "xpon/cfgdb/log_folder.hpp"
+#include "xpon/cfgdb/usable.hpp"
 
 namespace xpon::logctl {
 
@@ -52,10 +52,7 @@ std::optional<std::string> log_folder_problem(StoredValues const& stored) {
     if (cfgdb::parse(setting, folder).has_error()) {
         return std::nullopt; // not a folder at all
     }
-    auto const flaw = cfgdb::log_folder_flaw(folder);
-    return flaw ? std::optional{*flaw + ", and whoever can replace a file there decides what syslog-ng "
-                                        "writes to as root"}
-                : std::nullopt;
+    return cfgdb::flaw_of(setting, folder);
 }
 
 } // namespace xpon::logctl

@@ -39,14 +39,48 @@ TEST_F(Changes, AreShownOnRequest) {
                       "syslog.file.path=/run/", "-v"}),
               printed(R"(
 syslog.file.path: /var/log/ -> /run/
-module.fsm_pon.ont.3.1: notice -> debug
-module.fsm_pon.ont.3.2: notice -> debug
+module.fsm_pon.ont.3.1-2: notice -> debug
 )"));
     EXPECT_EQ(logctl({"reset", "--verbose", "*"}), printed(R"(
 syslog.file.path: /run/ -> /var/log/
-module.fsm_pon.ont.3.1: debug -> notice
-module.fsm_pon.ont.3.2: debug -> notice
+module.fsm_pon.ont.3.1-2: debug -> notice
 )"));
+}
+
+TEST_F(Changes, AreObjectsAndAStatusOnRequest) {
+    auto const change = [this](Logctl::Words words) {
+        words.insert(words.end(), {"syslog.rsh.level=debug", "module.fsm_pon.ont.3.1-2=debug"});
+        return logctl(words);
+    };
+    Outcome const object{9, text(R"(
+[
+  {
+    "path": "syslog.rsh.level",
+    "old": "notice",
+    "new": "debug"
+  },
+  {
+    "path": "module.fsm_pon.ont.3.1",
+    "old": "notice",
+    "new": "debug"
+  },
+  {
+    "path": "module.fsm_pon.ont.3.2",
+    "old": "notice",
+    "new": "debug"
+  }
+]
+)"),
+                         ""};
+    EXPECT_EQ(logctl({"reset", "*", "--changed-exit"}), silence);
+    EXPECT_EQ(change({"set", "--json", "--changed-exit=9", "--dry-run"}), object);
+    EXPECT_EQ(change({"set", "--json", "--changed-exit=9"}), object);
+    EXPECT_EQ(change({"set", "--json", "--changed-exit=9"}), (Outcome{0, "[]\n", ""}));
+    EXPECT_EQ(logctl({"reset", "*", "--changed-exit"}), (Outcome{3, "", ""}));
+    EXPECT_EQ(logctl({"rollback", "1", "--changed-exit"}).status, 3);
+    EXPECT_EQ(logctl({"rollback", "2", "--dry-run", "--changed-exit=7"}).status, 7);
+    EXPECT_EQ(change({"set", "--changed-exit=256"}).status, 2);
+    EXPECT_EQ(change({"set", "--changed-exit=x"}).status, 2);
 }
 
 TEST_F(Changes, ADryRunSaysWhatItWouldChangeAndChangesNothing) {
@@ -80,6 +114,10 @@ TEST_F(Changes, AreRefusedAllTogetherWithPathValueAndWhatIsAllowed) {
         {"module.logconfig.SELF=error", "module.logconfig.SELF: built in and cannot be set"},
         {"syslog.remote.*.address=10.0.0.1", "syslog.remote.1 and syslog.remote.2 are both 10.0.0.1 port "
                                              "514; receivers must differ in address or port"},
+        {"syslog.remote.2.address=224.0.0.1",
+         R"(syslog.remote.2.address: "224.0.0.1" is not allowed; it must be the address of a host, or 0.0.0.0 for an unused receiver: 224.0.0.1 is a multicast address)"},
+        {"syslog.file.path=/sys/log/",
+         R"(syslog.file.path: "/sys/log/" is not allowed; it must be a folder that only root can write to, such as /var/log/: /sys holds no log files)"},
         {"=3", R"("": no such setting; all begin with "syslog." or "module.")"},
     };
     EXPECT_EQ(logctl({"reset", "*"}), silence);
@@ -91,6 +129,21 @@ TEST_F(Changes, AreRefusedAllTogetherWithPathValueAndWhatIsAllowed) {
     EXPECT_EQ(logctl({"reset", "module.logconfig.*"}),
               refused("module.logconfig.*: built in and cannot be set"));
     EXPECT_THAT(logctl.stored(), testing::IsEmpty());
+}
+
+TEST_F(Changes, AStoredRowThatIsNoSettingIsRemovedByItsPath) {
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
+    logctl.sql("INSERT INTO setting VALUES('module.snmp.trap', 3), ('module.logconfig.SELF', 1)");
+    EXPECT_EQ(logctl({"reset", "--dry-run", "module.snmp.trap", "syslog.rsh.level"}),
+              (Outcome{0, "syslog.rsh.level: debug -> notice\n",
+                       "logctl: \"module.snmp.trap\": no setting, the stored row would be removed\n"}));
+    EXPECT_EQ(logctl({"reset", "module.snmp.trap", "module.logconfig.SELF"}),
+              (Outcome{0, "",
+                       "logctl: \"module.logconfig.SELF\": no setting, the stored row is removed\n"
+                       "logctl: \"module.snmp.trap\": no setting, the stored row is removed\n"}));
+    EXPECT_THAT(logctl.stored(), testing::ElementsAre("syslog.rsh.level=debug"));
+    EXPECT_EQ(logctl({"reset", "module.snmp.trap"}),
+              refused("\"module.snmp.trap\": no such setting; nearest: module.snmp.TRAP"));
 }
 
 TEST_F(Changes, OfTheSessionManagerComeWithANote) {

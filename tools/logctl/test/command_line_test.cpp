@@ -53,9 +53,13 @@ Subcommands:
   probe                       Log a message of each severity and show where it arrives; exit status 0 if as the settings say
   check                       Check every stored setting, and whether a private syslog-ng starts with the generated text
   history                     Show who changed what, newest last
+  compare                     Show how the settings differ from those after a transaction, from a file or the defaults
   rollback                    Undo everything after a transaction, in a new one; print the changes first
   commit-confirm              Change settings, and undo the change unless it is confirmed in time
-  confirm                     Make the change of commit-confirm permanent
+  trials                      Show the changes that end by themselves, with the time that is left
+  confirm                     Make the change of a trial permanent
+  abort                       End a trial now: put back what it has changed
+  extend                      Let a trial end later
   export                      Print every setting that is not at its default, as JSON
   import                      Make the configuration equal to a file from export, all or nothing
   backup                      Copy the whole database, history included, to one file

@@ -40,9 +40,9 @@ printf '%s\n' "${COMPREPLY[@]}"
 
 TEST(Completion, OffersCommandsAndOptions) {
     EXPECT_THAT(offered("logctl "),
-                ElementsAre("apply", "backup", "check", "commit-confirm", "confirm", "export", "history",
-                            "import", "modules", "preview", "probe", "reset", "restore", "rollback", "set",
-                            "show", "status", "watch"));
+                ElementsAre("abort", "apply", "backup", "check", "commit-confirm", "compare", "confirm",
+                            "export", "extend", "history", "import", "modules", "preview", "probe", "reset",
+                            "restore", "rollback", "set", "show", "status", "trials", "watch"));
     EXPECT_THAT(offered("logctl re"), ElementsAre("reset", "restore"));
     EXPECT_THAT(offered("logctl watch --"),
                 ElementsAre("--count", "--database", "--help", "--json", "--timeout", "--version"));
@@ -65,6 +65,14 @@ TEST(Completion, OffersLevelsBehindTheSign) {
     EXPECT_THAT(offered("logctl commit-confirm 5 syslog.rsh.level=de"), ElementsAre("debug"));
     EXPECT_THAT(offered("logctl set syslog.file.size="), ElementsAre());
     EXPECT_THAT(offered("logctl set $(reboot)="), ElementsAre());
+}
+
+TEST(Completion, OffersTheTrialsOfTheDatabaseThatIsNamed) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"commit-confirm", "1", "syslog.rsh.level=debug"}).status, 0);
+    EXPECT_THAT(offered("logctl --database " + logctl.database.string() + " abort "), ElementsAre("1"));
+    EXPECT_EQ(logctl({"abort"}).status, 0);
+    EXPECT_THAT(offered("logctl --database " + logctl.database.string() + " extend "), ElementsAre());
 }
 
 TEST(Completion, OffersModulesAndOutputs) {

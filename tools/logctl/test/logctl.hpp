@@ -142,8 +142,13 @@ class Logctl {
         return all;
     }
 
-    /// Who signs its changes: for root the one who called it through sudo.
-    static std::string author() { return getuid() == 0 ? "admin" : cfgdb::current_author(); }
+    /// Who signs its changes: for root the one who called it through sudo, unless the login is known.
+    static std::string author() { return caller().author(); }
+    static cfgdb::Caller caller() {
+        auto caller = cfgdb::Caller::current();
+        caller.by_sudo = getuid() == 0 ? "admin" : "";
+        return caller;
+    }
 
     Words prefix; ///< a program that runs it
     test::ScratchFolder scratch;

@@ -51,7 +51,8 @@ TEST_F(Reader, IsToldThatItMayNotWrite) {
                                        {"reset", "*"},
                                        {"import", (logctl.scratch / "import").string()},
                                        {"commit-confirm", "1", "syslog.rsh.level=info"},
-                                       {"confirm"}}) {
+                                       {"confirm", "1"},
+                                       {"abort", "1"}}) {
         EXPECT_EQ(logctl(words), expected) << words.front();
     }
     EXPECT_EQ(logctl({"rollback", "0"}).err, expected.err);

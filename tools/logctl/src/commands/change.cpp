@@ -4,7 +4,10 @@
 #include <cstdlib>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
+#include "core/failure.hpp"
+#include "folded.hpp"
 #include "output.hpp"
 #include "status/in_step.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
@@ -47,6 +50,14 @@ void add_wait_option(Arguments& arguments, WaitOptions& options) {
 
 void add_change_options(Arguments& arguments, ChangeOptions& options) {
     arguments.add({"-v,--verbose", "Say what is changed"}, options.verbose);
+    arguments.add({"-m,--comment", "Why, for the history", "COMMENT"}, options.comment);
+    arguments.add({"--json", "Print what is changed as an array of JSON objects"}, options.json);
+    arguments.add({.name = "--changed-exit",
+                   .help = "Exit with this status, not 0, if something was changed",
+                   .type = "N",
+                   .range = {{0, 255}},
+                   .without_value = "3"},
+                  options.changed_exit);
     arguments.add({"--dry-run", "Check everything and say what would be changed, but change nothing"},
                   options.dry_run);
     add_wait_option(arguments, options);
@@ -67,11 +78,19 @@ core::Result<void> add_assignments(std::span<std::string const> assignments,
     return core::success();
 }
 
-void tell_changes(std::vector<cfgdb::Change> const& changes, bool verbose) {
-    if (verbose) {
-        for (auto const& [setting, old_value, new_value] : changes) {
-            print(fmt::format("{}: {} -> {}\n", setting->path, old_value, new_value));
-        }
+std::string to_json(std::vector<cfgdb::Change> const& changes) {
+    auto all = nlohmann::ordered_json::array();
+    for (auto const& [setting, old_value, new_value] : changes) {
+        all.push_back({{"path", setting->path}, {"old", old_value}, {"new", new_value}});
+    }
+    return all.dump(2) + "\n";
+}
+
+void tell_changes(std::vector<cfgdb::Change> const& changes, ChangeOptions const& options) {
+    if (options.json) {
+        print(to_json(changes));
+    } else if (options.verbose || options.dry_run) {
+        print(folded_lines(changes));
     }
     if (std::ranges::any_of(changes, takes_effect_at_start)) {
         tell("note: a level of the session manager takes effect when the daemon is next restarted, not "
@@ -93,14 +112,35 @@ core::Result<int> follow(std::span<std::uint32_t const> fields, bool changed, Co
     return in_step ? 0 : 1;
 }
 
-core::Result<int> change(cfgdb::Transaction const& transaction, Context const& context,
-                         ChangeOptions const& options, int if_changed) {
+int status_of_success(bool changed, ChangeOptions const& options) {
+    return changed && !options.changed_exit.empty() ? std::stoi(options.changed_exit) : 0;
+}
+
+core::Result<int> finish(std::span<std::uint32_t const> fields, bool changed, Context const& context,
+                         ChangeOptions const& options) {
+    OUTCOME_TRY(status, follow(fields, changed, context, options));
+    return status == 0 ? status_of_success(changed, options) : status;
+}
+
+core::Result<void> describe(cfgdb::Transaction& transaction, std::string_view how,
+                            ChangeOptions const& options) {
+    constexpr std::size_t longest = 200;
+    if (options.comment.size() > longest) {
+        return core::fail(core::Error::InvalidInputArg, "the comment has {} bytes; it must have at most {}",
+                          options.comment.size(), longest);
+    }
+    transaction.describe(how, options.comment);
+    return core::success();
+}
+
+core::Result<int> change(cfgdb::Transaction transaction, std::string_view how, Context const& context,
+                         ChangeOptions const& options) {
+    OUTCOME_TRY(describe(transaction, how, options));
     OUTCOME_TRY(changes, options.dry_run ? transaction.preview(context.database)
                                          : transaction.commit(context.database));
-    tell_changes(changes, options.verbose || options.dry_run);
-    OUTCOME_TRY(status,
-                options.dry_run ? 0 : follow(transaction.fields(), !changes.empty(), context, options));
-    return status == 0 && !changes.empty() ? if_changed : status;
+    tell_changes(changes, options);
+    return options.dry_run ? status_of_success(!changes.empty(), options)
+                           : finish(transaction.fields(), !changes.empty(), context, options);
 }
 
 } // namespace xpon::logctl

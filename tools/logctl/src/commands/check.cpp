@@ -10,6 +10,7 @@
 #include "stored.hpp"
 #include "wanted.hpp"
 #include "xpon/cfgdb/printable.hpp"
+#include "xpon/cfgdb/usable.hpp"
 
 namespace xpon::logctl {
 
@@ -52,6 +53,9 @@ void look_at_receivers(StoredValues const& stored, std::vector<Problem>& problem
         auto const port = value_of(*cfgdb::find_setting(path + ".port"), stored);
         if (address == "0.0.0.0") {
             continue;
+        }
+        if (auto const flaw = cfgdb::flaw_of(*cfgdb::find_setting(path + ".address"), address)) {
+            problems.push_back({path + ".address", *flaw});
         }
         if (auto const [other, is_new] = known.try_emplace({address, port}, path); !is_new) {
             problems.push_back(

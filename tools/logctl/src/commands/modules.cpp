@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <map>
 #include <memory>
 #include <set>
 
@@ -26,11 +27,50 @@ struct Options {
     bool json = false;
 };
 
+/// How many of something have each level, the most severe first.
+using Counts = std::map<std::int64_t, std::size_t>;
+
+std::string level_name(std::int64_t level) {
+    return cfgdb::to_text(cfgdb::Kind::Level, level);
+}
+
+/// A value that is not allowed counts as none.
+void count(cfgdb::Setting const& setting, StoredValues const& stored, Counts& counts) {
+    if (auto const level = cfgdb::parse(setting, value_of(setting, stored)); level.has_value()) {
+        ++counts[std::get<std::int64_t>(level.value())];
+    }
+}
+
+std::string counts_text(Counts const& counts) {
+    std::string text;
+    for (auto const& [level, how_many] : counts) {
+        text += fmt::format("{}{} {}", text.empty() ? "" : ", ", how_many, level_name(level));
+    }
+    return text;
+}
+
+/// The levels of the FSM that are not of its subjects.
+std::map<std::string_view, Counts> other_levels(cfgdb::Module const& module, StoredValues const& stored) {
+    std::map<std::string_view, Counts> others;
+    auto const begin = fmt::format("module.{}.", module.name);
+    if (cfgdb::find_setting(begin + "olt") == nullptr) {
+        return others;
+    }
+    for (auto const& [name, pattern] : {std::pair{"olt", "olt"}, {"ports", "port.*"}, {"onts", "ont.*"}}) {
+        auto const found = cfgdb::expand(begin + pattern);
+        for (auto const* setting : found.value()) {
+            count(*setting, stored, others[name]);
+        }
+    }
+    return others;
+}
+
 /// A module as it is now.
 struct Row {
     cfgdb::Module const* module;
     std::vector<std::string_view> files;
-    std::vector<std::string> levels; // one per subject
+    std::vector<std::string> levels;           // one per subject
+    std::map<std::string_view, Counts> others; // of the FSM: its OLT, ports and ONTs
 };
 
 core::Result<std::vector<cfgdb::Module const*>> chosen_modules(std::string const& name) {
@@ -59,7 +99,7 @@ core::Result<std::vector<Row>> rows_of(std::vector<cfgdb::Module const*> const& 
     std::vector<Row> rows;
     for (auto const* module : modules) {
         OUTCOME_TRY(files, wanted.files_with(module->value));
-        Row row{module, {}, {}};
+        Row row{module, {}, {}, other_levels(*module, stored)};
         std::ranges::transform(files, std::back_inserter(row.files), &log_config::Output::name);
         for (auto const subject : module->subjects) {
             auto const* const setting =
@@ -71,11 +111,30 @@ core::Result<std::vector<Row>> rows_of(std::vector<cfgdb::Module const*> const& 
     return rows;
 }
 
+/// The most severe first; what is no level last.
+std::vector<std::string> distinct_levels(Row const& row) {
+    std::set<std::string> known{row.levels.begin(), row.levels.end()};
+    for (auto const& [_, counts] : row.others) {
+        for (auto const& [level, how_many] : counts) {
+            known.insert(level_name(level));
+        }
+    }
+    std::vector<std::string> sorted;
+    for (std::int64_t level = 0; cfgdb::is_allowed(cfgdb::Kind::Level, level); ++level) {
+        if (known.erase(level_name(level)) > 0) {
+            sorted.push_back(level_name(level));
+        }
+    }
+    sorted.insert(sorted.end(), known.begin(), known.end());
+    return sorted;
+}
+
 std::string list_table(std::vector<Row> const& rows) {
     auto const add_rows = [&](AddLine const& add) {
         add({"VALUE", "NAME", "STEM", "FILES", "LEVELS", "SUBJECTS"});
-        for (auto const& [module, files, levels] : rows) {
-            std::set<std::string> const different{levels.begin(), levels.end()};
+        for (auto const& row : rows) {
+            auto const& [module, files, levels, others] = row;
+            auto const different = distinct_levels(row);
             add({std::to_string(std::int64_t{module->value}), module->name, module->stem,
                  fmt::format("{}", fmt::join(files, " ")), fmt::format("{}", fmt::join(different, " ")),
                  fmt::format("{}", fmt::join(module->subjects, " "))});
@@ -98,18 +157,28 @@ std::string detail(Row const& row) {
         for (std::size_t i = 0; i < row.levels.size(); ++i) {
             add({module.subjects[i], row.levels[i]});
         }
+        for (auto const& [name, counts] : row.others) {
+            add({name, counts_text(counts)});
+        }
     };
     return aligned(add_facts, false) + "\n" + aligned(add_subjects, false);
 }
 
 ordered_json object_of(Row const& row) {
-    auto const& [module, files, levels] = row;
+    auto const& [module, files, levels, others] = row;
     auto subjects = ordered_json::object();
     for (std::size_t i = 0; i < levels.size(); ++i) {
         subjects[std::string{module->subjects[i]}] = levels[i];
     }
-    return {{"name", module->name}, {"value", std::int64_t{module->value}}, {"stem", module->stem},
-            {"files", files},       {"built_in", module->built_in()},       {"subjects", subjects}};
+    ordered_json object{{"name", module->name},           {"value", std::int64_t{module->value}},
+                        {"stem", module->stem},           {"files", files},
+                        {"built_in", module->built_in()}, {"subjects", subjects}};
+    for (auto const& [name, counts] : others) {
+        for (auto const& [level, how_many] : counts) {
+            object[std::string{name}][level_name(level)] = how_many;
+        }
+    }
+    return object;
 }
 
 core::Result<int> modules(Context const& context, Options const& options) {

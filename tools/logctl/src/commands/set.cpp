@@ -1,6 +1,9 @@
 #include <memory>
+#include <optional>
 
 #include "commands/change.hpp"
+#include "trials/duration.hpp"
+#include "trials/start.hpp"
 
 namespace xpon::logctl {
 
@@ -8,12 +11,17 @@ namespace {
 
 struct Options : ChangeOptions {
     std::vector<std::string> assignments;
+    std::optional<std::string> time; ///< after which they are put back
 };
 
 core::Result<int> set(Context const& context, Options const& options) {
     cfgdb::Transaction transaction;
     OUTCOME_TRY(add_assignments(options.assignments, transaction));
-    return change(transaction, context, options);
+    if (!options.time) {
+        return change(std::move(transaction), "set", context, options);
+    }
+    OUTCOME_TRY(seconds, seconds_in(*options.time));
+    return start_trial(std::move(transaction), {.seconds = seconds, .temporary = true}, context, options);
 }
 
 } // namespace
@@ -26,6 +34,10 @@ Action set_command(Arguments& arguments) {
                    .required = true},
                   options->assignments);
     arguments.verify([options] { return complaint_about(options->assignments); });
+    arguments.add({.name = "--for",
+                   .help = "Put the settings back by itself after this time, such as 90s, 30m, 2h or 7d",
+                   .type = "TIME"},
+                  options->time);
     add_change_options(arguments, *options);
     return [options](Context const& context) { return set(context, *options); };
 }

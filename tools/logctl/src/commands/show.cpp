@@ -1,9 +1,13 @@
 #include <algorithm>
+#include <map>
 #include <memory>
+#include <string_view>
 
 #include <fmt/format.h>
 
 #include "commands/command.hpp"
+#include "folded.hpp"
+#include "ont_map.hpp"
 #include "output.hpp"
 #include "setting_table.hpp"
 #include "stored.hpp"
@@ -14,7 +18,10 @@ namespace {
 
 struct Options {
     std::vector<std::string> patterns;
+    bool changed = false;
     bool json = false;
+    bool commands = false;
+    bool map = false;
 };
 
 using cfgdb::Setting;
@@ -53,26 +60,62 @@ core::Result<Selection> select(std::vector<std::string> const& patterns) {
     return selection;
 }
 
+/// A script that makes this configuration again: all at once, since two receivers may not be the same even
+/// for a moment.
+std::string to_commands(std::vector<SettingRow> const& rows, bool whole) {
+    std::vector<Said> all;
+    for (auto const& row : rows) {
+        if (row.source == Source::Database && row.allowed) {
+            all.push_back({row.setting->path, row.value});
+        }
+    }
+    std::string text = whole ? "logctl reset '*'\n" : "";
+    text += all.empty() ? "" : "logctl set";
+    for (auto const& [path, value] : folded(all)) {
+        auto const* const quote = path.find('*') == std::string::npos ? "" : "'";
+        text += fmt::format(" \\\n    {0}{1}={2}{0}", quote, path, value);
+    }
+    return text + (all.empty() ? "" : "\n");
+}
+
 core::Result<int> show(Context const& context, Options const& options) {
     OUTCOME_TRY(selection,
                 select(options.patterns.empty() ? std::vector<std::string>{"*"} : options.patterns));
     OUTCOME_TRY(stored, stored_values(context.database));
+    if (options.map) {
+        print(ont_map(stored, terminal_width(), wants_colour()));
+        return 0;
+    }
+    OUTCOME_TRY(trials, cfgdb::pending_trials(context.database));
+    std::map<std::string_view, cfgdb::Trial const*> on_trial;
+    for (auto const& trial : trials) {
+        for (auto const& setting : trial.settings) {
+            on_trial.emplace(setting.path, &trial);
+        }
+    }
     std::vector<SettingRow> rows;
     rows.reserve(selection.settings.size());
     std::size_t left_out = 0;
     for (auto const* setting : selection.settings) {
+        auto const trial = on_trial.find(setting->path);
         if (auto const* const found = stored.find(*setting)) {
             rows.push_back({setting, found->value, Source::Database, found->allowed});
-        } else if (setting->path.starts_with(ont_prefix) &&
+        } else if (trial == on_trial.end() && setting->path.starts_with(ont_prefix) &&
                    !std::ranges::binary_search(selection.wanted_anyway, setting)) {
             ++left_out;
+            continue;
+        } else if (options.changed || options.commands) {
+            continue;
         } else {
             rows.push_back({setting, cfgdb::to_text(setting->kind, setting->default_value),
                             setting->built_in() ? Source::BuiltIn : Source::Default});
         }
+        rows.back().trial = trial == on_trial.end() ? nullptr : trial->second;
     }
-    print(options.json ? to_json(rows) : to_table(rows, wants_colour()));
-    if (left_out > 0 && !options.json) {
+    print(options.json       ? to_json(rows)
+          : options.commands ? to_commands(rows, options.patterns.empty())
+                             : to_table(rows, wants_colour()));
+    if (left_out > 0 && !options.json && !options.changed && !options.commands) {
         print(fmt::format("{} ONT levels are at the default; see them with: logctl show module.fsm_pon.ont\n",
                           left_out));
     }
@@ -88,7 +131,16 @@ Action show_command(Arguments& arguments) {
                    "module.fsm_pon.ont.3.1-16; everything if none is given. ONT levels at the default "
                    "are left out unless the path names ont"},
                   options->patterns);
+    arguments.add({"--changed", "Only what differs from its default"}, options->changed);
     arguments.add({"--json", "Print an array of JSON objects"}, options->json);
+    arguments.add({"--commands", "Print what differs as commands that make it again"}, options->commands);
+    arguments.add({"--map", "Print the levels of all ONTs as a picture"}, options->map);
+    arguments.verify([options] {
+        return options->json + options->commands + options->map > 1
+                   ? "--json, --commands and --map exclude each other"
+               : options->map && !options->patterns.empty() ? "--map is of all ONTs, without a PATH"
+                                                            : "";
+    });
     return [options](Context const& context) { return show(context, *options); };
 }
 

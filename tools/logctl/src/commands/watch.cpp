@@ -39,13 +39,13 @@ struct Event {
     ordered_json object;
 };
 
-Event database_change(cfgdb::HistoryEntry const& entry) {
-    auto const& [number, time, author, path, old_value, new_value] = entry;
-    return {time,
-            fmt::format("{} changed {}: {} -> {}", author, path, old_value, new_value),
+Event database_change(cfgdb::PastTransaction const& transaction, cfgdb::PastChange const& change) {
+    auto const& [path, old_value, new_value] = change;
+    return {transaction.time,
+            fmt::format("{} changed {}: {} -> {}", transaction.author, path, old_value, new_value),
             {{"event", "change"},
-             {"number", number},
-             {"author", author},
+             {"number", transaction.number},
+             {"author", transaction.author},
              {"path", path},
              {"old", old_value},
              {"new", new_value}}};
@@ -185,9 +185,11 @@ class Watch {
             tell(
                 fmt::format("the database was replaced: its newest transaction is {}, not {}", newest, last));
         }
-        for (auto const& entry : all) {
-            if (entry.number > last) {
-                OUTCOME_TRY(show(database_change(entry)));
+        for (auto const& transaction : all) {
+            for (auto const& change : transaction.changes) {
+                if (transaction.number > last) {
+                    OUTCOME_TRY(show(database_change(transaction, change)));
+                }
             }
         }
         last = newest;

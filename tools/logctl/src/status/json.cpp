@@ -49,7 +49,10 @@ ordered_json object_of(DestinationStatus const& status) {
 }
 
 ordered_json object_of(cfgdb::Trial const& trial) {
-    return {{"number", trial.number}, {"author", trial.author}};
+    return {{"number", trial.number},
+            {"author", trial.author},
+            {"seconds_left", trial.terms.end.left()},
+            {"temporary", trial.terms.temporary}};
 }
 
 template <class Range>
@@ -83,7 +86,7 @@ std::string to_json(Report const& report) {
                              {"database_problem", report.database.empty()
                                                       ? ordered_json(nullptr)
                                                       : ordered_json(report.database.front().reason)},
-                             {"trial", report.trial ? object_of(*report.trial) : ordered_json(nullptr)},
+                             {"trials", array_of(report.trials)},
                              {"terminals", array_of(report.terminals)},
                              {"outputs", array_of(report.outputs)},
                              {"destinations", array_of(report.destinations)}};

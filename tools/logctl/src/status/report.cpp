@@ -453,8 +453,8 @@ Report look(Context const& context) {
     auto const facts = look_around(context, {true, true, true});
     Report report{{facts.daemon, facts.broker, facts.syslog_ng}, {}, {}, facts.terminals, {}, {}};
     report.database = database_problem(context, facts);
-    if (auto const trial = cfgdb::pending_trial(context.database); trial.has_value()) {
-        report.trial = trial.value();
+    if (auto trials = cfgdb::pending_trials(context.database); trials.has_value()) {
+        report.trials = std::move(trials).value();
     }
     for (auto const& output : log_config::outputs()) {
         report.outputs.push_back(judge(output, facts));

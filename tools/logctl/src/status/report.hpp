@@ -67,7 +67,7 @@ struct DestinationStatus {
 struct Report {
     std::vector<Part> parts;    ///< daemon, broker, syslog-ng; of some outputs, those that they depend on
     std::vector<Note> database; ///< why the settings cannot be read; empty if they can
-    std::optional<cfgdb::Trial> trial;
+    std::vector<cfgdb::Trial> trials;
     std::vector<Terminal> terminals;
     std::vector<OutputStatus> outputs;
     std::vector<DestinationStatus> destinations;

@@ -1,10 +1,9 @@
-#include <ctime>
-
 #include <fmt/format.h>
 
 #include "output.hpp"
 #include "status/report.hpp"
 #include "table.hpp"
+#include "trials/duration.hpp"
 
 namespace xpon::logctl {
 
@@ -22,13 +21,13 @@ std::string state_of(Part const& part) {
     return fmt::format("{}: {}", part.state, text_of(part.notes));
 }
 
-std::string state_of(std::optional<cfgdb::Trial> const& trial) {
-    if (!trial) {
-        return "none";
-    }
-    auto const left = std::max<std::int64_t>(trial->end.seconds - cfgdb::BootInstant::in(0).seconds, 0);
-    return fmt::format("transaction {} by {}, undone in {} min unless confirmed; run: logctl confirm",
-                       trial->number, trial->author, (left + 59) / 60);
+std::string state_of(cfgdb::Trial const& trial) {
+    auto const left = duration_text(trial.terms.end.left());
+    return trial.terms.temporary
+               ? fmt::format("transaction {} by {}, put back in {}", trial.number, trial.author, left)
+               : fmt::format(
+                     "transaction {0} by {1}, undone in {2} unless confirmed; run: logctl confirm {0}",
+                     trial.number, trial.author, left);
 }
 
 void add_board(AddLine const& add, Report const& report) {
@@ -42,7 +41,13 @@ void add_board(AddLine const& add, Report const& report) {
          {fmt::format("{} open, {} receiving, {} stalled", report.terminals.size(),
                       report.count(TerminalState::Receiving), stalled),
           stalled > 0 ? colour::red : std::string_view{}}});
-    add({"trials", state_of(report.trial)});
+    if (report.trials.empty()) {
+        add({"trials", "none"});
+    }
+    for (std::string_view name = "trials"; auto const& trial : report.trials) {
+        add({name, state_of(trial)});
+        name = "";
+    }
 }
 
 void add_outputs(AddLine const& add, std::vector<OutputStatus> const& outputs) {

@@ -10,20 +10,28 @@
 
 namespace xpon::cfgdb {
 
-/// One changed setting of one transaction. The texts are safe to print.
-struct HistoryEntry {
-    std::int64_t number; ///< of the transaction; they count from 1 without gaps
-    std::int64_t time;   ///< seconds since the epoch
-    std::string author;
+/// One setting that a transaction has changed, with its values as an operator writes them. They are equal if
+/// it was only taken out of a trial.
+struct PastChange {
     std::string path;
-    std::string old_value; ///< as an operator writes it
+    std::string old_value;
     std::string new_value;
 };
 
-/// The changes of the transactions after this number, oldest first, as of one instant. The database must
-/// exist; permission to read is enough. The library keeps the newest 1000 transactions of any size, and
-/// always a pending trial and everything after it.
-core::Result<std::vector<HistoryEntry>> history(std::filesystem::path const& folder = default_folder,
-                                                std::int64_t after = 0);
+/// A transaction of the history. The texts are safe to print.
+struct PastTransaction {
+    std::int64_t number; ///< they count from 1 without gaps
+    std::int64_t time;   ///< seconds since the epoch
+    std::string author;
+    std::string account; ///< those that the author has used; empty if it was the author's own
+    std::string kind;    ///< such as "set", "rollback" or "trial 7 undone"; empty if it is not known
+    std::string comment;
+    std::vector<PastChange> changes; ///< in the order of `settings`
+};
+
+/// The transactions after this number, oldest first, as of one instant. The database must exist; permission
+/// to read is enough. The library keeps the newest 1000 transactions of any size.
+core::Result<std::vector<PastTransaction>> history(std::filesystem::path const& folder = default_folder,
+                                                   std::int64_t after = 0);
 
 } // namespace xpon::cfgdb

@@ -4,17 +4,11 @@
 #include <optional>
 #include <string>
 
-#include "core/result.hpp"
-#include "xpon/cfgdb/transaction.hpp"
-
 namespace xpon::cfgdb {
 
 /// Why a folder must not contain the log file, such as "users other than root can write to /tmp"; nothing if only
 /// root controls its contents. Checks every folder on the path, following links. If a folder does not exist
 /// yet, those above it decide.
 std::optional<std::string> log_folder_flaw(std::filesystem::path const& folder);
-
-/// Fails with `InvalidInputArg` if a change puts the log file into such a folder.
-core::Result<void> check_log_folder(Change const& change);
 
 } // namespace xpon::cfgdb

@@ -48,8 +48,8 @@ Setting const* find_setting(std::string_view path);
 std::string field_name(std::uint32_t field_id);
 
 /// The settings that match a pattern, in the order of `settings`, at least one. A pattern is a path in which
-/// `*` matches any one component (as the last component, everything below), and `3-16` matches the numbers
-/// from 3 to 16. Fails with `InvalidInputArg`, naming the pattern, what is wrong and the nearest valid names.
+/// `*` matches any one component (as the last component, everything below), and `3-16,18` matches the
+/// numbers from 3 to 16, and 18. Fails with `InvalidInputArg`, naming the pattern, what is wrong and the nearest valid names.
 core::Result<std::vector<Setting const*>> expand(std::string_view pattern);
 
 /// The value of an operator's text; levels by name or number. Fails with `InvalidInputArg`, naming path, text
