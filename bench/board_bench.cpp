@@ -80,6 +80,23 @@ void print_row(std::string_view work, Times const& ours, Times const& floor, std
     std::fflush(stdout);
 }
 
+void print_figure(std::string_view what, long kilobytes, std::string_view goal) {
+    fmt::print("{}\t{} kB\t\t\t{}\t\n", what, kilobytes, goal);
+    std::fflush(stdout);
+}
+
+/// What a process has handed to write(2) and its like since it began, in bytes.
+long bytes_written(pid_t process) {
+    auto const text = read_file(fmt::format("/proc/{}/io", process));
+    return std::stol(text.substr(text.find("wchar: ") + 7));
+}
+
+/// A sum over the process's memory, in kB: "Pss:" shares each page among the processes that have it mapped.
+long summed_memory(pid_t process, std::string_view label) {
+    auto const text = read_file(fmt::format("/proc/{}/smaps_rollup", process));
+    return std::stol(text.substr(text.find(label) + label.size()));
+}
+
 /// The least code that leaves either the old file or the new one, even after a power cut.
 void replace_file(std::string const& path, std::string const& text) {
     auto const temporary = path + ".new";
@@ -262,31 +279,59 @@ class Replacements {
     UniqueFd inotify{inotify_init1(IN_CLOEXEC)};
 };
 
+/// The time from exec to READY=1 and what the daemon wrote until then.
+struct Start {
+    double time;
+    long written;
+};
+
+/// Starts the daemon until `started` has returned, and stops it.
+template <class Started>
+Start start_daemon(Started const& started) {
+    Manager manager{"/tmp/manager"};
+    auto const begin = Clock::now();
+    ChildProcess daemon{
+        {.argv = {XPON_DAEMON}, .environment = {manager.environment()}, .output = "/tmp/daemon"}};
+    started(manager, begin);
+    auto const ready = manager.wait_for("READY=1");
+    auto const written = bytes_written(daemon.pid());
+    require(daemon.terminate() == 0, "the daemon failed");
+    return {Micro{ready - begin}.count(), written};
+}
+
+/// The first start on a board creates the database and writes every file; later ones find nothing changed.
 void start(std::ofstream& samples) {
     std::vector<std::string> texts;
-    Times ours;
+    Times first;
+    Times later;
     Times floor;
-    for (int round = 0; round < 21; ++round) {
-        Manager manager{"/tmp/manager"};
+    Start last_first{};
+    Start last_later{};
+    for (int round = 0; round < 20; ++round) {
+        for (auto const& file : log_config::zlog_files) {
+            std::filesystem::remove(std::string{zlog_folder} + std::string{file.name});
+        }
+        std::filesystem::remove_all(cfgdb::default_folder);
         Replacements replacements{zlog_folder};
-        auto const begin = Clock::now();
-        ChildProcess daemon{
-            {.argv = {XPON_DAEMON}, .environment = {manager.environment()}, .output = "/tmp/daemon"}};
-        auto const started = manager.wait_for("STATUS=Startup");
-        auto const first_file = replacements.wait_for(log_config::zlog_files.front().name);
-        auto const last_file = replacements.wait_for(log_config::zlog_files.back().name);
-        auto const ready = manager.wait_for("READY=1");
-        require(daemon.terminate() == 0, "the daemon failed");
-        if (texts.empty()) { // the first start also creates the database
+        Micro started{};
+        Micro first_file{};
+        Micro last_file{};
+        last_first = start_daemon([&](Manager& manager, Clock::time_point begin) {
+            started = manager.wait_for("STATUS=Startup") - begin;
+            first_file = replacements.wait_for(log_config::zlog_files.front().name) - begin;
+            last_file = replacements.wait_for(log_config::zlog_files.back().name) - begin;
+        });
+        samples << fmt::format("start\t{:.0f}\t{:.0f}\t{:.0f}\t{:.0f}\n", started.count(),
+                               (first_file - started).count(), (last_file - first_file).count(),
+                               last_first.time - last_file.count());
+        first.push_back(last_first.time);
+        last_later = start_daemon([](Manager& /*manager*/, Clock::time_point /*begin*/) {});
+        later.push_back(last_later.time);
+        if (texts.empty()) {
             for (auto const& file : log_config::zlog_files) {
                 texts.push_back(read_file(std::string{zlog_folder} + std::string{file.name}));
             }
-            continue;
         }
-        ours.push_back(Micro{ready - begin}.count());
-        samples << fmt::format("start\t{:.0f}\t{:.0f}\t{:.0f}\t{:.0f}\n", Micro{started - begin}.count(),
-                               Micro{first_file - started}.count(), Micro{last_file - first_file}.count(),
-                               Micro{ready - last_file}.count());
         floor.push_back(time_of([&] {
             ChildProcess{{.argv = {XPON_EMPTY}, .environment = {}, .output = "/tmp/empty"}}.wait();
             for (auto const& text : texts) {
@@ -295,7 +340,10 @@ void start(std::ofstream& samples) {
         }));
     }
     std::filesystem::remove(std::string{zlog_folder} + "floor");
-    print_row("exec to READY=1; floor: empty program, writing the files", ours, floor, "1.5");
+    print_row("first start, exec to READY=1; floor: empty program, writing the files", first, floor, "1.3");
+    print_row("start with nothing changed; floor: as for the first start", later, floor, "0.5");
+    print_figure("bytes written by a first start", last_first.written / 1000, "report");
+    print_figure("bytes written by a start with nothing changed", last_later.written / 1000, "40 kB");
 }
 
 void change_and_memory(std::ofstream& samples) {
@@ -325,10 +373,35 @@ void change_and_memory(std::ofstream& samples) {
     std::filesystem::remove("/etc/zlog_modules_config/floor");
     print_row("commit to file replaced; floor: without the daemon", ours, floor, "2");
 
-    set("module.*", "debug");
-    set("module.snmp.TRAP", "error");
-    replacements.wait_for("SNMP.conf");
+    Replacements syslog_ng{"/etc/syslog-ng"};
+    auto const written_by = [&](auto const& change, std::string_view file) {
+        auto const before = bytes_written(daemon.pid());
+        change();
+        (file == "syslog-ng.conf" ? syslog_ng : replacements).wait_for(file);
+        return (bytes_written(daemon.pid()) - before) / 1000;
+    };
+    print_figure("bytes written for one level of a module",
+                 written_by([] { set("module.snmp.TRAP", "error"); }, "SNMP.conf"), "report");
+    print_figure("bytes written for one receiver",
+                 written_by([] { set("syslog.remote.1.address", "192.0.2.7"); }, "syslog-ng.conf"), "report");
+    print_figure("bytes written for one ONT, all others at their default",
+                 written_by([] { set("module.fsm_pon.ont.3.17", "debug"); }, "DNA.conf"), "report");
+    print_figure("bytes written for every level of every module",
+                 written_by(
+                     [] {
+                         set("module.*", "debug");
+                         set("module.snmp.TRAP", "error"); // is followed once everything else is done
+                     },
+                     "SNMP.conf"),
+                 "report");
+    while (read_file(std::string{zlog_folder} + "SNMP.conf").find("SNMP_TRAP.=WARN") != std::string::npos) {
+        replacements.wait_for("SNMP.conf");
+    }
     auto const before = test::kilobytes(daemon.pid(), "VmRSS:");
+    print_figure("resident memory, every level debug", before, "14 MB");
+    print_figure("proportional memory, every level debug", summed_memory(daemon.pid(), "Pss:"), "report");
+    print_figure("private memory, every level debug", summed_memory(daemon.pid(), "Private_Dirty:"),
+                 "report");
     for (int change = 0; change < 10000; ++change) {
         set("module.snmp.TRAP", other_level(change));
     }
@@ -336,11 +409,8 @@ void change_and_memory(std::ofstream& samples) {
     while (read_file(std::string{zlog_folder} + "SNMP.conf").find("SNMP_TRAP.=ERROR") != std::string::npos) {
         replacements.wait_for("SNMP.conf");
     }
-    auto const after = test::kilobytes(daemon.pid(), "VmRSS:");
-    fmt::print(
-        "resident memory, every level debug\t{} kB\t\t\t14 MB\t\nresident memory after 10 000 changes\t{} "
-        "kB\t\t\tno growth\t\n",
-        before, after);
+    print_figure("resident memory after 10 000 changes", test::kilobytes(daemon.pid(), "VmRSS:"),
+                 "no growth");
     require(daemon.terminate() == 0, "the daemon failed");
 }
 

@@ -50,7 +50,7 @@ def phases(path, starts):
         at += mean * scale
         body.append(f'<rect x="{LEFT}" y="{145 + index * 25}" width="14" height="14" fill="{colour}"/>')
         body.append(f'<text x="{LEFT + 22}" y="{157 + index * 25}">{name}: {mean:.2f} ms</text>')
-    svg(path, f"A start by phase: mean of {len(starts)}, {sum(means):.2f} ms in all", body)
+    svg(path, f"A first start by phase: mean of {len(starts)}, {sum(means):.2f} ms in all", body)
 
 
 def main():
