@@ -293,7 +293,7 @@ class Troubles : public Status, public testing::WithParamInterface<Trouble> {
     }
     void let_a_module_fail() {
         start_module();
-        answer(9, ENOENT);
+        tell(ipc::file_known_event, ipc::payload_of(ipc::FileKnown{9, ENOENT, ~0ULL})); // as the module would
     }
     void make_the_log_folder_read_only() {
         std::filesystem::create_directories("/run/own/log");
