@@ -1,7 +1,6 @@
 #include "record.hpp"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <iterator>
 #include <string_view>
@@ -159,26 +158,13 @@ class Layout {
         }
     }
 
-    /// The settings of a record, sorted. By what differs, held in one place: to compare whole paths, each
-    /// elsewhere in memory, would take a third of the instructions of the daemon's start.
     std::span<Setting const* const> append_by_path(Record const& record) {
-        struct Key {
-            std::array<char, 16> name; ///< the path's beginning after the record's prefix
-            Setting const* setting;
-        };
-        std::vector<Key> keys;
-        keys.reserve(record.settings.size());
-        for (auto const& setting : record.settings) {
-            auto& key = keys.emplace_back(Key{{}, &setting});
-            setting.path.copy(key.name.data(), key.name.size(), record.prefix.size());
-        }
-        std::ranges::sort(keys, [](Key const& a, Key const& b) {
-            auto const order = std::memcmp(a.name.data(), b.name.data(), a.name.size());
-            return order != 0 ? order < 0 : a.setting->path < b.setting->path;
-        });
         auto const before = by_path.size();
-        std::ranges::transform(keys, std::back_inserter(by_path), &Key::setting);
-        return std::span{by_path}.subspan(before);
+        std::ranges::transform(record.settings, std::back_inserter(by_path),
+                               [](auto const& setting) { return &setting; });
+        auto const added = std::span{by_path}.subspan(before);
+        std::ranges::sort(added, {}, &Setting::path);
+        return added;
     }
 };
 

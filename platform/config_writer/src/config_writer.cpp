@@ -43,9 +43,8 @@ std::string temporary_name(fs::path const& target) {
     return "." + target.filename().string() + ".tmp";
 }
 
-/// Whether a file of this name is a temporary of the target. Earlier versions used the name without its end.
-bool is_temporary_of(fs::path const& target, std::string_view name) {
-    auto const beginning = temporary_name(target);
+/// Whether a file of this name is a temporary. Earlier versions used the name without its end.
+bool is_temporary(std::string_view name, std::string_view beginning) {
     if (!name.starts_with(beginning)) {
         return false;
     }
@@ -76,10 +75,11 @@ void remove_unless_in_use(fs::path const& temporary) {
 
 /// Removes what killed writers of the target have left. What cannot be removed does no harm.
 void remove_leftovers(fs::path const& target) {
+    auto const beginning = temporary_name(target);
     std::error_code ended;
     for (fs::directory_iterator entry{target.parent_path() / ".", ended}, end; entry != end;
          entry.increment(ended)) {
-        if (is_temporary_of(target, entry->path().filename().string())) {
+        if (is_temporary(entry->path().filename().native(), beginning)) {
             remove_unless_in_use(entry->path());
         }
     }
