@@ -28,8 +28,8 @@ struct BootInstant {
 struct TrialTerms {
     BootInstant end;
     bool temporary = false; ///< it ends in any case, so nobody need confirm it
-    std::string timer =
-        {}; ///< the caller's own name for what ends it; NOLINT(readability-redundant-member-init)
+    /// The caller's own name for what ends it.
+    std::string timer{}; // NOLINT(readability-redundant-member-init): lets callers omit it
 };
 
 /// A setting on trial; its value is what the trial or, after a copy was put back, the database has.
