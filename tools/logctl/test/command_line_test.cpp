@@ -50,7 +50,7 @@ Subcommands:
   modules                     Show the modules: value, stem, files, subjects, levels
   preview                     Show what the daemon would write, whether it runs or not
   status                      Show whether each output has what the settings ask for; exit status 0 if all do
-  probe                       Log a message of each severity and show where it arrives; exit status 0 if as the settings say
+  probe                       Log a message of each severity and show where it arrives; exit status 0 if all is as set
   check                       Check every stored setting, and whether a private syslog-ng starts with the generated text
   history                     Show who changed what, newest last
   compare                     Show how the settings differ from those after a transaction, from a file or the defaults

@@ -92,13 +92,13 @@ module.snmp.TRAP: notice -> error
     EXPECT_EQ(stored(), "module.snmp.TRAP=error syslog.rsh.level=debug ");
     EXPECT_EQ(logctl({"confirm", "2"}),
               (Outcome{1, "", "logctl: no trial 2 is pending; see: logctl trials\n"}));
-    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: no trial waits for a confirmation\n"}));
 }
 
 TEST_F(Confirm, AChangeThatIsNotConfirmedIsUndoneByItself) {
     EXPECT_EQ(logctl({"commit-confirm", "0.1", "syslog.rsh.level=debug", "module.snmp.*=error"}).status, 0);
     EXPECT_TRUE(wait_until_stored("syslog.rsh.level=info "));
-    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: no trial waits for a confirmation\n"}));
 }
 
 TEST_F(Confirm, AChangeThatIsMadeAfterItsTimeIsUndoneAtOnce) {
@@ -169,7 +169,7 @@ TEST_F(Confirm, WhatOthersHaveChangedMeanwhileStays) {
 }
 
 TEST_F(Confirm, SeveralArePendingUnlessTheyShareASetting) {
-    EXPECT_EQ(logctl({"trials"}), (Outcome{0, "no change is pending\n", ""}));
+    EXPECT_EQ(logctl({"trials"}), (Outcome{0, "no trial is pending\n", ""}));
     EXPECT_EQ(logctl({"trials", "--json"}), (Outcome{0, "[]\n", ""}));
     EXPECT_EQ(logctl({"commit-confirm", "10", "syslog.rsh.level=debug"}).status, 0);
     EXPECT_EQ(logctl({"commit-confirm", "120", "module.fsm_pon.ont.3.1-16=debug", "module.snmp.*=error",
@@ -242,9 +242,9 @@ TEST_F(Confirm, WhatIsSetForATimeNeedsNone) {
 )",
                           Logctl::author()));
     EXPECT_EQ(logctl({"confirm"}), silence); // the one that needs it
-    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: no trial waits for a confirmation\n"}));
     logctl.sql("UPDATE pending SET until = 1");
-    EXPECT_EQ(logctl({"trials"}), (Outcome{0, "no change is pending\n", ""}));
+    EXPECT_EQ(logctl({"trials"}), (Outcome{0, "no trial is pending\n", ""}));
     EXPECT_EQ(stored(), "syslog.kernel.level=debug syslog.rsh.level=info ");
 }
 
@@ -346,7 +346,7 @@ TEST_F(Confirm, WhoseProcessWasKilledIsUndoneByAnyCommand) {
     EXPECT_TRUE(test::wait_until([&] { return !guards().empty(); }));
     kill(static_cast<pid_t>(std::stol(guards())), SIGKILL);
     logctl.sql("UPDATE pending SET until = 1");
-    EXPECT_EQ(logctl({"trials"}), (Outcome{0, "no change is pending\n", ""}));
+    EXPECT_EQ(logctl({"trials"}), (Outcome{0, "no trial is pending\n", ""}));
     EXPECT_EQ(stored(), "syslog.rsh.level=info ");
 }
 
@@ -375,7 +375,7 @@ TEST_F(Confirm, WhatIsRefusedLeavesNoTrace) {
     EXPECT_EQ(logctl({"commit-confirm", "1", "syslog.rsh.level=info"}),
               (Outcome{0, "", "logctl: nothing is changed, so there is nothing to confirm\n"}));
     EXPECT_EQ(stored(), "syslog.rsh.level=info ");
-    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: nothing waits for a confirmation\n"}));
+    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: no trial waits for a confirmation\n"}));
 }
 
 TEST(Recovery, WithoutADatabaseIsNoFailure) {

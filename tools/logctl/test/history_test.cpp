@@ -116,12 +116,12 @@ TEST_F(PastChanges, AreSelectedByTheirTime) {
     EXPECT_EQ(lines("1h"), 1);
     EXPECT_EQ(lines("400d"), 2);
     for (auto const* const time : {"", "yesterday", "2024-13-01", "2024-05-31 08:15"}) {
-        EXPECT_EQ(history({"--since", time}),
-                  (Outcome{1, "",
-                           fmt::format(
-                               "logctl: \"{}\" is not allowed; it must be a time ago such as 30m, 2h or 7d, "
-                               "or a time of UTC such as 2024-05-31 or 2024-05-31T08:15:00Z\n",
-                               time)}));
+        EXPECT_EQ(
+            history({"--since", time}),
+            (Outcome{1, "",
+                     fmt::format("logctl: \"{}\" is not allowed; it must be an age such as 30m, 2h or 7d, "
+                                 "or a UTC time such as 2024-05-31 or 2024-05-31T08:15:00Z\n",
+                                 time)}));
     }
 }
 

@@ -222,7 +222,8 @@ TEST_F(Status, OfTheTerminalsIsSeenWithoutOpeningThem) {
     for (auto const& name : {"file", "console", "terminal"}) {
         EXPECT_THAT(line_in(stalled.out, name),
                     testing::ContainsRegex(" not arriving .* nobody reads " + late.path() +
-                                           ", and all outputs stand still; run: fuser -v " + late.path()));
+                                           ", so no destination gets messages; run: fuser -v " +
+                                           late.path()));
     }
     EXPECT_THAT(stalled.out, testing::EndsWith("\nnot in step: 0 of 28 outputs; 3 of 3 destinations not "
                                                "arriving; a terminal is stalled\n"));

@@ -40,8 +40,8 @@ void tell_who_is_away(std::span<std::uint32_t const> fields, Context const& cont
 
 void add_wait_option(Arguments& arguments, WaitOptions& options) {
     arguments.add({.name = "--wait",
-                   .help = "Wait until every output concerned is in step; status 1, and why, if one is not "
-                           "after so many seconds",
+                   .help = "Wait until every output concerned is in step; after SECONDS (10 if not given) "
+                           "give up with status 1 and the reason",
                    .type = "SECONDS",
                    .range = {{0, 3600}},
                    .without_value = "10"},

@@ -46,11 +46,10 @@ core::Result<std::int64_t> time_in(std::string const& text) {
             return timegm(&time);
         }
     }
-    return core::fail(
-        core::Error::InvalidInputArg,
-        "{} is not allowed; it must be a time ago such as 30m, 2h or 7d, or a time of UTC such as "
-        "2024-05-31 or 2024-05-31T08:15:00Z",
-        cfgdb::printable(text));
+    return core::fail(core::Error::InvalidInputArg,
+                      "{} is not allowed; it must be an age such as 30m, 2h or 7d, or a UTC time such as "
+                      "2024-05-31 or 2024-05-31T08:15:00Z",
+                      cfgdb::printable(text));
 }
 
 core::Result<std::vector<PastTransaction>> select(Context const& context, Options const& options) {
@@ -180,7 +179,7 @@ core::Result<int> history(Context const& context, Options const& options) {
 Action history_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({"PATH", "Only the changes of these settings or this group"}, options->path);
-    arguments.add({"--limit", "Only the newest so many transactions", "N"}, options->limit);
+    arguments.add({"--limit", "Only the newest N transactions", "N"}, options->limit);
     arguments.add(
         {"--since", "Only what came after this time: 2h or 7d ago, or a UTC time such as 2024-05-31", "TIME"},
         options->since);

@@ -133,7 +133,7 @@ Action show_command(Arguments& arguments) {
                   options->patterns);
     arguments.add({"--changed", "Only what differs from its default"}, options->changed);
     arguments.add({"--json", "Print an array of JSON objects"}, options->json);
-    arguments.add({"--commands", "Print what differs as commands that make it again"}, options->commands);
+    arguments.add({"--commands", "Print what differs as commands that recreate it"}, options->commands);
     arguments.add({"--map", "Print the levels of all ONTs as a picture"}, options->map);
     arguments.verify([options] {
         return options->json + options->commands + options->map > 1

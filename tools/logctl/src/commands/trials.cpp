@@ -68,7 +68,7 @@ std::string to_json(std::vector<Trial> const& trials) {
 
 core::Result<int> trials(Context const& context, bool json) {
     OUTCOME_TRY(pending, cfgdb::pending_trials(context.database));
-    print(json ? to_json(pending) : pending.empty() ? "no change is pending\n" : to_table(pending));
+    print(json ? to_json(pending) : pending.empty() ? "no trial is pending\n" : to_table(pending));
     return 0;
 }
 
@@ -81,7 +81,7 @@ core::Result<std::int64_t> number_of(std::optional<std::int64_t> given, std::str
     OUTCOME_TRY(pending, cfgdb::pending_trials(context.database));
     std::erase_if(pending, [](Trial const& trial) { return trial.terms.temporary; });
     if (pending.empty()) {
-        return fail(Error::Empty, "nothing waits for a confirmation");
+        return fail(Error::Empty, "no trial waits for a confirmation");
     }
     if (pending.size() > 1) {
         std::vector<std::int64_t> numbers;
@@ -139,7 +139,8 @@ core::Result<int> extend(Context const& context, Extension const& wanted) {
 Action trial_command(Arguments& arguments,
                      core::Result<int> (*act)(Context const&, std::optional<std::int64_t>)) {
     auto const number = std::make_shared<std::optional<std::int64_t>>();
-    arguments.add({"NUMBER", "Of the trial; not needed while only one waits for its confirmation"}, *number);
+    arguments.add({"NUMBER", "The number of the trial; not needed while only one waits for its confirmation"},
+                  *number);
     return [number, act](Context const& context) { return act(context, *number); };
 }
 
@@ -161,7 +162,7 @@ Action abort_command(Arguments& arguments) {
 
 Action extend_command(Arguments& arguments) {
     auto const wanted = std::make_shared<Extension>();
-    arguments.add({.name = "NUMBER", .help = "Of the trial", .required = true}, wanted->number);
+    arguments.add({.name = "NUMBER", .help = "The number of the trial", .required = true}, wanted->number);
     arguments.add(
         {.name = "TIME", .help = "How much later it ends, such as 90s, 30m, 2h or 7d", .required = true},
         wanted->time);

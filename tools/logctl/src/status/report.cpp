@@ -336,7 +336,7 @@ class Destinations {
             if (state == TerminalState::Stalled) {
                 auto const holder = holder_of_terminal(number);
                 stalled = {
-                    fmt::format("nobody reads /dev/pts/{}{}, and all outputs stand still", number,
+                    fmt::format("nobody reads /dev/pts/{}{}, so no destination gets messages", number,
                                 holder ? fmt::format(", held by {} (process {})", holder->name, holder->pid)
                                        : ""),
                     holder ? fmt::format("kill -HUP {}", holder->pid)
