@@ -103,6 +103,7 @@ struct Row {
 /// What was changed, one text for each line.
 std::vector<std::string> change_texts(PastTransaction const& transaction, bool full) {
     std::vector<Said> all;
+    all.reserve(transaction.changes.size());
     for (auto const& [path, old_value, new_value] : transaction.changes) {
         all.push_back({path, change_text(old_value, new_value)});
     }

@@ -9,7 +9,7 @@
 namespace xpon::logctl {
 
 /// The longest that a change may last before it ends by itself.
-inline constexpr std::int64_t longest_trial = 30 * 24 * 60 * 60;
+inline constexpr std::int64_t longest_trial = std::int64_t{30} * 24 * 60 * 60;
 
 /// The seconds that a text such as 90s, 30m, 2h or 7d stands for, rounded up. Fails with `InvalidInputArg`
 /// for what is none, for 0 and for more than `longest`, which are whole days.
