@@ -108,6 +108,7 @@ std::vector<Said> folded(std::vector<Said> const& all) {
         parts = join_numbers(parts, component);
     }
     std::vector<Said> result;
+    result.reserve(parts.size());
     for (auto const& [path, text] : parts) {
         result.push_back({fmt::format("{}", fmt::join(path, ".")), text});
     }
@@ -121,6 +122,7 @@ std::string change_text(std::string const& old_value, std::string const& new_val
 
 std::string folded_lines(std::vector<cfgdb::Change> const& changes) {
     std::vector<Said> all;
+    all.reserve(changes.size());
     for (auto const& [setting, old_value, new_value] : changes) {
         all.push_back({setting->path, change_text(old_value, new_value)});
     }
