@@ -265,7 +265,7 @@ TEST_F(Waiting, NeverSaysYesWronglyUnderDisturbances) {
             shell(std::string{"syslog-ng-ctl config | cmp - "} + syslog_ng_conf);
         }
     }
-    ASSERT_GT(latencies.size(), static_cast<std::size_t>(no));
+    ASSERT_FALSE(latencies.empty());
     std::ranges::sort(latencies);
     test::report(fmt::format(
         "--wait while the daemon and the broker are killed, the broker and syslog-ng frozen, with a "

@@ -265,7 +265,7 @@ class Probe {
     }
 
     static milliseconds patience(Destination const& destination) {
-        return destination.disappoints ? milliseconds{100} : milliseconds{1000};
+        return destination.disappoints ? milliseconds{100} : milliseconds{2000};
     }
 
     /// What has become of a message, of these that came at the same time.
@@ -307,7 +307,7 @@ class Probe {
         return core::success();
     }
 
-    static constexpr milliseconds longest{2000};
+    static constexpr milliseconds longest{4000};
     static constexpr char const* source = "s_local"; // in syslog-ng.conf
 
     std::unique_ptr<Journal> journal;
