@@ -30,6 +30,7 @@ std::string to_table(std::vector<Trial> const& trials) {
     std::vector<std::string> before;
     for (auto const& trial : trials) {
         std::vector<Said> all;
+        all.reserve(trial.settings.size());
         for (auto const& [path, value] : trial.settings) {
             all.push_back({path, value});
         }
