@@ -19,7 +19,7 @@ struct Unit {
     std::int64_t seconds;
 };
 
-constexpr Unit units[] = {{'d', "d", 24 * 60 * 60}, {'h', "h", 60 * 60}, {'m', "min", 60}, {'s', "s", 1}};
+constexpr Unit units[] = {{'d', "d", 86400}, {'h', "h", 3600}, {'m', "min", 60}, {'s', "s", 1}};
 
 } // namespace
 
@@ -27,8 +27,9 @@ core::Result<std::int64_t> seconds_in(std::string_view text, std::int64_t longes
     auto const unit = std::ranges::find(units, text.empty() ? '\0' : text.back(), &Unit::letter);
     if (unit != std::end(units)) {
         auto const number = number_in<double>(text.substr(0, text.size() - 1));
-        if (number && *number > 0 && *number <= static_cast<double>(longest / unit->seconds)) {
-            return static_cast<std::int64_t>(std::ceil(*number * static_cast<double>(unit->seconds)));
+        auto const seconds = number.value_or(0) * static_cast<double>(unit->seconds);
+        if (seconds > 0 && seconds <= static_cast<double>(longest)) {
+            return static_cast<std::int64_t>(std::ceil(seconds));
         }
     }
     return core::fail(core::Error::InvalidInputArg,
