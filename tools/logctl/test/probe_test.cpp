@@ -162,6 +162,23 @@ TEST_F(Probing, NamesAFilterThatLetsTooMuchPassOrTooLittle) {
         "probe: a wrong filter of a receiver, the file, a terminal\tmade on a board\tnamed, each severity");
 }
 
+TEST_F(Probing, WaitsForAFilterThatTakesItsTime) {
+    start_board();
+    test::UdpReceiver const receiver;
+    set({address(1), port(1, receiver)});
+    auto edited = contents(syslog_ng_conf);
+    std::string const line = "filter (f_3);\n    destination(d_network1)";
+    edited.replace(edited.rfind(line), line.size(),
+                   "filter { not message(\"(.*)(.*)(.*)(.*)(.*)(.*)(.*)nowhere\") };\n"
+                   "    filter (f_5);\n    destination(d_network1)");
+    test::write_file(syslog_ng_conf, edited);
+    shell("syslog-ng-ctl reload");
+    for (int count = 0; count < 3; ++count) {
+        EXPECT_THAT(probe_line("remote 1"),
+                    HasSubstr(" -      sent   sent  sent  sent     sent    unexpected  unexpected  "));
+    }
+}
+
 TEST_F(Probing, NamesAFileThatCannotBeWritten) {
     start_board();
     std::filesystem::create_directories("/run/own/log");
