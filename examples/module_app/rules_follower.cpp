@@ -80,9 +80,9 @@ Result<void> RulesFollower::reload_and_answer() {
     } else {
         core::log(logger, LogLevel::Notice, "Log rules read from {}", file.string());
     }
-    OUTCOME_TRY(bus.send({ipc::everybody, ipc::file_changed_reply, 0}, ipc::payload_of(answer)));
-    return bus.send({ipc::everybody, ipc::file_known_event, 0},
-                    ipc::payload_of(ipc::FileKnown{answer.module, answer.status, changed}));
+    OUTCOME_TRY(bus.send({ipc::everybody, ipc::file_known_event, 0},
+                         ipc::payload_of(ipc::FileKnown{answer.module, answer.status, changed})));
+    return bus.send({ipc::everybody, ipc::file_changed_reply, 0}, ipc::payload_of(answer));
 }
 
 } // namespace xpon::module_app

@@ -10,6 +10,11 @@ namespace xpon::ipc {
 
 namespace {
 
+bool is_kept(std::span<std::byte const> frame) {
+    auto const event = decode(frame)->header.event;
+    return event != file_changed_reply && event != file_known_event;
+}
+
 auto holds(std::span<std::byte const> frame) {
     return [frame](auto const& entry) { return std::ranges::equal(entry.frame, frame); };
 }
@@ -30,10 +35,13 @@ void Handshake::take_notice(std::span<std::byte const> notice) {
 }
 
 bool Handshake::accepts(std::span<std::byte const> frame) const {
-    return connected || kept.size() < capacity || std::ranges::any_of(kept, holds(frame));
+    return connected || !is_kept(frame) || kept.size() < capacity || std::ranges::any_of(kept, holds(frame));
 }
 
 void Handshake::sent(Frame frame) {
+    if (!is_kept(frame)) {
+        return;
+    }
     std::erase_if(kept, holds(frame));
     if (kept.size() == capacity) {
         kept.erase(kept.begin());

@@ -23,6 +23,8 @@ namespace xpon::ipc {
 ///    endpoint keeps each frame that it sends. It sends itself `confirmation_event` with the number of the
 ///    last one; when that comes back, all frames up to this number have passed the broker and are forgotten.
 ///    One confirmation is under way at a time, so a burst costs few of them.
+/// 4. What a module says about its file is not kept: it would come again when it is no longer true. At the
+///    connection the module reads its file and answers anew.
 class Handshake {
   public:
     using Frame = std::vector<std::byte>;
@@ -41,7 +43,7 @@ class Handshake {
 
     /// Whether the frame may be sent: with a connection any, without one only if none must be forgotten.
     bool accepts(std::span<std::byte const> frame) const;
-    /// The frame was sent. Forgets the oldest one if there is no room.
+    /// The frame was sent. Keeps it if it is to come again; forgets the oldest one if there is no room.
     void sent(Frame frame);
 
     /// Sends the greeting or the confirmation if one is due; false if nothing is left to send, or if the

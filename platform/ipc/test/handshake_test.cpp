@@ -8,8 +8,10 @@
 namespace xpon::ipc {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 using Frame = Handshake::Frame;
 
@@ -90,6 +92,19 @@ TEST_F(HandshakeTest, WhatIsConfirmedIsNotSentAgain) {
     EXPECT_TRUE(take(confirmation(13)));
     connect();
     EXPECT_THAT(due(), ElementsAre(greeting));
+}
+
+TEST_F(HandshakeTest, WhatAModuleSaidOfItsFileIsNotSentAgain) {
+    for (std::size_t number = 0; number < Handshake::capacity; ++number) {
+        send({number});
+    }
+    EXPECT_TRUE(handshake.accepts(frame(file_changed_reply)));
+    send({file_changed_reply, file_known_event});
+    connect();
+    auto const sent = due();
+    EXPECT_EQ(sent.size(), Handshake::capacity + 2);
+    EXPECT_THAT(sent, Not(Contains(frame(file_changed_reply))));
+    EXPECT_THAT(sent, Not(Contains(frame(file_known_event))));
 }
 
 TEST_F(HandshakeTest, OnlyTheConfirmationThatIsAwaitedConfirms) {

@@ -37,7 +37,7 @@ inline constexpr std::uint16_t connected_event = 12504;
 /// does not return it. Payload: the number, 8 bytes.
 inline constexpr std::uint16_t confirmation_event = 12505;
 
-/// From a module, to everybody, right after each of its answers: which state of the file the answer is about. A
+/// From a module, to everybody, right before each of its answers: which state of the file the answer is about. A
 /// module may leave it out. Payload: FileKnown.
 inline constexpr std::uint16_t file_known_event = 12506;
 
