@@ -196,8 +196,8 @@ class SlowModule {
             std::scoped_lock const lock{mutex};
             text = std::move(now);
         }
-        tell(bus, ipc::file_changed_reply, ipc::payload_of(ipc::FileAnswer{module, 0}));
         tell(bus, ipc::file_known_event, ipc::payload_of(ipc::FileKnown{module, 0, changed}));
+        tell(bus, ipc::file_changed_reply, ipc::payload_of(ipc::FileAnswer{module, 0}));
     }
 
     static void tell(ipc::IIpc& bus, std::uint16_t event, std::vector<std::byte> const& payload) {
