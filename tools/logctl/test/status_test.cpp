@@ -312,6 +312,12 @@ class Troubles : public Status, public testing::WithParamInterface<Trouble> {
         set({{"syslog.remote.2.address", "127.0.0.1"},
              {"syslog.remote.2.port", std::to_string(gone.port())}});
     }
+    void send_to_a_group() { // as an old release could
+        set({{"syslog.remote.2.address", "192.0.2.7"}});
+        logctl.sql("UPDATE setting SET value = '239.1.2.3' WHERE path = 'syslog.remote.2.address'",
+                   std::filesystem::path{database} / "running.db");
+        set({{"syslog.remote.2.port", "5140"}});
+    }
     void stop_reading_a_terminal() {
         terminal = std::make_unique<test::ChildProcess>(
             test::Command{.argv = {"script", "--quiet", "--command", "exec sleep 1000", "/dev/null"}});
@@ -412,6 +418,7 @@ constexpr Trouble troubles[] = {
     {"LogFileGone",      &Troubles::make_the_log_folder_read_only, "file", "/run/own/log/system.log.1 is not there, though "},
     {"FolderInItsPlace", &Troubles::put_a_folder_in_its_place, "file", "/var/log/system.log.1 is a folder; run: mv /var/log/system.log.1 /var/log/system.log.1.aside && syslog-ng-ctl reload"},
     {"ReceiverGone",     &Troubles::send_to_nobody,      "remote 2",  " messages wait; run: logctl reset syslog.remote.2.address"},
+    {"ReceiverOfAGroup", &Troubles::send_to_a_group,     "remote 2",  "239.1.2.3 is a multicast address; run: logctl reset syslog.remote.2.address"},
     {"TerminalStalled",  &Troubles::stop_reading_a_terminal, "terminal 0", ", held by sleep (process "},
 };
 // clang-format on

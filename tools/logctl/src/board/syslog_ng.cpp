@@ -29,8 +29,8 @@ core::Result<std::string> ask_syslog_ng(std::string const& what, Deadline end) {
     return fail(Error::CommonError, "syslog-ng does not run or does not answer");
 }
 
-std::string counters_of(std::string_view address, std::string_view port) {
-    return fmt::format("udp,{}:{}", address, port);
+std::string counters_of(std::string_view receiver, std::string_view address, std::string_view port) {
+    return fmt::format("{}#0;udp,{}:{}", receiver, address, port);
 }
 
 Statistics statistics_in(std::string const& answer) {
@@ -51,7 +51,7 @@ Statistics statistics_in(std::string const& answer) {
         if (!number || state != "a" || !(total || kind == "dst.network")) {
             continue;
         }
-        auto& counters = statistics[total ? id : instance];
+        auto& counters = statistics[total ? id : id + ';' + instance];
         if (counter == "processed") {
             counters.processed = number;
         } else if (counter == "written") {

@@ -29,8 +29,9 @@ struct Counters {
 /// gone are left out.
 using Statistics = std::map<std::string, Counters, std::less<>>;
 
-/// How syslog-ng calls a receiver's counters: its name in syslog-ng.conf says nothing of the address.
-std::string counters_of(std::string_view address, std::string_view port);
+/// How syslog-ng calls the counters of a receiver of syslog-ng.conf: some are of the name, some of the address,
+/// and those of an address that it had before stay.
+std::string counters_of(std::string_view receiver, std::string_view address, std::string_view port);
 
 /// The counters in an answer to "stats".
 Statistics statistics_in(std::string const& answer);

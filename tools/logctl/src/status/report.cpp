@@ -16,6 +16,7 @@
 #include "process.hpp"
 #include "stored.hpp"
 #include "wanted.hpp"
+#include "xpon/cfgdb/usable.hpp"
 
 namespace xpon::logctl {
 
@@ -408,17 +409,21 @@ class Destinations {
     }
 
     DestinationStatus receiver(int number, std::string const& address, std::string const& port) const {
-        auto const id = counters_of(address, port);
+        auto const id = counters_of(fmt::format("d_network{}", number), address, port);
         auto status = known(fmt::format("remote {}", number), id, fmt::format("{} port {}", address, port));
         if (status.state != in_order) {
             return status;
         }
-        if (auto const queue = standing.find(id); queue != standing.end()) {
+        auto const setting = fmt::format("syslog.remote.{}.address", number);
+        if (auto const flaw = cfgdb::flaw_of(*cfgdb::find_setting(setting), address)) {
+            status.state = not_arriving;
+            status.notes = {{*flaw, "logctl reset " + setting}};
+        } else if (auto const queue = standing.find(id); queue != standing.end()) {
             status.state = not_arriving;
             status.counters = queue->second;
             status.notes = {
                 {fmt::format("nobody takes them there: {} messages wait", queue->second.queued.value_or(0)),
-                 fmt::format("logctl reset syslog.remote.{}.address", number)}};
+                 "logctl reset " + setting}};
         } else {
             status.state = "sent";
         }
@@ -462,6 +467,18 @@ Report look(Context const& context) {
     report.destinations =
         Destinations{facts, std::chrono::steady_clock::now() + std::chrono::seconds{1}}.all();
     return report;
+}
+
+Report look_twice(Context const& context) {
+    auto const end = std::chrono::steady_clock::now() + std::chrono::seconds{1};
+    for (;;) {
+        auto report = look(context);
+        if (std::ranges::all_of(report.outputs, &OutputStatus::in_step) ||
+            !std::ranges::all_of(report.parts, &Part::works) || std::chrono::steady_clock::now() >= end) {
+            return report;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds{50});
+    }
 }
 
 Report look(Context const& context, Outputs const& outputs) {

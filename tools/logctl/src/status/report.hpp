@@ -89,6 +89,10 @@ Part find_broker();
 /// Looks at everything. Takes 3 s at most, also if syslog-ng or the broker does not answer.
 Report look(Context const& context);
 
+/// Looks at everything, and again for a second while outputs are not in step: it takes less to write a file and
+/// to have it loaded. Takes 4 s at most.
+Report look_twice(Context const& context);
+
 /// Looks at some outputs alone, and not at the destinations.
 Report look(Context const& context, Outputs const& outputs);
 
