@@ -119,6 +119,7 @@ Facts look_around(Context const& context, Questions const& questions) {
     }
     if (answers.valid()) {
         facts.answers = answers.get();
+        facts.broker = find_broker(); // perhaps another one, which has not heard of a module yet
         if (facts.answers.has_error()) {
             judge_answer(facts.broker, facts.answers.error());
         }
