@@ -14,7 +14,7 @@ namespace {
 
 /// A module that has not answered does not listen, but for those which are about to reach a new broker.
 bool is_new(Part const& part) {
-    constexpr std::int64_t seconds_to_connect = 9; // endpoints try every 8 s at the latest
+    constexpr std::int64_t seconds_to_connect = 12; // endpoints try every 9 s at the latest
     return part.process && std::time(nullptr) - part.process->since < seconds_to_connect;
 }
 
@@ -54,18 +54,20 @@ core::Result<bool> wait_until_in_step(Context const& context, std::span<std::uin
                                       std::chrono::duration<double> limit) {
     OUTCOME_TRY(wanted, Wanted::open(context));
     OUTCOME_TRY(outputs, wanted.outputs_with(fields));
-    auto const end = std::chrono::steady_clock::now() +
-                     std::chrono::duration_cast<std::chrono::steady_clock::duration>(limit);
+    using std::chrono::milliseconds;
+    auto const begin = std::chrono::steady_clock::now();
+    auto const end = begin + std::chrono::duration_cast<std::chrono::steady_clock::duration>(limit);
     for (;;) {
         auto const report = look(context, outputs);
         if (surely_in_step(report)) {
             return true;
         }
-        if (std::chrono::steady_clock::now() >= end || waits_for_restart(report)) {
+        auto const now = std::chrono::steady_clock::now();
+        if (now >= end || waits_for_restart(report)) {
             tell_what_is_not(report);
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds{5});
+        std::this_thread::sleep_for(now - begin < milliseconds{500} ? milliseconds{5} : milliseconds{50});
     }
 }
 
