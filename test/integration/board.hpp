@@ -1,6 +1,9 @@
 #pragma once
 
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
@@ -102,6 +105,13 @@ struct Program {
 /// The board's programs, real ones, at the daemon's fixed paths: for test programs that run in a sandbox.
 class Board : public testing::Test {
   protected:
+    Board() {
+        if (!std::filesystem::exists("/boot/running")) { // else it would change this machine's own settings
+            std::fputs("This is not a sandbox; run: scripts/sandbox PROGRAM\n", stderr);
+            std::_Exit(EXIT_FAILURE);
+        }
+    }
+
     static constexpr auto syslog_ng_conf = log_config::syslog_ng_conf;
     static constexpr auto zlog_folder = log_config::zlog_folder;
     static constexpr auto printk = log_config::printk;
