@@ -163,13 +163,14 @@ class Layout {
         std::ranges::transform(record.settings, std::back_inserter(by_path),
                                [](auto const& setting) { return &setting; });
         auto const added = std::span{by_path}.subspan(before);
-        std::ranges::sort(added, {}, &Setting::path);
+        // Most are in order already: a stable sort then compares half as often as another one.
+        std::ranges::stable_sort(added, {}, &Setting::path);
         return added;
     }
 };
 
 Layout const& layout() {
-    static Layout const table;
+    static auto const& table = *new Layout; // never destroyed: to free 4000 paths would only delay the exit
     return table;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -11,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -75,12 +77,16 @@ void remove_unless_in_use(fs::path const& temporary) {
 
 /// Removes what killed writers of the target have left. What cannot be removed does no harm.
 void remove_leftovers(fs::path const& target) {
+    auto const folder = target.parent_path() / ".";
+    // Not a directory_iterator: making a path of each name took 11 % of the instructions of the daemon's start.
+    std::unique_ptr<DIR, int (*)(DIR*)> const entries{::opendir(folder.c_str()), ::closedir};
+    if (!entries) {
+        return;
+    }
     auto const beginning = temporary_name(target);
-    std::error_code ended;
-    for (fs::directory_iterator entry{target.parent_path() / ".", ended}, end; entry != end;
-         entry.increment(ended)) {
-        if (is_temporary(entry->path().filename().native(), beginning)) {
-            remove_unless_in_use(entry->path());
+    while (auto const* const entry = ::readdir(entries.get())) {
+        if (is_temporary(entry->d_name, beginning)) {
+            remove_unless_in_use(folder / entry->d_name);
         }
     }
 }
