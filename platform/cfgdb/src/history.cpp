@@ -37,10 +37,12 @@ core::Result<std::vector<PastTransaction>> history(std::filesystem::path const& 
     auto const& connection = store->unshared();
     OUTCOME_TRY(connection.execute("BEGIN"));
     Rollback const one_state{connection};
-    OUTCOME_TRY(statement, connection.prepare("SELECT number, at, author, path, old, new FROM history "
-                                              "WHERE number > ?1 ORDER BY number, entry"));
+    // Older transactions are dropped row by row, so what is left of one may be incomplete.
+    OUTCOME_TRY(statement, connection.prepare("SELECT number, at, author, path, old, new FROM history WHERE "
+                                              "number > max(?1, (SELECT max(number) FROM history) - ?2) "
+                                              "ORDER BY number, entry"));
     std::vector<PastTransaction> transactions;
-    auto rows = statement.run(after);
+    auto rows = statement.run(after, kept_transactions);
     while (rows.next()) {
         if (transactions.empty() || transactions.back().number != rows.number(0)) {
             transactions.push_back({rows.number(0), rows.number(1), safe(rows.text(2)), {}, {}, {}, {}});

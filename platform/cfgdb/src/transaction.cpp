@@ -12,6 +12,7 @@
 #include "core/failure.hpp"
 #include "record.hpp"
 #include "session.hpp"
+#include "xpon/cfgdb/history.hpp"
 #include "xpon/cfgdb/usable.hpp"
 
 namespace xpon::cfgdb {
@@ -148,16 +149,6 @@ core::Result<void> write_settings(Connection const& connection, Wanted const& wa
     return connection.execute("DELETE FROM pending WHERE number NOT IN (SELECT number FROM on_trial)");
 }
 
-// The journal keeps its last 10 000 entries, the history its last 1000 transactions. A commit drops at most the oldest 1000 entries and 16 transactions,
-// so its cost does not depend on the size of the database. Each deletion is one range of a key.
-constexpr char const* prune = R"(
-    DELETE FROM journal WHERE sequence <= min((SELECT max(sequence) FROM journal) - 10000,
-                                              (SELECT min(sequence) FROM journal) + 999);
-    DELETE FROM history WHERE number <= min((SELECT max(number) FROM history) - 1000,
-                                            (SELECT min(number) FROM history) + 15);
-    DELETE FROM transaction_note WHERE number < (SELECT min(number) FROM history);
-)";
-
 /// Settings come in the order of their table, where those of one field stand together.
 void add_field(Setting const& setting, std::vector<std::uint32_t>& fields) {
     if (fields.empty() || fields.back() != setting.field_id) {
@@ -172,6 +163,29 @@ core::Result<void> enter_in_journal(Connection const& connection, std::span<std:
         OUTCOME_TRY(connection.change(note, std::int64_t{field}, now));
     }
     return core::success();
+}
+
+// The journal keeps its last 10 000 entries. A commit drops at most the oldest 1000, one range of a key.
+constexpr char const* prune_journal = R"(
+    DELETE FROM journal WHERE sequence <= min((SELECT max(sequence) FROM journal) - 10000,
+                                              (SELECT min(sequence) FROM journal) + 999);
+)";
+
+// Rows and not whole transactions, since one may have thousands.
+constexpr char const* prune_history = R"(
+    DELETE FROM history WHERE entry IN (SELECT entry FROM history
+        WHERE number <= (SELECT max(number) FROM history) - ?1 ORDER BY number LIMIT ?2)
+)";
+
+/// Drops little, so that a commit costs the same however much the database holds. As it drops a few more rows
+/// of the history than are added, that does not grow while any are left to be dropped.
+core::Result<void> prune(Connection const& connection, std::size_t added) {
+    constexpr std::int64_t most_more = 15;
+    OUTCOME_TRY(connection.execute(prune_journal));
+    OUTCOME_TRY(drop, connection.prepare(prune_history));
+    OUTCOME_TRY(connection.change(drop, kept_transactions, static_cast<std::int64_t>(added) + most_more));
+    return connection.execute(
+        "DELETE FROM transaction_note WHERE number < (SELECT min(number) FROM history)");
 }
 
 std::string name_of(uid_t user) {
@@ -198,7 +212,7 @@ core::Result<void> record_changes(Connection const& connection, std::vector<Chan
                                              "comment) VALUES(?1, ?2, ?3, ?4)"));
     auto const accounts = Caller::current().accounts();
     OUTCOME_TRY(connection.change(describe, newest + 1, kind, std::string_view{accounts}, comment));
-    return connection.execute(prune);
+    return prune(connection, changes.size());
 }
 
 } // namespace
@@ -317,7 +331,7 @@ core::Result<void> deliver_again(std::span<std::uint32_t const> fields, std::fil
     OUTCOME_TRY(session, Session::begin(folder));
     OUTCOME_TRY(session->prepare_to_write());
     OUTCOME_TRY(enter_in_journal(session->connection(), fields));
-    OUTCOME_TRY(session->connection().execute(prune));
+    OUTCOME_TRY(prune(session->connection(), 0));
     return session->commit();
 }
 

@@ -16,6 +16,7 @@
 #include "support.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/cfgdb/change_feed.hpp"
+#include "xpon/cfgdb/history.hpp"
 
 namespace xpon::cfgdb {
 namespace {
@@ -286,13 +287,36 @@ TEST_F(Transactions, TheJournalKeepsItsLastTenThousandEntriesWhateverTheirAge) {
     EXPECT_EQ(raw->value("SELECT count(*), min(sequence), max(sequence) FROM journal"), "10000|553|10552");
 }
 
+std::string shown_history(std::filesystem::path const& folder) {
+    auto const shown = cfgdb::history(folder).value();
+    return fmt::format("{} transactions, {} to {}", shown.size(), shown.front().number, shown.back().number);
+}
+
 TEST_F(Transactions, TheHistoryKeepsTheLastThousandTransactionsWhateverTheirSize) {
     raw->run(transactions(30, 999, 0)); // 30 each
     change(folder, {{"syslog.rsh.level", "debug"}});
     EXPECT_EQ(raw->value("SELECT count(*), min(number) FROM history"), "29971|1")
         << "a thousand with this one";
+    EXPECT_EQ(shown_history(folder), "1000 transactions, 1 to 1000");
     change(folder, {{"syslog.rsh.level", "info"}});
-    EXPECT_EQ(raw->value("SELECT count(*), min(number), max(number) FROM history"), "29942|2|1001");
+    EXPECT_EQ(shown_history(folder), "1000 transactions, 2 to 1001");
+    change(folder, {{"syslog.rsh.level", "debug"}, {"syslog.console.level", "debug"}});
+    EXPECT_EQ(shown_history(folder), "1000 transactions, 3 to 1002");
+    EXPECT_EQ(raw->value("SELECT count(*), min(number) FROM history"), "29941|2")
+        << "16 and 17 of 60 are dropped";
+}
+
+TEST_F(Transactions, TheHistoryDoesNotGrowWhileItHasOldRows) {
+    raw->run(transactions(4096, 1, 0));
+    raw->run(transactions(1, 999, 1));
+    auto const rows = [this] { return std::stoi(raw->value("SELECT count(*) FROM history")); };
+    auto const before = rows();
+    change(folder, {{"syslog.rsh.level", "debug"}});
+    EXPECT_EQ(rows(), before - 15);
+    change(folder, {{"module.fsm_pon.ont.1.*", "debug"}});
+    EXPECT_EQ(rows(), before - 30);
+    change(folder, {{"module.fsm_pon.ont.*", "error"}});
+    EXPECT_EQ(raw->value("SELECT min(number) FROM history"), "4") << "nothing old is left";
 }
 
 /// What the library's statements cost, whichever connection runs them.

@@ -10,6 +10,9 @@
 
 namespace xpon::cfgdb {
 
+/// The history consists of so many transactions, the newest ones, of any size.
+constexpr std::int64_t kept_transactions = 1000;
+
 /// One setting that a transaction has changed, with its values as an operator writes them. They are equal if
 /// it was only taken out of a trial.
 struct PastChange {
@@ -30,7 +33,7 @@ struct PastTransaction {
 };
 
 /// The transactions after this number, oldest first, as of one instant. The database must exist; permission
-/// to read is enough. The library keeps the newest 1000 transactions of any size.
+/// to read is enough.
 core::Result<std::vector<PastTransaction>> history(std::filesystem::path const& folder = default_folder,
                                                    std::int64_t after = 0);
 
