@@ -78,7 +78,7 @@ void remove_unless_in_use(fs::path const& temporary) {
 /// Removes what killed writers of the target have left. What cannot be removed does no harm.
 void remove_leftovers(fs::path const& target) {
     auto const folder = target.parent_path() / ".";
-    // Not a directory_iterator: making a path of each name took 11 % of the instructions of the daemon's start.
+    // Not a directory_iterator: making a path of each name took 11 % of the instructions of a start.
     std::unique_ptr<DIR, int (*)(DIR*)> const entries{::opendir(folder.c_str()), ::closedir};
     if (!entries) {
         return;
