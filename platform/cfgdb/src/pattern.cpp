@@ -180,8 +180,7 @@ std::vector<std::string> nearest_paths(std::string_view text) {
 core::ErrorPayload unknown(std::string_view text) {
     auto const near = text.size() > longest_to_search ? std::vector<std::string>{} : nearest_paths(text);
     return fail(Error::InvalidInputArg, "{}: no such setting; {}", printable(text),
-                near.empty() ? "all begin with \"syslog.\" or \"module.\""
-                             : fmt::format("nearest: {}", fmt::join(near, ", ")));
+                near.empty() ? "all begin with \"syslog.\" or \"module.\"" : did_you_mean(near));
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 
 #include "core/failure.hpp"
 #include "number_in.hpp"
+#include "xpon/cfgdb/nearest.hpp"
 #include "xpon/cfgdb/printable.hpp"
 #include "xpon/cfgdb/settings.hpp"
 
@@ -104,8 +105,12 @@ std::string wrongly_stored(std::string_view value, Kind kind) {
 core::Result<Value> parse(Setting const& setting, std::string_view text) {
     auto value = value_in(setting.kind, text);
     if (!value || !is_allowed(setting.kind, *value)) {
-        return fail(Error::InvalidInputArg, "{}: {}", setting.path,
-                    not_allowed(printable(text), allowed(setting.kind)));
+        auto const near = setting.kind == Kind::Level
+                              ? nearest(text, {level_names.begin(), level_names.end()})
+                              : std::vector<std::string>{};
+        return fail(Error::InvalidInputArg, "{}: {}{}{}", setting.path,
+                    not_allowed(printable(text), allowed(setting.kind)), near.empty() ? "" : "; ",
+                    did_you_mean(near));
     }
     return *std::move(value);
 }

@@ -1,6 +1,7 @@
 #include "xpon/cfgdb/settings.hpp"
 
 #include <algorithm>
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "kit/matchers.hpp"
+#include "xpon/cfgdb/nearest.hpp"
 
 namespace xpon::cfgdb {
 namespace {
@@ -27,6 +29,14 @@ constexpr char const* addresses = "a dotted IPv4 address, or 0.0.0.0 for an unus
 
 std::string refused(std::string const& path, std::string const& text, char const* allowed) {
     return path + ": \"" + text + "\" is not allowed; it must be " + allowed;
+}
+
+/// What follows where a level was meant.
+std::string hint(std::string const& text) {
+    static std::map<std::string, std::string> const meant{
+        {"err", "error"}, {"INFO", "info"}, {"Notice", "notice"}, {"info\n", "info"}};
+    auto const found = meant.find(text);
+    return found == meant.end() ? "" : "; did you mean \"" + found->second + "\"?";
 }
 
 TEST(Settings, AFieldIsNamedByWhatItsSettingsHaveInCommon) {
@@ -201,7 +211,8 @@ TEST(Values, EverySettingTakesWhatIsAllowedAndRefusesWhatIsNot) {
         }
         for (auto const& text : not_allowed) {
             EXPECT_THAT(parse(setting, text),
-                        IsError(Error::InvalidInputArg, refused(path, printed(text), allowed_text)))
+                        IsError(Error::InvalidInputArg, refused(path, printed(text), allowed_text) +
+                                                            (setting.kind == Kind::Level ? hint(text) : "")))
                 << path << "=" << text;
         }
     }
@@ -299,25 +310,25 @@ TEST(Patterns, CountWhatTheyCover) {
 TEST(Patterns, WhatNamesNothingIsRefusedWithTheNearestNames) {
     constexpr char const* far = "all begin with \"syslog.\" or \"module.\"";
     std::pair<std::string, std::string> const cases[] = {
-        {"syslog.flie.level", "nearest: syslog.file.level"},
-        {"syslog.remote.1.adress", "nearest: syslog.remote.1.address"},
-        {"Syslog.Remote.Level", "nearest: syslog.remote.level"},
-        {"module.snmp.trap", "nearest: module.snmp.TRAP"},
-        {"module.snmp.TRAPS", "nearest: module.snmp.TRAP"},
-        {"module.snpm.*", "nearest: module.snmp.*"},
-        {"module.snmp", "nearest: module.snmp.*"},
-        {"module.fsm_pon.port", "nearest: module.fsm_pon.PORT, module.fsm_pon.port.*"},
-        {"syslog.flie", "nearest: syslog.file.*"},
-        {"module.fsm_pon.onts.3", "nearest: module.fsm_pon.ont.3.*"},
-        {"module.fsm_pon.PORT.3", "nearest: module.fsm_pon.port.3"},
-        {"module.fsm_pon.onu.3.1-16", "nearest: module.fsm_pon.ont.3.1-16"},
-        {"module.fsm_pon.port.03", "nearest: module.fsm_pon.port.3, module.fsm_pon.port.13"},
-        {"module.fsm.SELF", "nearest: module.fsm_pon.SELF"},
-        {"syslog.file.level.x", "nearest: syslog.file.level"},
+        {"syslog.flie.level", "did you mean \"syslog.file.level\"?"},
+        {"syslog.remote.1.adress", "did you mean \"syslog.remote.1.address\"?"},
+        {"Syslog.Remote.Level", "did you mean \"syslog.remote.level\"?"},
+        {"module.snmp.trap", "did you mean \"module.snmp.TRAP\"?"},
+        {"module.snmp.TRAPS", "did you mean \"module.snmp.TRAP\"?"},
+        {"module.snpm.*", "did you mean \"module.snmp.*\"?"},
+        {"module.snmp", "did you mean \"module.snmp.*\"?"},
+        {"module.fsm_pon.port", "did you mean \"module.fsm_pon.PORT\" or \"module.fsm_pon.port.*\"?"},
+        {"syslog.flie", "did you mean \"syslog.file.*\"?"},
+        {"module.fsm_pon.onts.3", "did you mean \"module.fsm_pon.ont.3.*\"?"},
+        {"module.fsm_pon.PORT.3", "did you mean \"module.fsm_pon.port.3\"?"},
+        {"module.fsm_pon.onu.3.1-16", "did you mean \"module.fsm_pon.ont.3.1-16\"?"},
+        {"module.fsm_pon.port.03", "did you mean \"module.fsm_pon.port.3\" or \"module.fsm_pon.port.13\"?"},
+        {"module.fsm.SELF", "did you mean \"module.fsm_pon.SELF\"?"},
+        {"syslog.file.level.x", "did you mean \"syslog.file.level\"?"},
         {"", far},
         {".", far},
         {"everything", far},
-        {"module.*.*.*.*.*", "nearest: module.*.*.*.*"},
+        {"module.*.*.*.*.*", "did you mean \"module.*.*.*.*\"?"},
     };
     for (auto const& [pattern, hint] : cases) {
         EXPECT_THAT(expand(pattern), IsError(Error::InvalidInputArg,
@@ -330,6 +341,30 @@ TEST(Patterns, ATextThatIsNoPathIsShownSafely) {
                 IsError(Error::InvalidInputArg, testing::StartsWith("\"module.\\x0a\\x22\\x1b[2J\": ")));
     EXPECT_THAT(expand(std::string(100000, 'a')),
                 IsError(Error::InvalidInputArg, testing::HasSubstr("aaa...\": no such setting")));
+}
+
+TEST(Nearest, NamesAreThoseWithFewLettersAddedDroppedChangedOrExchanged) {
+    EXPECT_EQ(distance("status", "status"), 0U);
+    EXPECT_EQ(distance("stauts", "status"), 1U); // exchanged
+    EXPECT_EQ(distance("satuts", "status"), 2U);
+    EXPECT_EQ(distance("Statsu", "status"), 1U);
+    EXPECT_EQ(distance("sttus", "status"), 1U);
+    EXPECT_EQ(distance("stattus", "status"), 1U);
+    EXPECT_EQ(distance("stadus", "status"), 1U);
+    EXPECT_EQ(distance("st", "status"), 1U); // cut short
+    EXPECT_EQ(distance("", "status"), 6U);
+    EXPECT_EQ(distance("ba", "acb"), 3U); // no letter is moved twice
+    std::vector<std::string> const names{"show", "set", "status", "reset", "restore", "export", "extend"};
+    EXPECT_THAT(nearest("stauts", names), ElementsAre("status"));
+    EXPECT_THAT(nearest("res", names), ElementsAre("reset", "restore"));
+    EXPECT_THAT(nearest("s", names), ElementsAre("show", "set", "status"));
+    EXPECT_THAT(nearest("foo", names), ElementsAre());
+    EXPECT_THAT(nearest("", names), ElementsAre());
+    EXPECT_THAT(nearest(std::string(1000, 's'), names), ElementsAre());
+    EXPECT_EQ(did_you_mean({}), "");
+    EXPECT_EQ(did_you_mean({"a"}), "did you mean \"a\"?");
+    EXPECT_EQ(did_you_mean({"a", "b"}), "did you mean \"a\" or \"b\"?");
+    EXPECT_EQ(did_you_mean({"a", "b", "\n"}), "did you mean \"a\", \"b\" or \"\\x0a\"?");
 }
 
 TEST(Patterns, NumbersThatDoNotExistAreRefused) {

@@ -11,9 +11,13 @@
 
 #include "candidates.hpp"
 #include "commands/command.hpp"
+#include "misuse.hpp"
+#include "number_in.hpp"
 #include "output.hpp"
 #include "trials/overdue.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/printable.hpp"
+#include "xpon/cfgdb/settings.hpp"
 
 namespace xpon::logctl {
 
@@ -28,8 +32,11 @@ struct Command {
     Action (*declare)(Arguments& arguments);
     /// What completes its arguments; where there is nothing, the shell completes the names of files.
     Names (*candidates)(std::string const& begin, Context const& context) = nullptr;
-    bool ends_trials = false; ///< it ends those whose time is over itself
+    bool leaves_trials = false; ///< those whose time is over are none of its business, or it ends them itself
 };
+
+Action help_command(Arguments& arguments);
+Names command_names(std::string const& begin, Context const& context);
 
 // In the order of the help.
 constexpr Command commands[] = {
@@ -62,7 +69,30 @@ constexpr Command commands[] = {
     {"backup", "Copy the whole database, history included, to one file", backup_command},
     {"restore", "Put back a copy made by backup, all or nothing; a running daemon follows", restore_command},
     {"watch", "Show changes, and the notifications and answers of modules, as they happen", watch_command},
+    {"help", "Show this help, or that of a command", help_command, command_names, true},
 };
+
+Names command_names(std::string const& /*begin*/, Context const& /*context*/) {
+    Names names;
+    std::ranges::transform(commands, std::inserter(names, names.end()), &Command::name);
+    return names;
+}
+
+Action help_command(Arguments& arguments) {
+    auto const name = std::make_shared<std::string>();
+    arguments.add({"COMMAND", "The command; the program itself if none is given"}, *name);
+    auto const& program = arguments.program();
+    arguments.verify([name, &program] {
+        bool const known = name->empty() || command_names("", {}).contains(*name);
+        return known ? "" : unknown_command(program, *name);
+    });
+    return [name, &program](Context const& /*context*/) -> core::Result<int> {
+        print(name->empty() ? program.get_formatter()->make_help(&program, program.get_name(),
+                                                                 CLI::AppFormatMode::Normal)
+                            : program.get_subcommand(*name)->help(program.get_name()));
+        return 0;
+    };
+}
 
 void add_options(CLI::App const& app, Names& to) {
     for (auto const* option : app.get_options()) {
@@ -100,13 +130,35 @@ Names candidates(CLI::App const& program, std::span<std::string const> words, Co
             add_options(*program.get_subcommand(command->name), found);
         }
     } else if (command == nullptr) {
-        std::ranges::transform(commands, std::inserter(found, found.end()), &Command::name);
+        found = command_names(current, context);
     } else if (command->candidates != nullptr) {
         found = command->candidates(current, context);
     }
     std::erase_if(found, [&](auto const& candidate) { return !candidate.starts_with(current); });
     return found;
 }
+
+/// Refuses what is no such number. Empty where any text will do.
+CLI::Validator number_check(Argument const& argument) {
+    return CLI::Validator{[range = argument.range, whole = argument.whole](std::string const& given) {
+                              auto const number = number_in<double>(given);
+                              bool const right =
+                                  number && (!whole || number_in<std::int64_t>(given)) &&
+                                  (!range || (*number >= range->first && *number <= range->second));
+                              auto allowed = std::string{whole ? "a whole number" : "a number"};
+                              if (range) {
+                                  allowed +=
+                                      fmt::format(" from {:.0f} to {:.0f}", range->first, range->second);
+                              }
+                              return right ? "" : cfgdb::not_allowed(cfgdb::printable(given), allowed);
+                          },
+                          ""};
+}
+
+template <class Value>
+constexpr bool is_text =
+    std::is_same_v<Value, std::string> || std::is_same_v<Value, std::vector<std::string>> ||
+    std::is_same_v<Value, std::optional<std::string>>;
 
 } // namespace
 
@@ -115,6 +167,7 @@ void Arguments::add(Argument const& argument, Value& value) {
     CLI::Option* option = nullptr;
     if constexpr (std::is_same_v<Value, bool>) {
         option = command.add_flag(argument.name, value, argument.help);
+        option->disable_flag_override();
     } else if (std::is_same_v<Value, std::string> && argument.without_value != nullptr) {
         option = command.add_flag(argument.name, value, argument.help);
         option->option_text(fmt::format("[={}]", argument.type));
@@ -126,10 +179,13 @@ void Arguments::add(Argument const& argument, Value& value) {
     } else {
         option = command.add_option(argument.name, value, argument.help);
         option->type_name(argument.type);
+        if (!std::is_same_v<Value, std::vector<std::string>>) {
+            option->take_last();
+        }
     }
     option->required(argument.required);
-    if (argument.range) {
-        option->check(CLI::Range(argument.range->first, argument.range->second).description(""));
+    if (argument.range || !(is_text<Value> || std::is_same_v<Value, bool>)) {
+        option->check(number_check(argument));
     }
     if (argument.hidden) {
         option->group("");
@@ -144,6 +200,10 @@ template void Arguments::add(Argument const&, std::optional<std::string>&);
 template void Arguments::add(Argument const&, std::optional<std::int64_t>&);
 template void Arguments::add(Argument const&, std::optional<std::size_t>&);
 template void Arguments::add(Argument const&, std::optional<double>&);
+
+CLI::App const& Arguments::program() const {
+    return *command.get_parent();
+}
 
 void Arguments::verify(std::function<std::string()> const& complaint) {
     command.callback([complaint] {
@@ -160,12 +220,10 @@ int run(int argc, char** argv) {
     CLI::App program{"Show and change the board's log settings, whether the daemon runs or not.", "logctl"};
     program.formatter(std::make_shared<HelpFormat>());
     program.set_version_flag("--version", "logctl " LOGCTL_VERSION);
-    program.require_subcommand(0, 1);
+    program.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    program.get_formatter()->label("Positionals", "Arguments");
+    program.require_subcommand(1);
     program.fallthrough(); // the global options may also stand behind the command
-    program.failure_message([](CLI::App const*, CLI::Error const& error) {
-        return fmt::format("logctl: {}\nRun with --help for more information.\n", error.what());
-    });
-
     Context context{cfgdb::default_folder};
     program
         .add_option("--database", context.database,
@@ -174,6 +232,7 @@ int run(int argc, char** argv) {
     std::vector<std::pair<CLI::App*, Action>> actions;
     for (auto const& command : commands) {
         auto* const parsed = program.add_subcommand(command.name, command.description);
+        parsed->group("Commands");
         Arguments arguments{*parsed};
         actions.emplace_back(parsed, command.declare(arguments));
     }
@@ -189,17 +248,18 @@ int run(int argc, char** argv) {
 
     try {
         program.parse(argc, argv);
-        if (program.get_subcommands().empty()) {
-            throw CLI::RequiredError{"A command"};
-        }
+    } catch (CLI::Success const& asked) { // for help or the version
+        return program.exit(asked);
     } catch (CLI::ParseError const& error) {
-        return program.exit(error) == 0 ? 0 : misused;
+        std::vector<std::string> const words{argv + std::min(argc, 1), argv + argc};
+        tell(misuse(program, words, error));
+        return misused;
     }
     auto const action =
         std::ranges::find(actions, program.get_subcommands().front(), &std::pair<CLI::App*, Action>::first);
     auto const* const command =
         std::ranges::find(commands, program.get_subcommands().front()->get_name(), &Command::name);
-    if (!command->ends_trials) {
+    if (!command->leaves_trials) {
         // What should have done it may be gone. Where this fails it tries again and says why.
         std::ignore = end_overdue_trials(context);
     }

@@ -1,5 +1,7 @@
 #include "past.hpp"
 
+#include <fmt/format.h>
+
 #include "core/failure.hpp"
 
 namespace xpon::logctl {
@@ -9,8 +11,9 @@ core::Result<std::map<std::string, Since>> changed_since(std::int64_t number,
     auto const newest = history.empty() ? 0 : history.back().number;
     auto const oldest = history.empty() ? 0 : history.front().number - 1;
     if (number < oldest || number > newest) {
-        return core::fail(core::Error::InvalidInputArg, "{}: no such transaction; it must be {} to {}",
-                          number, oldest, newest);
+        return core::fail(core::Error::InvalidInputArg, "{}: no such transaction; it must be {}", number,
+                          oldest == newest ? fmt::format("{}", newest)
+                                           : fmt::format("{} to {}", oldest, newest));
     }
     std::map<std::string, Since> settings;
     for (auto const& transaction : history) {

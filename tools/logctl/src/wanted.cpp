@@ -28,8 +28,9 @@ core::Result<Output const*> output_of_name(std::string const& name) {
     }
     constexpr std::string_view ending = ".conf";
     auto const near = cfgdb::nearest(name.ends_with(ending) ? name : name + std::string{ending}, names);
-    return fail(Error::InvalidInputArg, "{}: no such output; {}: {}", cfgdb::printable(name),
-                near.empty() ? "there are" : "nearest", fmt::join(near.empty() ? names : near, ", "));
+    return fail(Error::InvalidInputArg, "{}: no such output; {}", cfgdb::printable(name),
+                near.empty() ? fmt::format("there are: {}", fmt::join(names, ", "))
+                             : cfgdb::did_you_mean(near));
 }
 
 core::Result<Wanted> Wanted::open(Context const& context) {

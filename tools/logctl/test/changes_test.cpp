@@ -100,6 +100,8 @@ TEST_F(Changes, AreRefusedAllTogetherWithPathValueAndWhatIsAllowed) {
     std::pair<std::string, std::string> const cases[] = {
         {"syslog.file.level=loud",
          R"(syslog.file.level: "loud" is not allowed; it must be critical, error, warning, notice, info or debug (0 to 5))"},
+        {"syslog.file.level=debgu",
+         R"(syslog.file.level: "debgu" is not allowed; it must be critical, error, warning, notice, info or debug (0 to 5); did you mean "debug"?)"},
         {"syslog.file.size=1M",
          R"(syslog.file.size: "1M" is not allowed; it must be 65536 to 1073741824 bytes)"},
         {"syslog.remote.1.port=0", R"(syslog.remote.1.port: "0" is not allowed; it must be 1 to 65535)"},
@@ -107,8 +109,9 @@ TEST_F(Changes, AreRefusedAllTogetherWithPathValueAndWhatIsAllowed) {
          R"(syslog.remote.1.address: "10.0.0.01" is not allowed; it must be a dotted IPv4 address, or 0.0.0.0 for an unused receiver)"},
         {"syslog.file.path=",
          R"(syslog.file.path: "" is not allowed; it must be an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"},
-        {"module.snmp.trap=debug", R"("module.snmp.trap": no such setting; nearest: module.snmp.TRAP)"},
-        {"module.snmp=debug", R"("module.snmp": no such setting; nearest: module.snmp.*)"},
+        {"module.snmp.trap=debug",
+         R"("module.snmp.trap": no such setting; did you mean "module.snmp.TRAP"?)"},
+        {"module.snmp=debug", R"("module.snmp": no such setting; did you mean "module.snmp.*"?)"},
         {"module.fsm_pon.ont.3.250-260=debug",
          R"("module.fsm_pon.ont.3.250-260": 250-260 is not within 1-256)"},
         {"module.logconfig.SELF=error", "module.logconfig.SELF: built in and cannot be set"},
@@ -143,7 +146,7 @@ TEST_F(Changes, AStoredRowThatIsNoSettingIsRemovedByItsPath) {
                        "logctl: \"module.snmp.trap\": no setting, the stored row is removed\n"}));
     EXPECT_THAT(logctl.stored(), testing::ElementsAre("syslog.rsh.level=debug"));
     EXPECT_EQ(logctl({"reset", "module.snmp.trap"}),
-              refused("\"module.snmp.trap\": no such setting; nearest: module.snmp.TRAP"));
+              refused("\"module.snmp.trap\": no such setting; did you mean \"module.snmp.TRAP\"?"));
 }
 
 TEST_F(Changes, OfTheSessionManagerComeWithANote) {

@@ -9,25 +9,49 @@
 namespace xpon::logctl {
 namespace {
 
+constexpr char const* all_commands =
+    "\nCommands: show set reset apply modules preview status probe check history\n"
+    "          compare rollback commit-confirm trials confirm abort extend export\n"
+    "          import backup restore watch help";
+
 TEST(CommandLine, ThatCannotBeUnderstoodHasStatusTwo) {
-    std::pair<Logctl::Words, std::string> const cases[] = {
-        {{}, "A command is required"},
-        {{"bogus"}, "The following argument was not expected: bogus"},
-        {{"--bogus"}, "The following argument was not expected: --bogus"},
-        {{"set"}, "PATH=VALUE is required"},
-        {{"set", "syslog.file.level"}, "PATH=VALUE: \"syslog.file.level\" is not PATH=VALUE"},
-        {{"set", "syslog.file.level=info", "debug"}, "PATH=VALUE: \"debug\" is not PATH=VALUE"},
-        {{"set", "--bogus", "syslog.file.level=info"}, "The following argument was not expected: --bogus"},
-        {{"reset"}, "PATH is required"},
-        {{"show", "--database"}, "--database: 1 required FOLDER missing"},
+    struct {
+        Logctl::Words words;
+        std::string reason;
+        std::string help = "help";
+    } const cases[] = {
+        {{}, std::string{"a command is missing"} + all_commands},
+        {{"bogus"}, std::string{"unknown command \"bogus\""} + all_commands},
+        {{"stauts"}, "unknown command \"stauts\"; did you mean \"status\"?"},
+        {{"help", "stauts"}, "unknown command \"stauts\"; did you mean \"status\"?", "help"},
+        {{"--bogus"}, "unknown option \"--bogus\"; allowed: --help, --version, --database"},
+        {{"--jsno", "show"},
+         "unknown option \"--jsno\"; allowed: --help, --version, --database",
+         "help show"},
+        {{"--json", "show"}, "--json belongs behind its command; write: logctl show --json", "help show"},
+        {{"show", "--jsno"}, "unknown option \"--jsno\"; did you mean \"--json\"?", "help show"},
+        {{"set", "syslog.file.level=info", "debug"},
+         "\"debug\" is not PATH=VALUE; write it without blanks, such as syslog.file.level=debug",
+         "help set"},
+        {{"reset"},
+         "PATH is required: settings, such as syslog.file.level, module.snmp.* or * for everything",
+         "help reset"},
+        {{"show", "--database"},
+         "--database needs FOLDER: folder of the configuration database [/var/lib/xpon/cfgdb]",
+         "help show"},
     };
     Logctl const logctl;
-    for (auto const& [words, reason] : cases) {
-        auto const outcome = logctl.run(words);
-        EXPECT_EQ(
-            outcome,
-            (Outcome{2, "", fmt::format("logctl: {}\nRun with --help for more information.\n", reason)}));
+    for (auto const& [words, reason, help] : cases) {
+        EXPECT_EQ(logctl.run(words),
+                  (Outcome{2, "", fmt::format("logctl: {}\nFor help, run: logctl {}\n", reason, help)}));
     }
+}
+
+TEST(CommandLine, AnOptionMayBeRepeatedAndItsLastValueCounts) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"set", "-m", "one", "syslog.rsh.level=debug", "-v", "-m", "two", "-v"}),
+              (Outcome{0, "syslog.rsh.level: notice -> debug\n", ""}));
+    EXPECT_THAT(logctl({"history"}).out, testing::HasSubstr("(two)"));
 }
 
 TEST(CommandLine, HelpAndVersionArePrinted) {
@@ -35,14 +59,14 @@ TEST(CommandLine, HelpAndVersionArePrinted) {
     EXPECT_EQ(logctl.run({"--version"}), (Outcome{0, "logctl " LOGCTL_VERSION "\n", ""}));
     auto const help = text(R"(
 Show and change the board's log settings, whether the daemon runs or not.
-Usage: logctl [OPTIONS] [SUBCOMMAND]
+Usage: logctl [OPTIONS] COMMAND
 
 Options:
   -h,--help                   Print this help message and exit
   --version                   Display program version information and exit
   --database FOLDER           Folder of the configuration database [/var/lib/xpon/cfgdb]
 
-Subcommands:
+Commands:
   show                        Show settings: path, value, default and where the value is stored
   set                         Change settings, all or none
   reset                       Set settings to their defaults, all or none
@@ -65,17 +89,20 @@ Subcommands:
   backup                      Copy the whole database, history included, to one file
   restore                     Put back a copy made by backup, all or nothing; a running daemon follows
   watch                       Show changes, and the notifications and answers of modules, as they happen
+  help                        Show this help, or that of a command
 
 )");
     EXPECT_EQ(logctl.run({"--help"}), (Outcome{0, help, ""}));
-    constexpr std::string_view heading = "Subcommands:\n";
+    constexpr std::string_view heading = "\nCommands:\n";
     std::istringstream commands{help.substr(help.find(heading) + heading.size())};
     for (std::string command, rest; commands >> command && std::getline(commands, rest);) {
         auto const outcome = logctl.run({command, "--help"});
         EXPECT_EQ(outcome.status, 0);
         EXPECT_THAT(outcome.out, testing::HasSubstr(fmt::format("Usage: logctl {} [OPTIONS]", command)));
         EXPECT_EQ(outcome.err, "");
+        EXPECT_EQ(logctl.run({"help", command}), outcome);
     }
+    EXPECT_EQ(logctl.run({"help"}), (Outcome{0, help, ""}));
 }
 
 TEST(CommandLine, TheDatabaseOptionMayFollowTheCommand) {

@@ -41,12 +41,16 @@ printf '%s\n' "${COMPREPLY[@]}"
 TEST(Completion, OffersCommandsAndOptions) {
     EXPECT_THAT(offered("logctl "),
                 ElementsAre("abort", "apply", "backup", "check", "commit-confirm", "compare", "confirm",
-                            "export", "extend", "history", "import", "modules", "preview", "probe", "reset",
-                            "restore", "rollback", "set", "show", "status", "trials", "watch"));
+                            "export", "extend", "help", "history", "import", "modules", "preview", "probe",
+                            "reset", "restore", "rollback", "set", "show", "status", "trials", "watch"));
     EXPECT_THAT(offered("logctl re"), ElementsAre("reset", "restore"));
     EXPECT_THAT(offered("logctl watch --"),
                 ElementsAre("--count", "--database", "--help", "--json", "--timeout", "--version"));
     EXPECT_THAT(offered("logctl commit-confirm --d"), ElementsAre("--database", "--dry-run"));
+}
+
+TEST(Completion, OffersTheCommandsThatHelpExplains) {
+    EXPECT_THAT(offered("logctl help e"), ElementsAre("export", "extend"));
 }
 
 TEST(Completion, OffersPathsComponentByComponent) {

@@ -213,14 +213,15 @@ TEST_F(Confirm, ItsEndCanBePutOff) {
     EXPECT_GT(seconds_left(), 2 * 60 * 60);
     EXPECT_TRUE(test::wait_until([&] { return std::ranges::count(guards(), '\n') == 1; })) << guards();
     EXPECT_EQ(logctl({"extend", "2", "30d"}),
-              (Outcome{1, "", "logctl: trial 2 would end in 30 d 2 h, it can last at most 30 d 0 h\n"}));
+              (Outcome{1, "", "logctl: trial 2 would end in 30 d 2 h; a trial lasts at most 30 d 0 h\n"}));
     for (auto const* const time : {"", "0s", "-1m", "5", "m", "1w", "31d", "nan"}) {
         EXPECT_EQ(
             logctl({"extend", "2", "--", time}),
-            (Outcome{1, "",
-                     fmt::format("logctl: \"{}\" is not allowed; it must be a time such as 90s, 30m, 2h or "
-                                 "7d, up to 30d\n",
-                                 time)}));
+            (Outcome{
+                1, "",
+                fmt::format("logctl: TIME: \"{}\" is not allowed; it must be a time such as 90s, 30m, 2h or "
+                            "7d, up to 30d\n",
+                            time)}));
     }
     EXPECT_EQ(logctl({"extend", "3", "1m"}),
               (Outcome{1, "", "logctl: no trial 3 is pending; see: logctl trials\n"}));
@@ -257,10 +258,11 @@ TEST_F(Confirm, NothingIsSetForATimeThatIsNone) {
     for (auto const* const time : {"", "0", "30", "0m", "31d", "1h30m", "-1s", "1e9s"}) {
         EXPECT_EQ(
             logctl({"set", "--for", time, "syslog.rsh.level=debug"}),
-            (Outcome{1, "",
-                     fmt::format("logctl: \"{}\" is not allowed; it must be a time such as 90s, 30m, 2h or "
-                                 "7d, up to 30d\n",
-                                 time)}));
+            (Outcome{
+                1, "",
+                fmt::format("logctl: --for: \"{}\" is not allowed; it must be a time such as 90s, 30m, 2h or "
+                            "7d, up to 30d\n",
+                            time)}));
     }
     EXPECT_EQ(logctl({"set", "--for", "1m", "--dry-run", "syslog.rsh.level=debug"}),
               (Outcome{0, "syslog.rsh.level: info -> debug\n", ""}));
@@ -363,8 +365,8 @@ TEST_F(Confirm, WhatIsRefusedLeavesNoTrace) {
     for (auto const& [word, quoted] : minutes) {
         EXPECT_EQ(logctl({"commit-confirm", word, "syslog.rsh.level=debug"}),
                   (Outcome{1, "",
-                           "logctl: " + quoted +
-                               " is not allowed; it must be more than 0 and at most 10080 minutes\n"}));
+                           "logctl: MINUTES: " + quoted +
+                               " is not allowed; it must be more than 0 and at most 10080\n"}));
     }
     EXPECT_THAT(logctl({"commit-confirm", "1", "syslog.rsh.level=loud"}).err,
                 HasSubstr("\"loud\" is not allowed"));

@@ -119,9 +119,10 @@ TEST_F(PastChanges, AreSelectedByTheirTime) {
         EXPECT_EQ(
             history({"--since", time}),
             (Outcome{1, "",
-                     fmt::format("logctl: \"{}\" is not allowed; it must be an age such as 30m, 2h or 7d, "
-                                 "or a UTC time such as 2024-05-31 or 2024-05-31T08:15:00Z\n",
-                                 time)}));
+                     fmt::format(
+                         "logctl: --since: \"{}\" is not allowed; it must be an age such as 30m, 2h or 7d, "
+                         "or a UTC time such as 2024-05-31 or 2024-05-31T08:15:00Z\n",
+                         time)}));
     }
 }
 
@@ -204,7 +205,7 @@ module.snmp.SET: error -> debug
 
 TEST_F(PastChanges, OfAnUnknownPathAreAFailure) {
     EXPECT_EQ(history({"syslog.rsh.leve"}),
-              refused("\"syslog.rsh.leve\": no such setting; nearest: syslog.rsh.level"));
+              refused("\"syslog.rsh.leve\": no such setting; did you mean \"syslog.rsh.level\"?"));
 }
 
 TEST_F(PastChanges, AreUndoneAsANewTransactionThatCanItselfBeUndone) {

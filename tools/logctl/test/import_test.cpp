@@ -122,7 +122,7 @@ TEST_F(Import, RefusesWhatIsNotAConfigurationAndLeavesNoTrace) {
         {R"("syslog.rsh.level": "debug", "syslog.file.path": "/tmp/\n@include \"/etc/passwd\"\n/")",
          R"(syslog.file.path: "/tmp/\x0a@include \x22/etc/passwd\x22\x0a/" is not allowed; it must be an absolute path that ends in '/', at most 31 bytes of A-Z a-z 0-9 . _ / -)"},
         {R"("module.snmp.trap": "debug")",
-         R"("module.snmp.trap": no such setting; nearest: module.snmp.TRAP)"},
+         R"("module.snmp.trap": no such setting; did you mean "module.snmp.TRAP"?)"},
         {R"("module.logconfig.SELF": "debug")", "module.logconfig.SELF: built in and cannot be set"},
         {R"("syslog.remote.1.address": "10.0.0.1", "syslog.remote.3.address": "10.0.0.1")",
          "syslog.remote.1 and syslog.remote.3 are both 10.0.0.1 port 514; receivers must differ in address "

@@ -131,7 +131,7 @@ syslog.file.level  9 (not allowed)             info       database
 
 TEST_F(Show, APathThatNamesNothingIsRefused) {
     EXPECT_EQ(logctl({"show", "syslog.file", "syslog.flie"}),
-              refused("\"syslog.flie\": no such setting; nearest: syslog.file.*"));
+              refused("\"syslog.flie\": no such setting; did you mean \"syslog.file.*\"?"));
 }
 
 TEST_F(Show, AnOutputThatCannotBeWrittenIsAFailure) {

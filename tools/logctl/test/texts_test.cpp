@@ -73,10 +73,10 @@ TEST_F(Texts, ModulesAreObjectsOnRequest) {
 
 TEST_F(Texts, UnknownModulesAndOutputsAreRefusedWithTheNearest) {
     std::pair<Logctl::Words, std::string> const cases[] = {
-        {{"modules", "snm"}, R"("snm": no such module; nearest: snmp, snmpdconf)"},
+        {{"modules", "snm"}, R"("snm": no such module; did you mean "snmp" or "snmpdconf"?)"},
         {{"modules", "10"}, R"("10": no such module; logctl modules lists them)"},
         {{"modules", "\x1b[31m"}, R"("\x1b[31m": no such module; logctl modules lists them)"},
-        {{"preview", "snpm"}, R"("snpm": no such output; nearest: SNMP.conf)"},
+        {{"preview", "snpm"}, R"("snpm": no such output; did you mean "SNMP.conf"?)"},
         {{"preview", "../passwd"},
          R"("../passwd": no such output; there are: syslog-ng, kernel, DNA.conf, ACS_CONFIG_DUMP.conf, )"
          "ACS_CUSTOM.conf, ACSD-CONFIG.conf, ALARMMGR.conf, API-SERVICE.conf, AUTOBACKUPMGR.conf, "

@@ -308,7 +308,7 @@ TEST_F(Waiting, ApplyNamesWhatOnlyAStartWrites) {
                                "systemctl restart log-config\n"}));
     }
     EXPECT_EQ(logctl.run({"apply", "SNNP"}),
-              (Outcome{1, "", "logctl: \"SNNP\": no such output; nearest: SNMP.conf\n"}));
+              (Outcome{1, "", "logctl: \"SNNP\": no such output; did you mean \"SNMP.conf\"?\n"}));
     EXPECT_FALSE(std::filesystem::exists(database)); // and nothing is made
 }
 

@@ -48,8 +48,9 @@ core::Result<int> apply(Context const& context, Options const& options) {
 
 Action apply_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
-    arguments.add({"OUTPUT", "Such as SNMP.conf, syslog-ng or kernel; without one, all that the daemon "
-                             "writes while it runs"},
+    arguments.add({"OUTPUT",
+                   "Outputs, such as SNMP.conf, syslog-ng or kernel; without one, all that the daemon "
+                   "writes while it runs"},
                   options->names);
     add_wait_option(arguments, *options);
     return [options](Context const& context) { return apply(context, *options); };

@@ -11,6 +11,7 @@
 #include "output.hpp"
 #include "status/in_step.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
+#include "xpon/cfgdb/printable.hpp"
 #include "xpon/log_config/zlog_files/module_fields.hpp"
 
 namespace xpon::logctl {
@@ -44,6 +45,7 @@ void add_wait_option(Arguments& arguments, WaitOptions& options) {
                            "give up with status 1 and the reason",
                    .type = "SECONDS",
                    .range = {{0, 3600}},
+                   .whole = false,
                    .without_value = "10"},
                   options.seconds);
 }
@@ -66,7 +68,10 @@ void add_change_options(Arguments& arguments, ChangeOptions& options) {
 std::string complaint_about(std::span<std::string const> assignments) {
     auto const wrong = std::ranges::find_if(
         assignments, [](auto const& text) { return text.find('=') == std::string::npos; });
-    return wrong == assignments.end() ? "" : fmt::format("PATH=VALUE: \"{}\" is not PATH=VALUE", *wrong);
+    return wrong == assignments.end()
+               ? ""
+               : fmt::format("{} is not PATH=VALUE; write it without blanks, such as syslog.file.level=debug",
+                             cfgdb::printable(*wrong));
 }
 
 core::Result<void> add_assignments(std::span<std::string const> assignments,

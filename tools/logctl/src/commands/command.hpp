@@ -34,6 +34,7 @@ struct Argument {
     bool required = false;
     bool hidden = false;                                 ///< from help and completion
     std::optional<std::pair<double, double>> range = {}; ///< of the numbers that are allowed
+    bool whole = true;                                   ///< of them only those without a fraction
     char const* without_value = nullptr; ///< what a text is if the option is given without "=" and a value
     // NOLINTEND(readability-redundant-member-init)
 };
@@ -51,6 +52,9 @@ class Arguments {
 
     /// Calls this once the values are there; the line is refused with the text that it returns, unless empty.
     void verify(std::function<std::string()> const& complaint);
+
+    /// Of all commands.
+    CLI::App const& program() const;
 
   private:
     CLI::App& command;

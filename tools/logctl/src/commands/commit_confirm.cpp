@@ -27,10 +27,10 @@ core::Result<std::int64_t> seconds_of(std::string const& minutes) {
     auto const number = number_in<double>(minutes);
     if (!number || !(*number > 0 && *number <= longest)) {
         return core::fail(core::Error::InvalidInputArg,
-                          "{} is not allowed; it must be more than 0 and at most {} minutes",
+                          "MINUTES: {} is not allowed; it must be more than 0 and at most {}",
                           cfgdb::printable(minutes), longest);
     }
-    return seconds_in(minutes + "m");
+    return seconds_in("MINUTES", minutes + "m");
 }
 
 core::Result<int> commit_confirm(Context const& context, Options const& options) {
@@ -53,7 +53,7 @@ std::string complaint(Options const& options) {
     if (options.recover || options.guard) {
         return {};
     }
-    return options.words.size() < 2 ? "MINUTES PATH=VALUE is required"
+    return options.words.size() < 2 ? "MINUTES PATH=VALUE is required, such as 5 syslog.file.level=debug"
                                     : complaint_about(std::span{options.words}.subspan(1));
 }
 

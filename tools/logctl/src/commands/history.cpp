@@ -37,7 +37,7 @@ struct Options {
 /// A time ago, or a time of UTC; in seconds since the epoch.
 core::Result<std::int64_t> time_in(std::string const& text) {
     constexpr std::int64_t ten_years = std::int64_t{10} * 366 * 24 * 60 * 60;
-    if (auto const ago = seconds_in(text, ten_years); ago.has_value()) {
+    if (auto const ago = seconds_in("--since", text, ten_years); ago.has_value()) {
         return std::time(nullptr) - ago.value();
     }
     for (auto const* const format : {"%Y-%m-%dT%H:%M:%SZ", "%Y-%m-%d"}) {
@@ -46,10 +46,11 @@ core::Result<std::int64_t> time_in(std::string const& text) {
             return timegm(&time);
         }
     }
-    return core::fail(core::Error::InvalidInputArg,
-                      "{} is not allowed; it must be an age such as 30m, 2h or 7d, or a UTC time such as "
-                      "2024-05-31 or 2024-05-31T08:15:00Z",
-                      cfgdb::printable(text));
+    return core::fail(
+        core::Error::InvalidInputArg,
+        "--since: {} is not allowed; it must be an age such as 30m, 2h or 7d, or a UTC time such as "
+        "2024-05-31 or 2024-05-31T08:15:00Z",
+        cfgdb::printable(text));
 }
 
 core::Result<std::vector<PastTransaction>> select(Context const& context, Options const& options) {
@@ -180,7 +181,9 @@ core::Result<int> history(Context const& context, Options const& options) {
 Action history_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({"PATH", "Only the changes of these settings or this group"}, options->path);
-    arguments.add({"--limit", "Only the newest N transactions", "N"}, options->limit);
+    arguments.add(
+        {.name = "--limit", .help = "Only the newest N transactions", .type = "N", .range = {{0, 1e9}}},
+        options->limit);
     arguments.add(
         {"--since", "Only what came after this time: 2h or 7d ago, or a UTC time such as 2024-05-31", "TIME"},
         options->since);

@@ -86,8 +86,7 @@ core::Result<std::vector<cfgdb::Module const*>> chosen_modules(std::string const
     if (found.empty()) {
         auto const near = cfgdb::nearest(name, names);
         return core::fail(core::Error::InvalidInputArg, "{}: no such module; {}", cfgdb::printable(name),
-                          near.empty() ? "logctl modules lists them"
-                                       : fmt::format("nearest: {}", fmt::join(near, ", ")));
+                          near.empty() ? "logctl modules lists them" : cfgdb::did_you_mean(near));
     }
     return found;
 }

@@ -51,7 +51,7 @@ core::Result<int> reset(Context const& context, Options const& options) {
 Action reset_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({.name = "PATH",
-                   .help = "Such as syslog.file.level, module.snmp.* or * for everything",
+                   .help = "Settings, such as syslog.file.level, module.snmp.* or * for everything",
                    .required = true},
                   options->patterns);
     add_change_options(arguments, *options);

@@ -20,7 +20,7 @@ core::Result<int> set(Context const& context, Options const& options) {
     if (!options.time) {
         return change(std::move(transaction), "set", context, options);
     }
-    OUTCOME_TRY(seconds, seconds_in(*options.time));
+    OUTCOME_TRY(seconds, seconds_in("--for", *options.time));
     return start_trial(std::move(transaction), {.seconds = seconds, .temporary = true}, context, options);
 }
 
@@ -29,7 +29,7 @@ core::Result<int> set(Context const& context, Options const& options) {
 Action set_command(Arguments& arguments) {
     auto const options = std::make_shared<Options>();
     arguments.add({.name = "PATH=VALUE",
-                   .help = "Such as syslog.file.level=debug, module.snmp.*=warning or "
+                   .help = "Settings and values, such as syslog.file.level=debug, module.snmp.*=warning or "
                            "module.fsm_pon.ont.3.1-16=debug; the last value given for a setting wins",
                    .required = true},
                   options->assignments);

@@ -114,13 +114,13 @@ struct Extension {
 };
 
 core::Result<int> extend(Context const& context, Extension const& wanted) {
-    OUTCOME_TRY(more, seconds_in(wanted.time));
+    OUTCOME_TRY(more, seconds_in("TIME", wanted.time));
     OUTCOME_TRY(pending, cfgdb::pending_trials(context.database));
     auto const trial = std::ranges::find(pending, wanted.number, &Trial::number);
     auto const left = trial == pending.end() ? 0 : trial->terms.end.left();
     if (left + more > longest_trial) {
-        return fail(Error::InvalidInputArg, "trial {} would end in {}, it can last at most {}", wanted.number,
-                    duration_text(left + more), duration_text(longest_trial));
+        return fail(Error::InvalidInputArg, "trial {} would end in {}; a trial lasts at most {}",
+                    wanted.number, duration_text(left + more), duration_text(longest_trial));
     }
     auto const end = cfgdb::BootInstant::in(left + more);
     Alarm alarm{context};

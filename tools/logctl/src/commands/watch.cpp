@@ -245,7 +245,8 @@ Action watch_command(Arguments& arguments) {
     arguments.add({.name = "--timeout",
                    .help = "End after this time; with --count, fail if there were fewer lines",
                    .type = "SECONDS",
-                   .range = {{0, 1e6}}},
+                   .range = {{0, 1e6}},
+                   .whole = false},
                   options->timeout);
     return [options](Context const& context) -> core::Result<int> {
         OUTCOME_TRY((Watch{context, *options}.run()));

@@ -23,7 +23,8 @@ constexpr Unit units[] = {{'d', "d", 86400}, {'h', "h", 3600}, {'m', "min", 60},
 
 } // namespace
 
-core::Result<std::int64_t> seconds_in(std::string_view text, std::int64_t longest) {
+core::Result<std::int64_t> seconds_in(std::string_view argument, std::string_view text,
+                                      std::int64_t longest) {
     auto const unit = std::ranges::find(units, text.empty() ? '\0' : text.back(), &Unit::letter);
     if (unit != std::end(units)) {
         auto const number = number_in<double>(text.substr(0, text.size() - 1));
@@ -33,8 +34,8 @@ core::Result<std::int64_t> seconds_in(std::string_view text, std::int64_t longes
         }
     }
     return core::fail(core::Error::InvalidInputArg,
-                      "{} is not allowed; it must be a time such as 90s, 30m, 2h or 7d, up to {}d",
-                      cfgdb::printable(text), longest / units->seconds);
+                      "{}: {} is not allowed; it must be a time such as 90s, 30m, 2h or 7d, up to {}d",
+                      argument, cfgdb::printable(text), longest / units->seconds);
 }
 
 std::string duration_text(std::int64_t seconds) {
