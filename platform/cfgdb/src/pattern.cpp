@@ -156,20 +156,35 @@ Neighbour fitted(Pattern const& pattern, Parts const& parts) {
 
 /// Up to three of the nearest names of settings or groups; empty if none is near.
 std::vector<std::string> nearest_paths(std::string_view text) {
-    auto const group = fmt::format("{}.*", text);
-    Pattern const patterns[] = {pattern_of(text), pattern_of(group)};
+    // Without its first component a text must be nearer: a short one is not far from many names.
+    auto const nearly = text.size() / 4;
+    auto const near = std::max<std::size_t>(3, nearly);
+    std::pair<std::string, std::size_t> const meant[] = {
+        {std::string{text}, near},
+        {fmt::format("{}.*", text), near},
+        {fmt::format("syslog.{}", text), nearly},
+        {fmt::format("syslog.{}.*", text), nearly},
+        {fmt::format("module.{}", text), nearly},
+        {fmt::format("module.{}.*", text), nearly},
+    };
+    std::vector<std::pair<Pattern, std::size_t>> patterns;
+    for (auto const& [pattern, farthest] : meant) {
+        patterns.emplace_back(pattern_of(pattern), farthest);
+    }
     std::vector<std::string> found;
-    std::size_t best = std::max<std::size_t>(3, text.size() / 4);
+    auto best = near;
     for (auto const& setting : settings()) {
         auto const parts = split(setting.path);
-        for (auto const& pattern : patterns) {
+        for (auto const& [pattern, farthest] : patterns) {
             auto const fit = fitted(pattern, parts);
+            if (fit.distance > std::min(best, farthest)) {
+                continue;
+            }
             if (fit.distance < best) {
                 found.clear();
                 best = fit.distance;
             }
-            if (fit.distance == best && found.size() < 3 &&
-                std::ranges::find(found, fit.path) == found.end()) {
+            if (found.size() < 3 && std::ranges::find(found, fit.path) == found.end()) {
                 found.push_back(fit.path);
             }
         }
@@ -203,8 +218,12 @@ core::Result<std::vector<Setting const*>> expand(std::string_view pattern) {
             continue;
         }
         auto const existing = existing_numbers(candidates, i);
-        if (std::ranges::any_of(wanted, [&](Numbers const& part) {
-                return part.low > part.high || part.low < existing.low || part.high > existing.high;
+        if (std::ranges::any_of(wanted, [](auto const& part) { return part.low > part.high; })) {
+            return fail(Error::InvalidInputArg, "{}: {} does not begin with its lower number",
+                        printable(pattern), components[i].text);
+        }
+        if (std::ranges::any_of(wanted, [&](auto const& part) {
+                return part.low < existing.low || part.high > existing.high;
             })) {
             return fail(Error::InvalidInputArg, "{}: {} is not within {}-{}", printable(pattern),
                         components[i].text, existing.low, existing.high);

@@ -39,10 +39,12 @@ std::vector<CLI::Option const*> options_of(CLI::App const& command) {
     return options;
 }
 
-bool has_option(CLI::App const& command, std::string const& name) {
-    return std::ranges::any_of(options_of(command), [&](auto const* option) {
-        return option->nonpositional() && option->check_name(name);
-    });
+/// The option with this name; null if there is none.
+CLI::Option const* find_option(CLI::App const& command, std::string const& name) {
+    auto const options = options_of(command);
+    auto const found = std::ranges::find_if(
+        options, [&](auto const* option) { return option->nonpositional() && option->check_name(name); });
+    return found == options.end() ? nullptr : *found;
 }
 
 Names option_names(CLI::App const& command) {
@@ -66,8 +68,9 @@ Names command_names(CLI::App const& program) {
 std::string list_of_commands(CLI::App const& program) {
     constexpr std::string_view heading = "Commands: ";
     constexpr std::size_t width = 80;
-    return fmt::format("\n{}{}", heading,
-                       wrapped(fmt::format("{}", fmt::join(command_names(program), " ")), heading.size(), width));
+    return fmt::format(
+        "\n{}{}", heading,
+        wrapped(fmt::format("{}", fmt::join(command_names(program), " ")), heading.size(), width));
 }
 
 /// The command that stands on the line, whatever stands before it; null if there is none.
@@ -87,7 +90,8 @@ std::string unknown_option(CLI::App const& program, CLI::App const* command, std
     auto const name = name_in(word);
     auto const near = nearest(name, names);
     return fmt::format("unknown option {}; {}", printable(name),
-                       near.empty() ? fmt::format("allowed: {}", fmt::join(names, ", ")) : did_you_mean(near));
+                       near.empty() ? fmt::format("allowed: {}", fmt::join(names, ", "))
+                                    : did_you_mean(near));
 }
 
 /// What is wrong up to the command; nothing if that comes after options of the program only.
@@ -101,12 +105,15 @@ std::optional<std::string> wrong_before_command(CLI::App const& program, Words w
                        : std::optional{unknown_command(program, word)};
         }
         auto const name = name_in(word);
-        if (!has_option(program, name)) {
+        if (find_option(program, name) == nullptr) {
             auto const* const command = command_in(program, words.subspan(i + 1));
-            return command != nullptr && has_option(*command, name)
-                       ? fmt::format("{0} belongs behind its command; write: logctl {1} {0}", name,
-                                     command->get_name())
-                       : unknown_option(program, nullptr, word);
+            auto const* const option = command == nullptr ? nullptr : find_option(*command, name);
+            if (option == nullptr) {
+                return unknown_option(program, nullptr, word);
+            }
+            bool const value_follows = name == word && option->get_items_expected_max() > 0;
+            return fmt::format("{} belongs behind its command; write: logctl {} {}{}", name,
+                               command->get_name(), word, value_follows ? " " + words[i + 1] : "");
         }
         i += word == "--database" ? 1 : 0; // its value
     }
@@ -117,11 +124,12 @@ std::string unexpected(CLI::App const& command, std::string const& word) {
     Names taken;
     for (auto const* option : options_of(command)) {
         if (option->get_positional()) {
-            taken.push_back(fmt::format(fmt::runtime(option->get_required() ? "{}" : "[{}]"), option->get_name()));
+            taken.push_back(
+                fmt::format(fmt::runtime(option->get_required() ? "{}" : "[{}]"), option->get_name()));
         }
     }
     return fmt::format("unexpected argument {}; {} takes {}", printable(word), command.get_name(),
-                       taken.empty() ? "none" : fmt::format("{} only", fmt::join(taken, " ")));
+                       taken.empty() ? "none" : fmt::format("only {}", fmt::join(taken, " ")));
 }
 
 /// The option of the command or the program with this name, as the parser's errors name it.
@@ -159,7 +167,8 @@ std::string complaint(CLI::App const& program, CLI::App const* command, Words wo
             return name_in(*with_value) + " takes no value";
         }
         if (auto const* const option = option_named(program, command, what.substr(0, what.find(':')))) {
-            return fmt::format("{} needs {}: {}", option->get_name(), option->get_type_name(), purpose(*option));
+            return fmt::format("{} needs {}: {}", option->get_name(), option->get_type_name(),
+                               purpose(*option));
         }
     }
     if (command == nullptr) {

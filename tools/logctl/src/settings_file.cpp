@@ -146,7 +146,8 @@ core::Result<Assignments> read_settings_file(std::string const& name) {
     OUTCOME_TRY(text, read_all(name));
     auto assignments = parse_settings_file(text);
     if (assignments.has_error()) {
-        return core::fail(core::Error::InvalidInputArg, "{}: {}", name, text_of(assignments.error()));
+        return core::fail(core::Error::InvalidInputArg, "{}: {}", name == "-" ? "standard input" : name,
+                          text_of(assignments.error()));
     }
     return assignments;
 }

@@ -9,44 +9,6 @@
 namespace xpon::logctl {
 namespace {
 
-constexpr char const* all_commands =
-    "\nCommands: show set reset apply modules preview status probe check history\n"
-    "          compare rollback commit-confirm trials confirm abort extend export\n"
-    "          import backup restore watch help";
-
-TEST(CommandLine, ThatCannotBeUnderstoodHasStatusTwo) {
-    struct {
-        Logctl::Words words;
-        std::string reason;
-        std::string help = "help";
-    } const cases[] = {
-        {{}, std::string{"a command is missing"} + all_commands},
-        {{"bogus"}, std::string{"unknown command \"bogus\""} + all_commands},
-        {{"stauts"}, "unknown command \"stauts\"; did you mean \"status\"?"},
-        {{"help", "stauts"}, "unknown command \"stauts\"; did you mean \"status\"?", "help"},
-        {{"--bogus"}, "unknown option \"--bogus\"; allowed: --help, --version, --database"},
-        {{"--jsno", "show"},
-         "unknown option \"--jsno\"; allowed: --help, --version, --database",
-         "help show"},
-        {{"--json", "show"}, "--json belongs behind its command; write: logctl show --json", "help show"},
-        {{"show", "--jsno"}, "unknown option \"--jsno\"; did you mean \"--json\"?", "help show"},
-        {{"set", "syslog.file.level=info", "debug"},
-         "\"debug\" is not PATH=VALUE; write it without blanks, such as syslog.file.level=debug",
-         "help set"},
-        {{"reset"},
-         "PATH is required: settings, such as syslog.file.level, module.snmp.* or * for everything",
-         "help reset"},
-        {{"show", "--database"},
-         "--database needs FOLDER: folder of the configuration database [/var/lib/xpon/cfgdb]",
-         "help show"},
-    };
-    Logctl const logctl;
-    for (auto const& [words, reason, help] : cases) {
-        EXPECT_EQ(logctl.run(words),
-                  (Outcome{2, "", fmt::format("logctl: {}\nFor help, run: logctl {}\n", reason, help)}));
-    }
-}
-
 TEST(CommandLine, AnOptionMayBeRepeatedAndItsLastValueCounts) {
     Logctl const logctl;
     EXPECT_EQ(logctl({"set", "-m", "one", "syslog.rsh.level=debug", "-v", "-m", "two", "-v"}),

@@ -92,13 +92,15 @@ module.snmp.TRAP: notice -> error
     EXPECT_EQ(stored(), "module.snmp.TRAP=error syslog.rsh.level=debug ");
     EXPECT_EQ(logctl({"confirm", "2"}),
               (Outcome{1, "", "logctl: no trial 2 is pending; see: logctl trials\n"}));
-    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: no trial waits for a confirmation\n"}));
+    EXPECT_EQ(logctl({"confirm"}),
+              (Outcome{1, "", "logctl: no trial waits for a confirmation; see: logctl trials\n"}));
 }
 
 TEST_F(Confirm, AChangeThatIsNotConfirmedIsUndoneByItself) {
     EXPECT_EQ(logctl({"commit-confirm", "0.1", "syslog.rsh.level=debug", "module.snmp.*=error"}).status, 0);
     EXPECT_TRUE(wait_until_stored("syslog.rsh.level=info "));
-    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: no trial waits for a confirmation\n"}));
+    EXPECT_EQ(logctl({"confirm"}),
+              (Outcome{1, "", "logctl: no trial waits for a confirmation; see: logctl trials\n"}));
 }
 
 TEST_F(Confirm, AChangeThatIsMadeAfterItsTimeIsUndoneAtOnce) {
@@ -243,7 +245,8 @@ TEST_F(Confirm, WhatIsSetForATimeNeedsNone) {
 )",
                           Logctl::author()));
     EXPECT_EQ(logctl({"confirm"}), silence); // the one that needs it
-    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: no trial waits for a confirmation\n"}));
+    EXPECT_EQ(logctl({"confirm"}),
+              (Outcome{1, "", "logctl: no trial waits for a confirmation; see: logctl trials\n"}));
     logctl.sql("UPDATE pending SET until = 1");
     EXPECT_EQ(logctl({"trials"}), (Outcome{0, "no trial is pending\n", ""}));
     EXPECT_EQ(stored(), "syslog.kernel.level=debug syslog.rsh.level=info ");
@@ -377,7 +380,8 @@ TEST_F(Confirm, WhatIsRefusedLeavesNoTrace) {
     EXPECT_EQ(logctl({"commit-confirm", "1", "syslog.rsh.level=info"}),
               (Outcome{0, "", "logctl: nothing is changed, so there is nothing to confirm\n"}));
     EXPECT_EQ(stored(), "syslog.rsh.level=info ");
-    EXPECT_EQ(logctl({"confirm"}), (Outcome{1, "", "logctl: no trial waits for a confirmation\n"}));
+    EXPECT_EQ(logctl({"confirm"}),
+              (Outcome{1, "", "logctl: no trial waits for a confirmation; see: logctl trials\n"}));
 }
 
 TEST(Recovery, WithoutADatabaseIsNoFailure) {

@@ -155,7 +155,7 @@ TEST_F(PastChanges, AreObjectsOnRequest) {
 TEST_F(PastChanges, MayHaveAShortComment) {
     std::string const longest(200, 'x');
     EXPECT_EQ(logctl({"set", "-m", longest + "x", "syslog.rsh.level=error"}),
-              refused("the comment has 201 bytes; it must have at most 200"));
+              refused("--comment has 201 bytes; it must have at most 200"));
     EXPECT_EQ(logctl({"set", "-m", longest, "syslog.rsh.level=error"}), silence);
     EXPECT_EQ(logctl({"set", "-m", "\x1b[31m\n", "syslog.rsh.level=info"}), silence);
     EXPECT_EQ(history({"--limit", "1"}).out, text(R"(

@@ -136,7 +136,7 @@ TEST_F(Import, RefusesWhatIsNotAConfigurationAndLeavesNoTrace) {
               refused("/no/such: cannot be opened (No such file or directory)"));
     EXPECT_EQ(logctl({"import", "/"}), refused("/: cannot be read (Is a directory)"));
     EXPECT_EQ(logctl({"import", "-"}), // nothing is there
-              refused("-: invalid JSON near byte 1 (\"\")"));
+              refused("standard input: invalid JSON near byte 1 (\"\")"));
 }
 
 } // namespace

@@ -131,7 +131,7 @@ core::Result<void> describe(cfgdb::Transaction& transaction, std::string_view ho
                             ChangeOptions const& options) {
     constexpr std::size_t longest = 200;
     if (options.comment.size() > longest) {
-        return core::fail(core::Error::InvalidInputArg, "the comment has {} bytes; it must have at most {}",
+        return core::fail(core::Error::InvalidInputArg, "--comment has {} bytes; it must have at most {}",
                           options.comment.size(), longest);
     }
     transaction.describe(how, options.comment);

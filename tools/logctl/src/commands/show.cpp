@@ -138,7 +138,7 @@ Action show_command(Arguments& arguments) {
     arguments.verify([options] {
         return options->json + options->commands + options->map > 1
                    ? "--json, --commands and --map exclude each other"
-               : options->map && !options->patterns.empty() ? "--map is of all ONTs, without a PATH"
+               : options->map && !options->patterns.empty() ? "--map shows all ONTs and takes no PATH"
                                                             : "";
     });
     return [options](Context const& context) { return show(context, *options); };

@@ -82,7 +82,7 @@ core::Result<std::int64_t> number_of(std::optional<std::int64_t> given, std::str
     OUTCOME_TRY(pending, cfgdb::pending_trials(context.database));
     std::erase_if(pending, [](Trial const& trial) { return trial.terms.temporary; });
     if (pending.empty()) {
-        return fail(Error::Empty, "no trial waits for a confirmation");
+        return fail(Error::Empty, "no trial waits for a confirmation; see: logctl trials");
     }
     if (pending.size() > 1) {
         std::vector<std::int64_t> numbers;
