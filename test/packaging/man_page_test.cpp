@@ -85,7 +85,7 @@ std::vector<Row> catalogue() {
         ChildProcess logctl{{.argv = argv, .output = folder / "output"}};
         EXPECT_EQ(logctl.wait(), 0) << read_file(folder / "output");
     };
-    run({"set", "syslog.file.level=info"}); // makes the database
+    run({"set", "--create", "syslog.file.level=info"});
     std::filesystem::remove(folder / "output");
     run({"show", "--json", "syslog", "module", "module.fsm_pon.ont"});
     std::vector<Row> rows;

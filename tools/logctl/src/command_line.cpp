@@ -14,6 +14,7 @@
 #include "misuse.hpp"
 #include "number_in.hpp"
 #include "output.hpp"
+#include "stored.hpp"
 #include "trials/overdue.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/cfgdb/printable.hpp"
@@ -32,6 +33,7 @@ struct Command {
     Action (*declare)(Arguments& arguments);
     /// What completes its arguments; where there is nothing, the shell completes the names of files.
     Names (*candidates)(std::string const& begin, Context const& context) = nullptr;
+    enum class Database { Reads, Makes, Ignores } database = Database::Reads; ///< makes it if there is none
     bool leaves_trials = false; ///< those whose time is over are none of its business, or it ends them itself
 };
 
@@ -41,10 +43,11 @@ Names command_names(std::string const& begin, Context const& context);
 // In the order of the help.
 constexpr Command commands[] = {
     {"show", "Show settings: path, value, default and where the value is stored", show_command, paths},
-    {"set", "Change settings, all or none", set_command, assignments},
-    {"reset", "Set settings to their defaults, all or none", reset_command, settable_paths},
+    {"set", "Change settings, all or none", set_command, assignments, Command::Database::Makes},
+    {"reset", "Set settings to their defaults, all or none", reset_command, settable_paths,
+     Command::Database::Makes},
     {"apply", "Have the daemon write, reload and notify again, without changing a setting", apply_command,
-     output_names},
+     output_names, Command::Database::Makes},
     {"modules", "Show the modules: value, stem, files, subjects, levels", modules_command, module_names},
     {"preview", "Show what the daemon would write, whether it runs or not", preview_command, output_names},
     {"status", "Show whether each output has what the settings ask for; exit status 0 if all do",
@@ -59,17 +62,20 @@ constexpr Command commands[] = {
     {"rollback", "Undo everything after a transaction, in a new one; print the changes first",
      rollback_command},
     {"commit-confirm", "Change settings, and undo the change unless it is confirmed in time",
-     commit_confirm_command, assignments, true},
+     commit_confirm_command, assignments, Command::Database::Makes, true},
     {"trials", "Show the changes that end by themselves, with the time that is left", trials_command},
     {"confirm", "Make the change of a trial permanent", confirm_command, trial_numbers},
     {"abort", "End a trial now: put back what it has changed", abort_command, trial_numbers},
     {"extend", "Let a trial end later", extend_command, trial_numbers},
     {"export", "Print every setting that is not at its default, as JSON", export_command},
-    {"import", "Make the configuration equal to a file from export, all or nothing", import_command},
+    {"import", "Make the configuration equal to a file from export, all or nothing", import_command, nullptr,
+     Command::Database::Makes},
     {"backup", "Copy the whole database, history included, to one file", backup_command},
-    {"restore", "Put back a copy made by backup, all or nothing; a running daemon follows", restore_command},
+    {"restore", "Put back a copy made by backup, all or nothing; a running daemon follows", restore_command,
+     nullptr, Command::Database::Makes},
     {"watch", "Show changes, and the notifications and answers of modules, as they happen", watch_command},
-    {"help", "Show this help, or that of a command", help_command, command_names, true},
+    {"help", "Show this help, or that of a command", help_command, command_names, Command::Database::Ignores,
+     true},
 };
 
 Names command_names(std::string const& /*begin*/, Context const& /*context*/) {
@@ -120,8 +126,10 @@ Names candidates(CLI::App const& program, std::span<std::string const> words, Co
     auto const name = std::ranges::find_first_of(before, commands, {}, {}, &Command::name);
     auto const* const command =
         name == before.end() ? nullptr : std::ranges::find(commands, *name, &Command::name);
-    if (auto const option = std::ranges::find(before, "--database"); before.end() - option > 1) {
-        context.database = *(option + 1);
+    for (std::size_t i = 0; i + 1 < before.size(); ++i) {
+        if (before[i] == "--database") {
+            context.database = before[i + 1];
+        }
     }
     Names found;
     if (current.starts_with('-')) {
@@ -136,6 +144,22 @@ Names candidates(CLI::App const& program, std::span<std::string const> words, Co
     }
     std::erase_if(found, [&](auto const& candidate) { return !candidate.starts_with(current); });
     return found;
+}
+
+/// The folder without a slash at its end.
+std::filesystem::path plain_folder(std::filesystem::path const& folder) {
+    return folder.empty() ? "." : (folder / "").lexically_normal().parent_path();
+}
+
+/// Why the command cannot do without the database of another folder than the board's; empty if it can.
+std::string missing_database(std::filesystem::path const& folder, Command const& command, bool create) {
+    bool const makes = command.database == Command::Database::Makes;
+    if (command.database == Command::Database::Ignores || folder == cfgdb::default_folder ||
+        has_database(folder) || (makes && create)) {
+        return {};
+    }
+    return fmt::format("{}: no configuration database is there{}", folder.string(),
+                       makes ? "; to make one, add --create" : "");
 }
 
 /// Refuses what is no such number. Empty where any text will do.
@@ -228,7 +252,11 @@ int run(int argc, char** argv) {
     program
         .add_option("--database", context.database,
                     fmt::format("Folder of the configuration database [{}]", cfgdb::default_folder))
-        ->type_name("FOLDER");
+        ->type_name("FOLDER")
+        ->take_last();
+    bool create = false;
+    program.add_flag("--create", create, "Let a command that writes make the database of another folder")
+        ->disable_flag_override();
     std::vector<std::pair<CLI::App*, Action>> actions;
     for (auto const& command : commands) {
         auto* const parsed = program.add_subcommand(command.name, command.description);
@@ -259,6 +287,11 @@ int run(int argc, char** argv) {
         std::ranges::find(actions, program.get_subcommands().front(), &std::pair<CLI::App*, Action>::first);
     auto const* const command =
         std::ranges::find(commands, program.get_subcommands().front()->get_name(), &Command::name);
+    context.database = plain_folder(context.database);
+    if (auto const missing = missing_database(context.database, *command, create); !missing.empty()) {
+        tell(missing);
+        return failed;
+    }
     if (!command->leaves_trials) {
         // What should have done it may be gone. Where this fails it tries again and says why.
         std::ignore = end_overdue_trials(context);

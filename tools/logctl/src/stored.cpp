@@ -1,5 +1,7 @@
 #include "stored.hpp"
 
+#include <system_error>
+
 #include "xpon/cfgdb/usable.hpp"
 
 namespace xpon::logctl {
@@ -34,6 +36,11 @@ StoredValues::StoredValues(std::vector<cfgdb::StoredSetting>&& stored)
 
 cfgdb::StoredSetting const* StoredValues::find(cfgdb::Setting const& setting) const {
     return of_setting.at(place_of(setting));
+}
+
+bool has_database(std::filesystem::path const& folder) {
+    std::error_code unknown;
+    return std::filesystem::exists(folder / "running.db", unknown) || unknown;
 }
 
 core::Result<StoredValues> stored_values(std::filesystem::path const& database) {

@@ -31,6 +31,9 @@ class StoredValues {
     std::vector<cfgdb::StoredSetting const*> of_setting; // index = place in the table of settings
 };
 
+/// Whether there is a database in this folder, or something that only its opening will tell.
+bool has_database(std::filesystem::path const& folder);
+
 core::Result<StoredValues> stored_values(std::filesystem::path const& database);
 
 /// A setting's value as an operator writes it.

@@ -27,6 +27,7 @@ Options:
   -h,--help                   Print this help message and exit
   --version                   Display program version information and exit
   --database FOLDER           Folder of the configuration database [/var/lib/xpon/cfgdb]
+  --create                    Let a command that writes make the database of another folder
 
 Commands:
   show                        Show settings: path, value, default and where the value is stored
@@ -70,8 +71,36 @@ Commands:
 TEST(CommandLine, TheDatabaseOptionMayFollowTheCommand) {
     Logctl const logctl;
     auto const folder = logctl.database.string();
-    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug", "--database", folder}), silence);
+    EXPECT_EQ(logctl.run({"set", "syslog.rsh.level=debug", "--database", folder, "--create"}), silence);
     EXPECT_EQ(logctl.run({"show", "syslog.rsh", "--database", folder}), logctl({"show", "syslog.rsh"}));
+}
+
+TEST(CommandLine, ADatabaseElsewhereIsMadeOnRequestOnly) {
+    Logctl const logctl;
+    auto const folder = logctl.database.string();
+    auto const missing = folder + ": no configuration database is there";
+    test::write_file(logctl.scratch / "settings", R"({"version": 1, "settings": {}})");
+    std::vector<Logctl::Words> const writers = {{"set", "syslog.rsh.level=debug"},
+                                                {"reset", "*"},
+                                                {"apply"},
+                                                {"import", logctl.scratch / "settings"},
+                                                {"restore", logctl.scratch / "x"},
+                                                {"commit-confirm", "1", "syslog.rsh.level=debug"},
+                                                {"set", "--for=1s", "syslog.rsh.level=debug"}};
+    for (auto words : writers) {
+        words.insert(words.end(), {"--database", folder + "/"});
+        EXPECT_EQ(logctl.run(words), refused(missing + "; to make one, add --create")) << words.front();
+    }
+    for (auto const* command : {"show", "modules", "status", "check", "history", "compare", "trials",
+                                "confirm", "abort", "export", "watch"}) {
+        EXPECT_EQ(logctl.run({"--database", folder, command}), refused(missing)) << command;
+        EXPECT_EQ(logctl.run({"--database", folder, "--create", command}), refused(missing)) << command;
+    }
+    EXPECT_EQ(logctl.run({"--database", folder, "help"}), logctl.run({"--help"}));
+    EXPECT_FALSE(std::filesystem::exists(folder));
+    EXPECT_EQ(logctl.run({"--database", folder, "--create", "set", "syslog.rsh.level=debug"}), silence);
+    EXPECT_EQ(logctl.run({"--database", folder, "set", "syslog.rsh.level=info"}), silence);
+    EXPECT_THAT(logctl.stored(), testing::ElementsAre("syslog.rsh.level=info"));
 }
 
 } // namespace

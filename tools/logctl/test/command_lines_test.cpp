@@ -34,14 +34,16 @@ std::string shown(std::string const& line, Outcome const& outcome) {
 }
 
 TEST(CommandLines, AreAnsweredAsTheFileSays) {
-    test::ScratchFolder const scratch;
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"reset", "*"}), silence);
+    auto const& scratch = logctl.scratch;
     auto const run = [&](std::string const& line) {
         std::filesystem::remove(scratch / "out");
         std::filesystem::remove(scratch / "err");
         constexpr char const* script = R"sh(
-cd "$1" && mkdir -p work && cd work || exit 99
+cd "$1" || exit 99
 logctl() { command "$LOGCTL" --database db "$@"; }
-eval "$2" > ../out 2> ../err
+eval "$2" > out 2> err
 )sh";
         test::ChildProcess shell{{.argv = {"bash", "-c", script, "bash", scratch.path().string(), line},
                                   .environment = {"LOGCTL=" LOGCTL_PROGRAM}}};

@@ -44,8 +44,8 @@ TEST(Completion, OffersCommandsAndOptions) {
                             "export", "extend", "help", "history", "import", "modules", "preview", "probe",
                             "reset", "restore", "rollback", "set", "show", "status", "trials", "watch"));
     EXPECT_THAT(offered("logctl re"), ElementsAre("reset", "restore"));
-    EXPECT_THAT(offered("logctl watch --"),
-                ElementsAre("--count", "--database", "--help", "--json", "--timeout", "--version"));
+    EXPECT_THAT(offered("logctl watch --"), ElementsAre("--count", "--create", "--database", "--help",
+                                                        "--json", "--timeout", "--version"));
     EXPECT_THAT(offered("logctl commit-confirm --d"), ElementsAre("--database", "--dry-run"));
 }
 
@@ -108,7 +108,7 @@ TEST(ManPage, HasEveryCommandWithItsOptions) {
         wanted.erase("--help");
         EXPECT_EQ(options_in(section, R"(\\-\\-[a-z][a-z\\-]*)"), wanted) << command;
     }
-    for (auto const* option : {"\\-\\-help", "\\-\\-version", "\\-\\-database"}) {
+    for (auto const* option : {"\\-\\-help", "\\-\\-version", "\\-\\-create", "\\-\\-database"}) {
         EXPECT_THAT(page, testing::HasSubstr(option));
     }
 }

@@ -56,9 +56,9 @@ class Logctl {
   public:
     using Words = std::vector<std::string>;
 
-    /// Runs the program with these words and the database's folder.
+    /// Runs the program with these words and the database's folder, where it makes the database if need be.
     Outcome operator()(Words const& words) const {
-        Words all{"--database", database.string()};
+        Words all{"--create", "--database", database.string()};
         all.insert(all.end(), words.begin(), words.end());
         return run(all);
     }
@@ -120,7 +120,7 @@ class Logctl {
 
     /// Starts the program with these words and the database's folder.
     Running start(Words const& words) const {
-        Words all{"--database", database.string()};
+        Words all{"--create", "--database", database.string()};
         all.insert(all.end(), words.begin(), words.end());
         return Running{prefix, all, scratch / "running-out", scratch / "running-err"};
     }

@@ -155,7 +155,7 @@ class TrialRounds : public testing::Test {
     void TearDown() override { run({"reset", "*"}); } // ends all trials, and with them their processes
 
     std::vector<std::string> command(Logctl::Words const& words) const {
-        Logctl::Words argv{LOGCTL_PROGRAM, "--database", logctl.database.string()};
+        Logctl::Words argv{LOGCTL_PROGRAM, "--create", "--database", logctl.database.string()};
         argv.insert(argv.end(), words.begin(), words.end());
         return argv;
     }

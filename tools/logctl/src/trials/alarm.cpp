@@ -41,7 +41,8 @@ std::string this_program() {
 
 Alarm::Alarm(Context const& context) {
     std::error_code unknown;
-    command = {this_program(), "--database", std::filesystem::absolute(context.database, unknown),
+    // The first change of a database starts it before there is one.
+    command = {this_program(), "--create", "--database", std::filesystem::absolute(context.database, unknown),
                "commit-confirm"};
 }
 

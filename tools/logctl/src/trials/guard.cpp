@@ -17,6 +17,7 @@
 #include "core/reason.hpp"
 #include "core/unique_fd.hpp"
 #include "output.hpp"
+#include "stored.hpp"
 #include "trials/overdue.hpp"
 #include "xpon/cfgdb/change_feed.hpp"
 #include "xpon/cfgdb/trial.hpp"
@@ -49,7 +50,8 @@ class Guard {
             if (feed) {
                 std::ignore = feed->next(); // only the waking counts
             }
-            bool const may_come = wanted[1].fd >= 0 || !(decided || is_over() || !has_database());
+            bool const may_come =
+                wanted[1].fd >= 0 || !(decided || is_over() || !has_database(context.database));
             if (!may_come && nothing_waits()) {
                 return 0;
             }
@@ -69,18 +71,13 @@ class Guard {
 
     bool is_over() const { return cfgdb::BootInstant::in(0).seconds >= until; }
 
-    bool has_database() const {
-        std::error_code unknown;
-        return std::filesystem::exists(context.database / "running.db", unknown);
-    }
-
     /// Whether there is a trial has been decided, or who was to decide it is dead. Before, there may not even
     /// have been a database. Without the feed only the time is waited for.
     void hear() {
         char told = 0;
         decided = read(STDIN_FILENO, &told, 1) == 1;
         wanted[1].fd = -1;
-        if (!decided && has_database()) {
+        if (!decided && has_database(context.database)) {
             decided = cfgdb::settle(context.database).has_value();
         }
         if (auto opened = cfgdb::ChangeFeed::open(context.database); opened.has_value()) {
@@ -108,7 +105,7 @@ class Guard {
     bool nothing_waits() const {
         auto const trials = cfgdb::pending_trials(context.database);
         if (trials.has_error()) {
-            return !has_database();
+            return !has_database(context.database);
         }
         return std::ranges::none_of(trials.value(), [this](cfgdb::Trial const& trial) {
             return trial.terms.timer.empty() && trial.terms.end.seconds == until;

@@ -1,14 +1,13 @@
 #include "trials/overdue.hpp"
 
-#include <filesystem>
 #include <sstream>
-#include <system_error>
 
 #include <fmt/format.h>
 #include <syslog.h>
 
 #include "folded.hpp"
 #include "output.hpp"
+#include "stored.hpp"
 
 namespace xpon::logctl {
 
@@ -34,8 +33,7 @@ std::string text_of(cfgdb::EndedTrial const& ended) {
 }
 
 core::Result<void> end_overdue_trials(Context const& context) {
-    std::error_code unknown;
-    if (!std::filesystem::exists(context.database / "running.db", unknown)) {
+    if (!has_database(context.database)) {
         return core::success();
     }
     OUTCOME_TRY(trials, cfgdb::pending_trials(context.database));
