@@ -1,5 +1,6 @@
 #include "candidates.hpp"
 
+#include "xpon/cfgdb/history.hpp"
 #include "xpon/cfgdb/module_table.hpp"
 #include "xpon/cfgdb/settings.hpp"
 #include "xpon/cfgdb/trial.hpp"
@@ -38,11 +39,22 @@ Names assignments(std::string const& begin, Context const& /*context*/) {
         return paths_with(begin, true, "=");
     }
     auto const found = cfgdb::expand(begin.substr(0, sign));
+    if (found.has_error()) {
+        return {};
+    }
+    auto const& setting = *found.value().front();
+    auto const with_path = [&](cfgdb::Value const& value) {
+        return begin.substr(0, sign + 1) + cfgdb::to_text(setting.kind, value);
+    };
+    if (setting.kind == cfgdb::Kind::Folder) {
+        return {folders_of_the_shell};
+    }
+    if (setting.kind != cfgdb::Kind::Level) {
+        return {with_path(setting.default_value)};
+    }
     Names levels;
-    if (found.has_value() && found.value().front()->kind == cfgdb::Kind::Level) {
-        for (std::int64_t level = 0; cfgdb::is_allowed(cfgdb::Kind::Level, level); ++level) {
-            levels.insert(begin.substr(0, sign + 1) + cfgdb::to_text(cfgdb::Kind::Level, level));
-        }
+    for (std::int64_t level = 0; cfgdb::is_allowed(cfgdb::Kind::Level, level); ++level) {
+        levels.insert(with_path(level));
     }
     return levels;
 }
@@ -63,6 +75,26 @@ Names trial_numbers(std::string const& /*begin*/, Context const& context) {
         }
     }
     return numbers;
+}
+
+Names transaction_numbers(std::string const& /*begin*/, Context const& context) {
+    Names numbers;
+    if (auto const past = cfgdb::history(context.database); past.has_value()) {
+        for (auto const& transaction : past.value()) {
+            numbers.insert(std::to_string(transaction.number));
+        }
+    }
+    return numbers;
+}
+
+Names transactions_or_files(std::string const& begin, Context const& context) {
+    auto names = transaction_numbers(begin, context);
+    names.insert(files_of_the_shell);
+    return names;
+}
+
+Names files(std::string const& /*begin*/, Context const& /*context*/) {
+    return {files_of_the_shell};
 }
 
 Names output_names(std::string const& /*begin*/, Context const& /*context*/) {

@@ -14,13 +14,23 @@ using Names = std::set<std::string>;
 Names paths(std::string const& begin, Context const& context);
 Names settable_paths(std::string const& begin, Context const& context);
 
-/// Settings, with the levels behind the sign where the pattern before it is of levels.
+/// Stands for the names of files, or of folders, which the shell knows itself; no candidate begins so.
+inline constexpr char const* files_of_the_shell = ":files";
+inline constexpr char const* folders_of_the_shell = ":folders";
+
+/// Settings, with values behind the sign: levels, folders, or the default.
 Names assignments(std::string const& begin, Context const& context);
 
 Names module_names(std::string const& begin, Context const& context);
 
 /// Trials that are pending.
 Names trial_numbers(std::string const& begin, Context const& context);
+
+/// Transactions, to compare with or to go back to.
+Names transaction_numbers(std::string const& begin, Context const& context);
+Names transactions_or_files(std::string const& begin, Context const& context);
+
+Names files(std::string const& begin, Context const& context);
 
 /// Outputs of which there is a preview.
 Names output_names(std::string const& begin, Context const& context);

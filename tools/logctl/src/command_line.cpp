@@ -31,23 +31,26 @@ struct Command {
     char const* name;
     char const* description;
     Action (*declare)(Arguments& arguments);
-    /// What completes its arguments; where there is nothing, the shell completes the names of files.
+    /// What completes its arguments: all, the first, or those after it.
     Names (*candidates)(std::string const& begin, Context const& context) = nullptr;
+    enum class Place { Any, First, Later } place = Place::First;
     enum class Database { Reads, Makes, Ignores } database = Database::Reads; ///< makes it if there is none
-    bool leaves_trials = false; ///< those whose time is over are none of its business, or it ends them itself
+    bool leaves_trials = false; ///< those whose time is over do not concern it, or it ends them itself
 };
+
+using enum Command::Place;
+using enum Command::Database;
 
 Action help_command(Arguments& arguments);
 Names command_names(std::string const& begin, Context const& context);
 
 // In the order of the help.
 constexpr Command commands[] = {
-    {"show", "Show settings: path, value, default and where the value is stored", show_command, paths},
-    {"set", "Change settings, all or none", set_command, assignments, Command::Database::Makes},
-    {"reset", "Set settings to their defaults, all or none", reset_command, settable_paths,
-     Command::Database::Makes},
+    {"show", "Show settings: path, value, default and where the value is stored", show_command, paths, Any},
+    {"set", "Change settings, all or none", set_command, assignments, Any, Makes},
+    {"reset", "Set settings to their defaults, all or none", reset_command, settable_paths, Any, Makes},
     {"apply", "Have the daemon write, reload and notify again, without changing a setting", apply_command,
-     output_names, Command::Database::Makes},
+     output_names, Any, Makes},
     {"modules", "Show the modules: value, stem, files, subjects, levels", modules_command, module_names},
     {"preview", "Show what the daemon would write, whether it runs or not", preview_command, output_names},
     {"status", "Show whether each output has what the settings ask for; exit status 0 if all do",
@@ -58,24 +61,23 @@ constexpr Command commands[] = {
      check_command},
     {"history", "Show who changed what, newest last", history_command, paths},
     {"compare", "Show how the settings differ from those after a transaction, from a file or the defaults",
-     compare_command},
+     compare_command, transactions_or_files},
     {"rollback", "Undo everything after a transaction, in a new one; print the changes first",
-     rollback_command},
+     rollback_command, transaction_numbers},
     {"commit-confirm", "Change settings, and undo the change unless it is confirmed in time",
-     commit_confirm_command, assignments, Command::Database::Makes, true},
+     commit_confirm_command, assignments, Later, Makes, true},
     {"trials", "Show the changes that end by themselves, with the time that is left", trials_command},
     {"confirm", "Make the change of a trial permanent", confirm_command, trial_numbers},
     {"abort", "End a trial now: put back what it has changed", abort_command, trial_numbers},
     {"extend", "Let a trial end later", extend_command, trial_numbers},
     {"export", "Print every setting that is not at its default, as JSON", export_command},
-    {"import", "Make the configuration equal to a file from export, all or nothing", import_command, nullptr,
-     Command::Database::Makes},
-    {"backup", "Copy the whole database, history included, to one file", backup_command},
+    {"import", "Make the configuration equal to a file from export, all or nothing", import_command, files,
+     First, Makes},
+    {"backup", "Copy the whole database, history included, to one file", backup_command, files},
     {"restore", "Put back a copy made by backup, all or nothing; a running daemon follows", restore_command,
-     nullptr, Command::Database::Makes},
+     files, First, Makes},
     {"watch", "Show changes, and the notifications and answers of modules, as they happen", watch_command},
-    {"help", "Show this help, or that of a command", help_command, command_names, Command::Database::Ignores,
-     true},
+    {"help", "Show this help, or that of a command", help_command, command_names, First, Ignores, true},
 };
 
 Names command_names(std::string const& /*begin*/, Context const& /*context*/) {
@@ -119,30 +121,72 @@ struct HelpFormat : CLI::Formatter {
     }
 };
 
-/// What may stand in the place of the last word.
-Names candidates(CLI::App const& program, std::span<std::string const> words, Context context) {
-    std::string const current = words.empty() ? "" : words.back();
-    auto const before = words.first(words.empty() ? 0 : words.size() - 1);
-    auto const name = std::ranges::find_first_of(before, commands, {}, {}, &Command::name);
-    auto const* const command =
-        name == before.end() ? nullptr : std::ranges::find(commands, *name, &Command::name);
-    for (std::size_t i = 0; i + 1 < before.size(); ++i) {
-        if (before[i] == "--database") {
-            context.database = before[i + 1];
+/// A line up to the word that is to be completed.
+struct Typed {
+    Command const* command = nullptr;
+    std::size_t arguments = 0; ///< of the command
+    std::string option;        ///< whose value the next word is; empty if it is none
+    Context context{cfgdb::default_folder};
+};
+
+bool takes_next_word(CLI::App const& app, std::string const& name) {
+    auto const* const option = app.get_option_no_throw(name);
+    return option != nullptr && option->get_items_expected_min() > 0;
+}
+
+Typed typed(CLI::App const& program, std::span<std::string const> words) {
+    constexpr std::string_view with_folder = "--database=";
+    Typed line;
+    for (auto const& word : words) {
+        if (!line.option.empty()) {
+            if (line.option == "--database") {
+                line.context.database = word;
+            }
+            line.option.clear();
+        } else if (word.starts_with(with_folder)) {
+            line.context.database = word.substr(with_folder.size());
+        } else if (word.starts_with('-')) {
+            bool const takes = takes_next_word(program, word) ||
+                               (line.command != nullptr &&
+                                takes_next_word(*program.get_subcommand(line.command->name), word));
+            line.option = takes ? word : "";
+        } else if (line.command != nullptr) {
+            ++line.arguments;
+        } else if (auto const* const found = std::ranges::find(commands, word, &Command::name);
+                   found != std::end(commands)) {
+            line.command = found;
         }
+    }
+    return line;
+}
+
+bool is_completed(Command const& command, std::size_t argument) {
+    return command.candidates != nullptr &&
+           (command.place == Any || (command.place == First) == (argument == 0));
+}
+
+/// What may stand in the place of the last word.
+Names candidates(CLI::App const& program, std::span<std::string const> words) {
+    std::string const current = words.empty() ? "" : words.back();
+    auto const line = typed(program, words.first(words.empty() ? 0 : words.size() - 1));
+    if (!line.option.empty() || current.starts_with("--database=")) {
+        bool const folder = line.option.empty() || line.option == "--database";
+        return folder ? Names{folders_of_the_shell} : Names{};
     }
     Names found;
     if (current.starts_with('-')) {
         add_options(program, found);
-        if (command != nullptr) {
-            add_options(*program.get_subcommand(command->name), found);
+        if (line.command != nullptr) {
+            add_options(*program.get_subcommand(line.command->name), found);
         }
-    } else if (command == nullptr) {
-        found = command_names(current, context);
-    } else if (command->candidates != nullptr) {
-        found = command->candidates(current, context);
+    } else if (line.command == nullptr) {
+        found = command_names(current, line.context);
+    } else if (is_completed(*line.command, line.arguments)) {
+        found = line.command->candidates(current, line.context);
     }
-    std::erase_if(found, [&](auto const& candidate) { return !candidate.starts_with(current); });
+    std::erase_if(found, [&](auto const& candidate) {
+        return !candidate.starts_with(current) && !candidate.starts_with(':');
+    });
     return found;
 }
 
@@ -153,9 +197,9 @@ std::filesystem::path plain_folder(std::filesystem::path const& folder) {
 
 /// Why the command cannot do without the database of another folder than the board's; empty if it can.
 std::string missing_database(std::filesystem::path const& folder, Command const& command, bool create) {
-    bool const makes = command.database == Command::Database::Makes;
-    if (command.database == Command::Database::Ignores || folder == cfgdb::default_folder ||
-        has_database(folder) || (makes && create)) {
+    bool const makes = command.database == Makes;
+    if (command.database == Ignores || folder == cfgdb::default_folder || has_database(folder) ||
+        (makes && create)) {
         return {};
     }
     return fmt::format("{}: no configuration database is there{}", folder.string(),
@@ -268,7 +312,7 @@ int run(int argc, char** argv) {
     // Not a command of the program's parser, which would take the words that are to be completed for its own.
     if (argc > 2 && argv[1] == std::string_view{"complete"} && argv[2] == std::string_view{"--"}) {
         std::vector<std::string> const words{argv + 3, argv + argc};
-        for (auto const& candidate : candidates(program, words, context)) {
+        for (auto const& candidate : candidates(program, words)) {
             print(candidate + "\n");
         }
         return flush_output().has_value() ? 0 : failed;

@@ -11,13 +11,15 @@ namespace xpon::logctl {
 namespace {
 
 using testing::ElementsAre;
+using testing::UnorderedElementsAre;
 
 /// What bash would offer for this line.
-std::vector<std::string> offered(std::string const& line) {
+std::vector<std::string> offered(std::string const& line, std::filesystem::path const& folder = "/") {
     constexpr char const* script = R"sh(
 PATH=$1:$PATH
 . "$2"
-compopt() { echo "(no space)"; }
+cd "$4" || exit
+compopt() { [[ $2 != nospace ]] || echo "(no space)"; }
 COMP_LINE=$3 COMP_POINT=${#3}
 _logctl
 printf '%s\n' "${COMPREPLY[@]}"
@@ -25,7 +27,7 @@ printf '%s\n' "${COMPREPLY[@]}"
     test::ScratchFolder const scratch;
     std::filesystem::create_symlink(LOGCTL_PROGRAM, scratch / "logctl");
     test::ChildProcess shell{{.argv = {"bash", "-c", script, "bash", scratch.path().string(),
-                                       XPON_PACKAGING "/bash-completion/logctl", line},
+                                       XPON_PACKAGING "/bash-completion/logctl", line, folder},
                               .output = scratch / "out"}};
     EXPECT_EQ(shell.wait(), 0);
     std::istringstream out{test::read_file(scratch / "out")};
@@ -47,6 +49,7 @@ TEST(Completion, OffersCommandsAndOptions) {
     EXPECT_THAT(offered("logctl watch --"), ElementsAre("--count", "--create", "--database", "--help",
                                                         "--json", "--timeout", "--version"));
     EXPECT_THAT(offered("logctl commit-confirm --d"), ElementsAre("--database", "--dry-run"));
+    EXPECT_THAT(offered("logctl set --comment status --verb"), ElementsAre("--verbose"));
 }
 
 TEST(Completion, OffersTheCommandsThatHelpExplains) {
@@ -67,8 +70,76 @@ TEST(Completion, OffersLevelsBehindTheSign) {
     EXPECT_THAT(offered("logctl set syslog.rsh.level=debug module.snmp.*="),
                 ElementsAre("critical", "debug", "error", "info", "notice", "warning"));
     EXPECT_THAT(offered("logctl commit-confirm 5 syslog.rsh.level=de"), ElementsAre("debug"));
-    EXPECT_THAT(offered("logctl set syslog.file.size="), ElementsAre());
     EXPECT_THAT(offered("logctl set $(reboot)="), ElementsAre());
+}
+
+TEST(Completion, OffersTheDefaultOfWhatIsNoLevel) {
+    EXPECT_THAT(offered("logctl set syslog.file.size="), ElementsAre("1048576"));
+    EXPECT_THAT(offered("logctl set syslog.file.size=2"), ElementsAre());
+    EXPECT_THAT(offered("logctl set syslog.remote.2.port="), ElementsAre("514"));
+    EXPECT_THAT(offered("logctl set syslog.remote.2.address=0"), ElementsAre("0.0.0.0"));
+}
+
+TEST(Completion, OffersNothingForTheValueOfAnOption) {
+    for (auto const* const line : {"logctl set --for ", "logctl set -m s", "logctl history --limit ",
+                                   "logctl set --comment=s", "logctl watch --timeout "}) {
+        EXPECT_THAT(offered(line), ElementsAre()) << line;
+    }
+    EXPECT_THAT(offered("logctl set --for 30m -m why sys"), ElementsAre("(no space)", "syslog."));
+    EXPECT_THAT(offered("logctl set --wait sys"), ElementsAre("(no space)", "syslog."));
+}
+
+TEST(Completion, OffersNothingWhereNothingMoreIsTaken) {
+    for (auto const* const line :
+         {"logctl status ", "logctl export ", "logctl modules snmp ", "logctl extend 1 ",
+          "logctl commit-confirm ", "logctl import settings.json "}) {
+        EXPECT_THAT(offered(line), ElementsAre()) << line;
+    }
+    EXPECT_THAT(offered("logctl commit-confirm 5 sys"), ElementsAre("(no space)", "syslog."));
+}
+
+TEST(Completion, OffersFilesAndFolders) {
+    test::ScratchFolder const scratch;
+    test::write_file(scratch / "a b.json", "");
+    test::write_file(scratch / "c.json", "");
+    std::filesystem::create_directory(scratch / "kept");
+    for (std::string const command : {"import", "backup", "restore"}) {
+        EXPECT_THAT(offered("logctl " + command + " ", scratch.path()),
+                    UnorderedElementsAre("a b.json", "c.json", "kept"));
+    }
+    EXPECT_THAT(offered("logctl import --merge 'a b", scratch.path()), ElementsAre("a b.json"));
+    EXPECT_THAT(offered("logctl import a\\ ", scratch.path()), ElementsAre("a b.json"));
+    EXPECT_THAT(offered("logctl --database k", scratch.path()), ElementsAre("kept"));
+    EXPECT_THAT(offered("logctl show --database=k", scratch.path()), ElementsAre("kept/"));
+    auto const folder = scratch.path().string();
+    EXPECT_THAT(offered("logctl set syslog.file.path=" + folder + "/"), ElementsAre(folder + "/kept/"));
+    EXPECT_THAT(offered("logctl set 'syslog.file.path=" + folder + "/k"),
+                ElementsAre("syslog.file.path=" + folder + "/kept/"));
+}
+
+TEST(Completion, KnowsQuotationMarks) {
+    EXPECT_THAT(offered("logctl set 'module.snmp.*=de"), ElementsAre("module.snmp.*=debug"));
+    EXPECT_THAT(offered("logctl set -m 'for \\' \"module.snmp.*=de"), ElementsAre("module.snmp.*=debug"));
+    EXPECT_THAT(offered("logctl set 'module.snmp.*'=de"), ElementsAre("debug"));
+    EXPECT_THAT(offered("logctl set module.snmp.\\*=de"), ElementsAre("debug"));
+    EXPECT_THAT(offered("logctl show module.'snm"), ElementsAre("snmp.", "snmpdconf."));
+    EXPECT_THAT(offered("logctl 'sta"), ElementsAre("status"));
+    EXPECT_THAT(offered("logctl show \"a 'b\" sys"), ElementsAre("(no space)", "syslog."));
+    // A closing quotation mark would follow the only candidate, so it is not a group.
+    EXPECT_THAT(offered("logctl set 'syslog.rs"),
+                ElementsAre("syslog.rsh.level=critical", "syslog.rsh.level=debug", "syslog.rsh.level=error",
+                            "syslog.rsh.level=info", "syslog.rsh.level=notice", "syslog.rsh.level=warning"));
+}
+
+TEST(Completion, OffersTransactions) {
+    Logctl const logctl;
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=debug"}), silence);
+    EXPECT_EQ(logctl({"set", "syslog.rsh.level=info"}), silence);
+    auto const program = "logctl --database " + logctl.database.string();
+    EXPECT_THAT(offered(program + " rollback "), ElementsAre("1", "2"));
+    test::ScratchFolder const scratch;
+    test::write_file(scratch / "kept.json", "");
+    EXPECT_THAT(offered(program + " compare ", scratch.path()), UnorderedElementsAre("1", "2", "kept.json"));
 }
 
 TEST(Completion, OffersTheTrialsOfTheDatabaseThatIsNamed) {
