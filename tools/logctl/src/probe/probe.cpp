@@ -199,7 +199,7 @@ class Probe {
                 });
             });
             if ((!taken || !all) && waited < longest) {
-                std::this_thread::sleep_for(milliseconds{10});
+                std::this_thread::sleep_for(poll_interval);
                 continue;
             }
             if (stored && gain.processed(source) == 0) {
@@ -246,7 +246,7 @@ class Probe {
             if (std::ranges::count(entries, text, &JournalEntry::message) > 0) {
                 return entries;
             }
-            std::this_thread::sleep_for(milliseconds{1});
+            std::this_thread::sleep_for(poll_interval);
         }
         return {};
     }
@@ -308,6 +308,7 @@ class Probe {
     }
 
     static constexpr milliseconds longest{4000};
+    static constexpr milliseconds poll_interval{20}; // syslog-ng takes messages every 0.25 s
     static constexpr char const* source = "s_local"; // in syslog-ng.conf
 
     std::unique_ptr<Journal> journal;

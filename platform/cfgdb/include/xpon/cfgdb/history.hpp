@@ -11,7 +11,7 @@
 namespace xpon::cfgdb {
 
 /// The history consists of so many transactions, the newest ones, of any size.
-constexpr std::int64_t kept_transactions = 1000;
+inline constexpr std::int64_t kept_transactions = 1000;
 
 /// One setting that a transaction has changed, with its values as an operator writes them. They are equal if
 /// it was only taken out of a trial.
