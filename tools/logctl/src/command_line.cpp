@@ -16,6 +16,7 @@
 #include "output.hpp"
 #include "stored.hpp"
 #include "trials/overdue.hpp"
+#include "wrapped.hpp"
 #include "xpon/cfgdb/cfgdb_wrapper.hpp"
 #include "xpon/cfgdb/printable.hpp"
 #include "xpon/cfgdb/settings.hpp"
@@ -113,12 +114,40 @@ void add_options(CLI::App const& app, Names& to) {
     }
 }
 
-/// Writes "--wait[=SECONDS]", without a blank between.
-struct HelpFormat : CLI::Formatter {
+/// Fits the help to the terminal, and writes "--wait[=SECONDS]" without a blank between.
+class HelpFormat : public CLI::Formatter {
+  public:
+    std::string make_option(CLI::Option const* option, bool is_positional) const override {
+        return entry(make_option_name(option, is_positional) + make_option_opts(option),
+                     make_option_desc(option));
+    }
+    std::string make_subcommand(CLI::App const* command) const override {
+        return entry(command->get_display_name(true), command->get_description());
+    }
+    std::string make_description(CLI::App const* app) const override {
+        return wrapped(app->get_description(), 0, width) + "\n";
+    }
+    std::string make_usage(CLI::App const* app, std::string name) const override {
+        constexpr std::string_view heading = "Usage: ";
+        auto const usage = Formatter::make_usage(app, std::move(name));
+        return fmt::format("{}{}", heading, wrapped(usage.substr(heading.size()), heading.size(), width));
+    }
     std::string make_option_opts(CLI::Option const* option) const override {
         auto text = Formatter::make_option_opts(option);
         return text.starts_with(" [=") ? text.substr(1) : text;
     }
+
+  private:
+    std::string entry(std::string const& name, std::string const& description) const {
+        constexpr std::size_t widest = 30;
+        auto const column = std::min(widest, width / 2);
+        bool const fits = name.size() + 2 < column;
+        auto const begin =
+            fits ? fmt::format("  {:{}}", name, column - 2) : fmt::format("  {}\n{:{}}", name, "", column);
+        return begin + wrapped(description, column, width) + "\n";
+    }
+
+    std::size_t width = terminal_width();
 };
 
 /// A line up to the word that is to be completed.

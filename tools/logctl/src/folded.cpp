@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include "table.hpp"
 #include "xpon/cfgdb/settings.hpp"
 
 namespace xpon::logctl {
@@ -120,7 +121,7 @@ std::string change_text(std::string const& old_value, std::string const& new_val
                                   : fmt::format("{} -> {}", old_value, new_value);
 }
 
-std::string folded_lines(std::vector<cfgdb::Change> const& changes) {
+std::string folded_lines(std::vector<cfgdb::Change> const& changes, std::size_t width) {
     std::vector<Said> all;
     all.reserve(changes.size());
     for (auto const& [setting, old_value, new_value] : changes) {
@@ -128,7 +129,8 @@ std::string folded_lines(std::vector<cfgdb::Change> const& changes) {
     }
     std::string text;
     for (auto const& [path, change] : folded(all)) {
-        text += fmt::format("{}: {}\n", path, change);
+        auto const rest = fmt::format(": {}\n", change);
+        text += shortened(path, width - std::min(width, rest.size() - 1)) + rest;
     }
     return text;
 }

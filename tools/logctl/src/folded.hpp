@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "output.hpp"
 #include "xpon/cfgdb/transaction.hpp"
 
 namespace xpon::logctl {
@@ -20,7 +21,7 @@ std::vector<Said> folded(std::vector<Said> const& all);
 /// "old -> new"; equal values have only left a trial.
 std::string change_text(std::string const& old_value, std::string const& new_value);
 
-/// "path: old -> new", a line each, folded.
-std::string folded_lines(std::vector<cfgdb::Change> const& changes);
+/// "path: old -> new", a line each, folded; a path that does not fit is shortened.
+std::string folded_lines(std::vector<cfgdb::Change> const& changes, std::size_t width = Screen::endless);
 
 } // namespace xpon::logctl

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "core/failure.hpp"
+#include "number_in.hpp"
 
 namespace xpon::logctl {
 
@@ -43,14 +44,22 @@ std::string utc(std::int64_t time) {
 }
 
 std::size_t terminal_width() {
+    if (char const* const wanted = std::getenv("COLUMNS"); wanted != nullptr) {
+        if (auto const columns = number_in<std::size_t>(wanted); columns && *columns > 0) {
+            return *columns;
+        }
+    }
     winsize size{};
     constexpr std::size_t usual = 80;
     return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : usual;
 }
 
-bool wants_colour() {
+Screen screen() {
+    if (isatty(STDOUT_FILENO) == 0) {
+        return {};
+    }
     char const* const refused = std::getenv("NO_COLOR");
-    return (refused == nullptr || *refused == '\0') && isatty(STDOUT_FILENO) == 1;
+    return {refused == nullptr || *refused == '\0', terminal_width()};
 }
 
 } // namespace xpon::logctl

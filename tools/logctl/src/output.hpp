@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 
@@ -24,10 +25,19 @@ core::Result<void> flush_output();
 /// Seconds since the epoch as UTC, such as 2024-05-31T08:15:00Z.
 std::string utc(std::int64_t time);
 
-/// Columns of the terminal that standard output is; 80 for anything else.
+/// Columns for a text of whole sentences: those that COLUMNS names, or of the terminal that standard output is; 80
+/// for anything else.
 std::size_t terminal_width();
 
-/// Whether standard output is a terminal whose user wants colours.
-bool wants_colour();
+/// How a table is shown.
+struct Screen {
+    static constexpr std::size_t endless = std::numeric_limits<std::size_t>::max();
+
+    bool coloured = false;
+    std::size_t width = endless; ///< in columns
+};
+
+/// Of standard output: only a terminal has a width, and colours if its user wants them.
+Screen screen();
 
 } // namespace xpon::logctl

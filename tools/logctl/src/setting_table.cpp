@@ -40,7 +40,7 @@ nlohmann::ordered_json json_value(cfgdb::Setting const& setting, std::string con
 
 } // namespace
 
-std::string to_table(std::vector<SettingRow> const& rows, bool coloured) {
+std::string to_table(std::vector<SettingRow> const& rows, Screen const& screen) {
     auto const add_rows = [&](AddLine const& add) {
         add({"PATH", {"VALUE", colour::bold}, "DEFAULT", "STORED"});
         for (auto const& row : rows) {
@@ -52,7 +52,7 @@ std::string to_table(std::vector<SettingRow> const& rows, bool coloured) {
             add({row.setting->path, {value, row.allowed ? changed : colour::red}, default_of(row), where});
         }
     };
-    return aligned(add_rows, coloured);
+    return aligned(add_rows, screen);
 }
 
 std::string to_json(std::vector<SettingRow> const& rows) {

@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "output.hpp"
 #include "xpon/cfgdb/settings.hpp"
 #include "xpon/cfgdb/trial.hpp"
 
@@ -20,7 +21,7 @@ struct SettingRow {
 };
 
 /// Path, value, default and source in aligned columns, with a heading.
-std::string to_table(std::vector<SettingRow> const& rows, bool coloured);
+std::string to_table(std::vector<SettingRow> const& rows, Screen const& screen);
 
 /// The same as an array of objects.
 std::string to_json(std::vector<SettingRow> const& rows);

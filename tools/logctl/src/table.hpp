@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "output.hpp"
+
 namespace xpon::logctl {
 
 namespace colour {
@@ -30,8 +32,16 @@ struct Cell {
 /// Takes a table's next line.
 using AddLine = std::function<void(std::initializer_list<Cell>)>;
 
-/// Lines of equally many cells with their columns aligned; of a line, what is empty at its end is left out.
-/// `add_lines` is called to measure and once more to write, and adds the same lines each time.
-std::string aligned(std::function<void(AddLine const& add)> const& add_lines, bool coloured);
+/// What becomes of a last column that does not fit: it is shortened like the others, or goes on below.
+enum class LastColumn { Shortened, Wrapped };
+
+/// Lines of equally many cells with their columns aligned; of a line, what is empty at its end is left out. Where
+/// the screen is too narrow, the widest columns are shortened and end in "…". `add_lines` is called to measure and
+/// once more to write, and adds the same lines each time.
+std::string aligned(std::function<void(AddLine const& add)> const& add_lines, Screen const& screen,
+                    LastColumn last_column = LastColumn::Shortened);
+
+/// The text, which is plain ASCII, shortened to this many columns.
+std::string shortened(std::string_view text, std::size_t width);
 
 } // namespace xpon::logctl

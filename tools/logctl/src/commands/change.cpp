@@ -95,7 +95,7 @@ void tell_changes(std::vector<cfgdb::Change> const& changes, ChangeOptions const
     if (options.json) {
         print(to_json(changes));
     } else if (options.verbose || options.dry_run) {
-        print(folded_lines(changes));
+        print(folded_lines(changes, screen().width));
     }
     if (std::ranges::any_of(changes, takes_effect_at_start)) {
         tell("note: a level of the session manager takes effect when the daemon is next restarted, not "

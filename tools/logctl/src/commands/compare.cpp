@@ -93,7 +93,7 @@ core::Result<int> compare(Context const& context, Options const& options) {
         then = std::move(in_file);
     }
     auto const changes = differences(then, now);
-    print(options.json ? to_json(changes) : folded_lines(changes));
+    print(options.json ? to_json(changes) : folded_lines(changes, screen().width));
     return 0;
 }
 

@@ -139,7 +139,7 @@ std::string list_table(std::vector<Row> const& rows) {
                  fmt::format("{}", fmt::join(module->subjects, " "))});
         }
     };
-    return aligned(add_rows, false);
+    return aligned(add_rows, screen());
 }
 
 std::string detail(Row const& row) {
@@ -160,7 +160,8 @@ std::string detail(Row const& row) {
             add({name, counts_text(counts)});
         }
     };
-    return aligned(add_facts, false) + "\n" + aligned(add_subjects, false);
+    return aligned(add_facts, screen(), LastColumn::Wrapped) + "\n" +
+           aligned(add_subjects, screen(), LastColumn::Wrapped);
 }
 
 ordered_json object_of(Row const& row) {

@@ -7,6 +7,7 @@
 #include "output.hpp"
 #include "status/json.hpp"
 #include "table.hpp"
+#include "wrapped.hpp"
 
 namespace xpon::logctl {
 
@@ -23,7 +24,7 @@ Cell cell_of(Arrival arrival) {
                                                             : colour::red};
 }
 
-std::string to_text(ProbeResult const& result, bool coloured) {
+std::string to_text(ProbeResult const& result, Screen const& screen) {
     auto const table = aligned(
         [&](AddLine const& add) {
             add({"PLACE", "TO", "EMERG", "ALERT", "CRIT", "ERR", "WARNING", "NOTICE", "INFO", "DEBUG",
@@ -34,10 +35,11 @@ std::string to_text(ProbeResult const& result, bool coloured) {
                      cell_of(all[4]), cell_of(all[5]), cell_of(all[6]), cell_of(all[7]), text_of(notes)});
             }
         },
-        coloured);
-    return fmt::format("{}\n{}; {} messages \"logctl probe {}\" were logged\n", table,
-                       result.is_right() ? "as the settings say" : "not as the settings say", result.messages,
-                       result.token);
+        screen, LastColumn::Wrapped);
+    auto const verdict = fmt::format("{}; {} messages \"logctl probe {}\" were logged",
+                                     result.is_right() ? "as the settings say" : "not as the settings say",
+                                     result.messages, result.token);
+    return fmt::format("{}\n{}\n", table, wrapped(verdict, 0, screen.width));
 }
 
 std::string to_json(ProbeResult const& result) {
@@ -64,7 +66,7 @@ Action probe_command(Arguments& arguments) {
     arguments.add({"--json", "Print one JSON object"}, *json);
     return [json](Context const& context) -> core::Result<int> {
         OUTCOME_TRY(result, probe(context));
-        print(*json ? to_json(result) : to_text(result, wants_colour()));
+        print(*json ? to_json(result) : to_text(result, screen()));
         return result.is_right() ? 0 : 1;
     };
 }

@@ -11,6 +11,7 @@
 #include "output.hpp"
 #include "setting_table.hpp"
 #include "stored.hpp"
+#include "wrapped.hpp"
 
 namespace xpon::logctl {
 
@@ -83,7 +84,7 @@ core::Result<int> show(Context const& context, Options const& options) {
                 select(options.patterns.empty() ? std::vector<std::string>{"*"} : options.patterns));
     OUTCOME_TRY(stored, stored_values(context.database));
     if (options.map) {
-        print(ont_map(stored, terminal_width(), wants_colour()));
+        print(ont_map(stored, terminal_width(), screen().coloured));
         return 0;
     }
     OUTCOME_TRY(trials, cfgdb::pending_trials(context.database));
@@ -114,10 +115,11 @@ core::Result<int> show(Context const& context, Options const& options) {
     }
     print(options.json       ? to_json(rows)
           : options.commands ? to_commands(rows, options.patterns.empty())
-                             : to_table(rows, wants_colour()));
+                             : to_table(rows, screen()));
     if (left_out > 0 && !options.json && !options.changed && !options.commands) {
-        print(fmt::format("{} ONT levels are at the default; see them with: logctl show module.fsm_pon.ont\n",
-                          left_out));
+        auto const note = fmt::format(
+            "{} ONT levels are at the default; see them with: logctl show module.fsm_pon.ont", left_out);
+        print(wrapped(note, 0, screen().width) + "\n");
     }
     return 0;
 }

@@ -43,7 +43,7 @@ core::Result<int> watch(Context const& context) {
     std::string shown;
     for (;;) {
         auto const report = look_twice(context);
-        if (auto text = painted(to_text(report, wants_colour())); text != shown) {
+        if (auto text = painted(to_text(report, screen())); text != shown) {
             print(text);
             OUTCOME_TRY(flush_output());
             shown = std::move(text);
@@ -59,7 +59,7 @@ core::Result<int> status(Context const& context, Options const& options) {
         return watch(context);
     }
     auto const report = look_twice(context);
-    print(options.json ? to_json(report) : to_text(report, wants_colour()));
+    print(options.json ? to_json(report) : to_text(report, screen()));
     return report.in_step() ? 0 : 1;
 }
 

@@ -48,7 +48,7 @@ std::string to_table(std::vector<Trial> const& trials) {
                      terms.temporary ? "aborted" : "confirmed", before[i]});
             }
         },
-        false);
+        screen(), LastColumn::Wrapped);
 }
 
 std::string to_json(std::vector<Trial> const& trials) {

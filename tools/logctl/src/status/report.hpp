@@ -9,6 +9,7 @@
 #include "board/syslog_ng.hpp"
 #include "board/terminals.hpp"
 #include "commands/command.hpp"
+#include "output.hpp"
 #include "wanted.hpp"
 #include "xpon/cfgdb/trial.hpp"
 #include "xpon/log_config/outputs/outputs.hpp"
@@ -99,7 +100,7 @@ Report look(Context const& context, Outputs const& outputs);
 /// "reason; run: remedy", all of them.
 std::string text_of(std::vector<Note> const& notes);
 
-std::string to_text(Report const& report, bool coloured);
+std::string to_text(Report const& report, Screen const& screen);
 std::string to_json(Report const& report);
 
 } // namespace xpon::logctl

@@ -4,6 +4,7 @@
 #include "status/report.hpp"
 #include "table.hpp"
 #include "trials/duration.hpp"
+#include "wrapped.hpp"
 
 namespace xpon::logctl {
 
@@ -96,14 +97,16 @@ std::string text_of(std::vector<Note> const& notes) {
     return text;
 }
 
-std::string to_text(Report const& report, bool coloured) {
-    auto text = aligned([&](auto const& add) { add_board(add, report); }, coloured) + "\n" +
-                aligned([&](auto const& add) { add_outputs(add, report.outputs); }, coloured) + "\n";
+std::string to_text(Report const& report, Screen const& screen) {
+    auto const table = [&](auto const& add_lines) {
+        return aligned(add_lines, screen, LastColumn::Wrapped) + "\n";
+    };
+    auto text = table([&](auto const& add) { add_board(add, report); }) +
+                table([&](auto const& add) { add_outputs(add, report.outputs); });
     if (!report.destinations.empty()) {
-        text +=
-            aligned([&](auto const& add) { add_destinations(add, report.destinations); }, coloured) + "\n";
+        text += table([&](auto const& add) { add_destinations(add, report.destinations); });
     }
-    return text + verdict(report);
+    return text + wrapped(verdict(report), 0, screen.width);
 }
 
 } // namespace xpon::logctl
