@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "integration/board.hpp"
+#include "json_page.hpp"
 #include "kit/ipc_ready.hpp"
 #include "logctl.hpp"
 #include "xpon/ipc/file_events.hpp"
@@ -63,7 +64,12 @@ TEST_F(BusWatch, PrintsOneObjectPerLineOnRequest) {
     notify(9);
     answer(9, 0);
     answer(22, EACCES);
-    EXPECT_EQ(without_times(watch.finish().out), text(R"(
+    auto const out = watch.finish().out;
+    std::istringstream objects{out};
+    for (std::string object; std::getline(objects, object);) {
+        expect_explained("watch", object);
+    }
+    EXPECT_EQ(without_times(out), text(R"(
 {"time":"TIME","event":"notification","module":"snmp","value":9,"file":"SNMP.conf"}
 {"time":"TIME","event":"answer","module":"snmp","value":9,"file":"SNMP.conf","status":0,"error":null}
 {"time":"TIME","event":"answer","module":"watchdog","value":22,"file":null,"status":13,"error":"Permission denied"}

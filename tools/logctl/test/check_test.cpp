@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "json_page.hpp"
 #include "logctl.hpp"
 
 namespace xpon::logctl {
@@ -54,6 +55,7 @@ syslog-ng: the dry run could not be done: these settings give no text
 
 TEST_F(Check, EqualReceiversAreNamed) {
     logctl.sql("INSERT INTO setting VALUES('syslog.remote.3.address', '10.0.0.1')");
+    expect_explained("check", logctl({"check", "--json"}).out);
     EXPECT_EQ(logctl({"check", "--json"}), (Outcome{1, text(R"(
 {
   "good": false,

@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "json_page.hpp"
 #include "logctl.hpp"
 
 namespace xpon::logctl {
@@ -181,6 +182,24 @@ TEST(ManPage, HasEveryCommandWithItsOptions) {
     }
     for (auto const* option : {"\\-\\-help", "\\-\\-version", "\\-\\-create", "\\-\\-database"}) {
         EXPECT_THAT(page, testing::HasSubstr(option));
+    }
+}
+
+TEST(ManPage, ExplainsEveryKeyOfTheJson) {
+    Logctl const logctl;
+    expect_explained("set", logctl({"set", "--json", "module.snmp.*=debug"}).out);
+    EXPECT_EQ(logctl({"commit-confirm", "1", "syslog.rsh.level=debug"}).status, 0);
+    expect_explained("show", logctl({"show", "--json", "syslog"}).out);
+    expect_explained("modules", logctl({"modules", "--json"}).out);
+    expect_explained("history", logctl({"history", "--json"}).out);
+    expect_explained("compare", logctl({"compare", "--json"}).out);
+    expect_explained("trials", logctl({"trials", "--json"}).out);
+    EXPECT_EQ(logctl({"abort"}).status, 0);
+    expect_explained("export", logctl({"export"}).out);
+    for (auto const& command : offered("logctl ")) {
+        if (logctl.run({command, "--help"}).out.find("--json") != std::string::npos) {
+            EXPECT_THAT(words_in_json_page(command), testing::Not(testing::IsEmpty())) << command;
+        }
     }
 }
 

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "integration/terminal.hpp"
+#include "json_page.hpp"
 #include "kit/random.hpp"
 #include "kit/report.hpp"
 #include "operated_board.hpp"
@@ -97,6 +98,7 @@ TEST_F(Probing, IsOneObjectOnRequest) {
     start_board();
     auto const seen = logctl.run({"probe", "--json"});
     EXPECT_EQ(seen.status, 0);
+    expect_explained("probe", seen.out);
     auto object = json::parse(seen.out);
     EXPECT_THAT(object["token"].get<std::string>(), testing::MatchesRegex("[0-9a-f]{8}"));
     object.erase("token");

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "integration/terminal.hpp"
+#include "json_page.hpp"
 #include "kit/random.hpp"
 #include "kit/report.hpp"
 #include "operated_board.hpp"
@@ -107,6 +108,7 @@ TEST_F(Status, IsOneObjectOnRequest) {
     set({{"syslog.rsh.level", "debug"}});
     auto outcome = logctl.run({"status", "--json"});
     EXPECT_EQ(outcome.status, 1);
+    expect_explained("status", outcome.out);
     EXPECT_THAT(outcome.out, testing::StartsWith(text(R"(
 {
   "in_step": false,
