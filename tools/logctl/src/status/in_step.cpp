@@ -14,15 +14,18 @@ namespace {
 
 /// A module that has not answered does not listen, but for those which are about to reach a new broker.
 bool is_new(Part const& part) {
-    constexpr std::int64_t seconds_to_connect = 12; // endpoints try every 9 s at the latest
+    constexpr std::int64_t seconds_to_connect = 9; // endpoints try every 8 s at the latest
     return part.process && std::time(nullptr) - part.process->since < seconds_to_connect;
+}
+
+bool may_still_answer(OutputStatus const& status, Report const& report) {
+    return status.running == unknown && std::ranges::any_of(report.parts, is_new);
 }
 
 bool surely_in_step(Report const& report) {
     return std::ranges::all_of(report.parts, &Part::works) &&
            std::ranges::all_of(report.outputs, [&](OutputStatus const& status) {
-               bool const silent = status.running == unknown && std::ranges::any_of(report.parts, is_new);
-               return status.in_step() && !status.hidden && !silent;
+               return status.in_step() && !status.hidden && !may_still_answer(status, report);
            });
 }
 
@@ -41,7 +44,7 @@ void tell_what_is_not(Report const& report) {
         tell(text_of({note}));
     }
     for (auto const& status : report.outputs) {
-        if (!status.in_step() || status.hidden) {
+        if (!status.in_step() || status.hidden || may_still_answer(status, report)) {
             tell(fmt::format("{}: wanted {}, written {}, running {}: {}", status.output->name, status.wanted,
                              status.written, status.running, text_of(status.notes)));
         }
