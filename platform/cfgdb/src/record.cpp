@@ -163,8 +163,7 @@ class Layout {
         std::ranges::transform(record.settings, std::back_inserter(by_path),
                                [](auto const& setting) { return &setting; });
         auto const added = std::span{by_path}.subspan(before);
-        // Most are in order already: a stable sort then compares half as often as another one.
-        std::ranges::stable_sort(added, {}, &Setting::path);
+        std::ranges::sort(added, {}, &Setting::path);
         return added;
     }
 };

@@ -11,8 +11,9 @@ namespace xpon::ipc {
 namespace {
 
 bool is_kept(std::span<std::byte const> frame) {
-    auto const event = decode(frame)->header.event;
-    return event != file_changed_reply && event != file_known_event;
+    auto const message = decode(frame);
+    return !message ||
+           (message->header.event != file_changed_reply && message->header.event != file_known_event);
 }
 
 auto holds(std::span<std::byte const> frame) {

@@ -51,7 +51,7 @@ Statistics statistics_in(std::string const& answer) {
         if (!number || state != "a" || !(total || kind == "dst.network")) {
             continue;
         }
-        auto& counters = statistics[total ? id : id + ';' + instance];
+        auto& counters = statistics[total ? id : fmt::format("{};{}", id, instance)];
         if (counter == "processed") {
             counters.processed = number;
         } else if (counter == "written") {
