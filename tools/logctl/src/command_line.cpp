@@ -219,9 +219,13 @@ Names candidates(CLI::App const& program, std::span<std::string const> words) {
     return found;
 }
 
-/// The folder without a slash at its end.
+/// The folder without slashes at its end.
 std::filesystem::path plain_folder(std::filesystem::path const& folder) {
-    return folder.empty() ? "." : (folder / "").lexically_normal().parent_path();
+    auto text = folder.native();
+    while (text.size() > 1 && text.ends_with('/')) {
+        text.pop_back();
+    }
+    return text.empty() ? "." : text;
 }
 
 /// Why the command cannot do without the database of another folder than the board's; empty if it can.

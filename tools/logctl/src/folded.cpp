@@ -6,7 +6,7 @@
 
 #include <fmt/format.h>
 
-#include "table.hpp"
+#include "wrapped.hpp"
 #include "xpon/cfgdb/settings.hpp"
 
 namespace xpon::logctl {
@@ -129,8 +129,7 @@ std::string folded_lines(std::vector<cfgdb::Change> const& changes, std::size_t 
     }
     std::string text;
     for (auto const& [path, change] : folded(all)) {
-        auto const rest = fmt::format(": {}\n", change);
-        text += shortened(path, width - std::min(width, rest.size() - 1)) + rest;
+        text += wrapped(fmt::format("{}: {}", path, change), 4, width) + "\n";
     }
     return text;
 }

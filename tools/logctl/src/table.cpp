@@ -71,10 +71,11 @@ std::string aligned(std::function<void(AddLine const& add)> const& add_lines, Sc
         ++line_count;
     });
     auto const widths = fitted(wanted, screen.width, last_column);
-    bool const wraps = last_column == LastColumn::Wrapped && !widths.empty() && widths.back() < wanted.back();
+    bool const wraps =
+        last_column != LastColumn::Shortened && !widths.empty() && widths.back() < wanted.back();
     std::string text;
     text.reserve(line_count * (whole(widths) + gap));
-    bool heading = true;
+    bool heading = last_column == LastColumn::WrappedUnderHeading;
     add_lines([&](auto const& line) {
         std::size_t column = 0;
         std::size_t place = 0; // of the column

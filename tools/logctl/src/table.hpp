@@ -32,8 +32,9 @@ struct Cell {
 /// Takes a table's next line.
 using AddLine = std::function<void(std::initializer_list<Cell>)>;
 
-/// What becomes of a last column that does not fit: it is shortened like the others, or goes on below.
-enum class LastColumn { Shortened, Wrapped };
+/// What becomes of a last column that does not fit: it is shortened like the others, or goes on below. Of headings,
+/// which stand in the first line, the last is then left out.
+enum class LastColumn { Shortened, Wrapped, WrappedUnderHeading };
 
 /// Lines of equally many cells with their columns aligned; of a line, what is empty at its end is left out. Where
 /// the screen is too narrow, the widest columns are shortened and end in "…". `add_lines` is called to measure and

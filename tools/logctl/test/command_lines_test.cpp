@@ -46,7 +46,7 @@ logctl() { command "$LOGCTL" --database db "$@"; }
 eval "$2" > out 2> err
 )sh";
         test::ChildProcess shell{{.argv = {"bash", "-c", script, "bash", scratch.path().string(), line},
-                                  .environment = {"LOGCTL=" LOGCTL_PROGRAM}}};
+                                  .environment = {"LOGCTL=" LOGCTL_PROGRAM, "COLUMNS="}}};
         auto const status = shell.wait();
         return Outcome{status.value_or(-1), test::read_file(scratch / "out"),
                        test::read_file(scratch / "err")};

@@ -101,8 +101,9 @@ class Logctl {
             argv.insert(argv.end(), prefix.begin(), prefix.end());
             argv.emplace_back(LOGCTL_PROGRAM);
             argv.insert(argv.end(), words.begin(), words.end());
-            return {.argv = argv,
-                    .environment = {"OUT=" + out.string(), "ERR=" + err.string(), "SUDO_USER=admin"}};
+            return {
+                .argv = argv,
+                .environment = {"OUT=" + out.string(), "ERR=" + err.string(), "SUDO_USER=admin", "COLUMNS="}};
         }
 
         static std::string text_in(std::filesystem::path const& path) {

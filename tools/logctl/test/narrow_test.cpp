@@ -30,7 +30,8 @@ std::string shown(Logctl const& logctl, std::uint16_t columns, Logctl::Words con
     core::UniqueFd theirs{terminal};
     Logctl::Words argv{LOGCTL_PROGRAM, "--database", logctl.database.string()};
     argv.insert(argv.end(), words.begin(), words.end());
-    test::ChildProcess process{{.argv = argv, .environment = {"NO_COLOR=1"}, .output = name.data()}};
+    test::ChildProcess process{
+        {.argv = argv, .environment = {"NO_COLOR=1", "COLUMNS="}, .output = name.data()}};
     std::string text;
     std::array<char, 4096> buffer{};
     // It may wait for its output to be read. After its end the terminal is closed, and reading fails.
@@ -100,12 +101,19 @@ TEST_F(NarrowTerminal, HasRoomForEveryTable) {
     }
 }
 
-TEST_F(NarrowTerminal, ShortensTheWidestColumns) {
+TEST_F(NarrowTerminal, ShortensTheWidestColumnsAndBreaksLongLines) {
     auto const modules = shown(logctl, 60, {"modules"});
     EXPECT_THAT(modules, HasSubstr("\n16     switch "));
     EXPECT_THAT(modules, HasSubstr("…\n"));
-    EXPECT_THAT(shown(logctl, 60, {"compare"}),
-                HasSubstr("\nmodule.fsm_pon.ont.3.1,3,5,7,9,11,13,15,17…: notice -> debug\n"));
+    EXPECT_THAT(
+        shown(logctl, 60, {"compare"}),
+        HasSubstr(
+            "\nmodule.fsm_pon.ont.3.1,3,5,7,9,11,13,15,17,19,21,23,25,2\n    7,29,31: notice -> debug\n"));
+}
+
+TEST_F(NarrowTerminal, LosesNoState) {
+    EXPECT_THAT(shown(logctl, 50, {"status"}), HasSubstr("\ndatabase\n    readable\n"));
+    EXPECT_THAT(shown(logctl, 30, {"modules", "cli"}), HasSubstr("name    cli\n"));
 }
 
 TEST_F(NarrowTerminal, PutsWhatIsLongBelow) {

@@ -145,7 +145,7 @@ std::string to_table(std::vector<PastTransaction> const& transactions, TimeLeft 
                 add({number, time, user, kind, change});
             }
         },
-        screen(), LastColumn::Wrapped);
+        screen(), LastColumn::WrappedUnderHeading);
 }
 
 std::string to_json(std::vector<PastTransaction> const& transactions, TimeLeft const& left) {

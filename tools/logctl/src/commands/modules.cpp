@@ -161,7 +161,7 @@ std::string detail(Row const& row) {
         }
     };
     return aligned(add_facts, screen(), LastColumn::Wrapped) + "\n" +
-           aligned(add_subjects, screen(), LastColumn::Wrapped);
+           aligned(add_subjects, screen(), LastColumn::WrappedUnderHeading);
 }
 
 ordered_json object_of(Row const& row) {

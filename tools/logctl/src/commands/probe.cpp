@@ -35,7 +35,7 @@ std::string to_text(ProbeResult const& result, Screen const& screen) {
                      cell_of(all[4]), cell_of(all[5]), cell_of(all[6]), cell_of(all[7]), text_of(notes)});
             }
         },
-        screen, LastColumn::Wrapped);
+        screen, LastColumn::WrappedUnderHeading);
     auto const verdict = fmt::format("{}; {} messages \"logctl probe {}\" were logged",
                                      result.is_right() ? "as the settings say" : "not as the settings say",
                                      result.messages, result.token);

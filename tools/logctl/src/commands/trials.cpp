@@ -48,7 +48,7 @@ std::string to_table(std::vector<Trial> const& trials) {
                      terms.temporary ? "aborted" : "confirmed", before[i]});
             }
         },
-        screen(), LastColumn::Wrapped);
+        screen(), LastColumn::WrappedUnderHeading);
 }
 
 std::string to_json(std::vector<Trial> const& trials) {

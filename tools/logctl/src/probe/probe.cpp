@@ -198,7 +198,7 @@ class Probe {
                            is_right(arrival(one, severity, text, entries, gain));
                 });
             });
-            if ((!taken || !all) && waited < longest) {
+            if (stored && (!taken || !all) && waited < longest) {
                 std::this_thread::sleep_for(poll_interval);
                 continue;
             }

@@ -474,7 +474,10 @@ Report look_twice(Context const& context) {
     auto const end = std::chrono::steady_clock::now() + std::chrono::seconds{1};
     for (;;) {
         auto report = look(context);
-        if (std::ranges::all_of(report.outputs, &OutputStatus::in_step) ||
+        auto const settled = [](OutputStatus const& status) {
+            return status.in_step() || status.written == restart_needed;
+        };
+        if (std::ranges::all_of(report.outputs, settled) ||
             !std::ranges::all_of(report.parts, &Part::works) || std::chrono::steady_clock::now() >= end) {
             return report;
         }

@@ -99,10 +99,10 @@ std::string text_of(std::vector<Note> const& notes) {
 
 std::string to_text(Report const& report, Screen const& screen) {
     auto const table = [&](auto const& add_lines) {
-        return aligned(add_lines, screen, LastColumn::Wrapped) + "\n";
+        return aligned(add_lines, screen, LastColumn::WrappedUnderHeading) + "\n";
     };
-    auto text = table([&](auto const& add) { add_board(add, report); }) +
-                table([&](auto const& add) { add_outputs(add, report.outputs); });
+    auto text = aligned([&](auto const& add) { add_board(add, report); }, screen, LastColumn::Wrapped) +
+                "\n" + table([&](auto const& add) { add_outputs(add, report.outputs); });
     if (!report.destinations.empty()) {
         text += table([&](auto const& add) { add_destinations(add, report.destinations); });
     }

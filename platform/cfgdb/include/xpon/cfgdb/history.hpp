@@ -10,7 +10,7 @@
 
 namespace xpon::cfgdb {
 
-/// The history consists of so many transactions, the newest ones, of any size.
+/// The history shows this many transactions, the newest, whatever their size.
 inline constexpr std::int64_t kept_transactions = 1000;
 
 /// One setting that a transaction has changed, with its values as an operator writes them. They are equal if

@@ -15,7 +15,8 @@ class IIpc {
   public:
     /// Sends one message to the bus; never blocks. A message that did not pass the broker (it is absent, or
     /// ends at that moment) is kept, each distinct one once, and sent again at the next connection. It is
-    /// delivered at least once while the endpoint exists, and may be delivered twice. `Overflow`: without a
+    /// delivered at least once while the endpoint exists, and may be delivered twice. What a module says about
+    /// its file (`file_changed_reply`, `file_known_event`) is not kept. `Overflow`: without a
     /// broker, 64 distinct messages are already kept; or the queue is full because the broker does not read
     /// (frozen, overloaded). `InvalidInputArg`: the payload is larger than `max_payload_size`. Safe from any
     /// thread.
