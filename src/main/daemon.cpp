@@ -11,6 +11,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <malloc.h>
 #include <systemd/sd-daemon.h>
 
 #include "core/blocked_signals.hpp"
@@ -169,6 +170,11 @@ bool run_cycle(std::atomic<bool>& restart) {
 } // namespace
 
 int run_daemon() {
+    // The text of a large file, over a megabyte, is needed only for a moment. Blocks above this size, in
+    // bytes, go back to the system when they are freed. By default the allocator would raise the limit and
+    // keep the memory.
+    mallopt(M_MMAP_THRESHOLD, 128 * 1024);
+
     std::signal(SIGTERM, on_stop_signal);
     std::signal(SIGINT, on_stop_signal);
     std::signal(SIGHUP, on_restart_signal);
