@@ -28,10 +28,13 @@ class Probing : public OperatedBoard {
         ASSERT_TRUE(test::wait_until([&] { return status().find(receives) != std::string::npos; }));
     }
 
-    /// The board's, and waits until they are in force.
+    /// Returns when they are in force, and the daemon has nothing left to do.
     void set(std::vector<std::pair<std::string, std::string>> const& settings) const {
-        OperatedBoard::set(settings);
-        EXPECT_EQ(logctl.run({"apply", "syslog-ng", "--wait"}), (Outcome{0, "", ""}));
+        std::vector<std::string> words{"set", "--wait"};
+        for (auto const& [path, value] : settings) {
+            words.push_back(fmt::format("{}={}", path, value));
+        }
+        EXPECT_EQ(logctl.run(words), (Outcome{0, "", ""}));
     }
 
     static std::pair<std::string, std::string> address(int number) {
