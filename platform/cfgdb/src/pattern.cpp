@@ -218,9 +218,11 @@ core::Result<std::vector<Setting const*>> expand(std::string_view pattern) {
             continue;
         }
         auto const existing = existing_numbers(candidates, i);
-        if (std::ranges::any_of(wanted, [](auto const& part) { return part.low > part.high; })) {
-            return fail(Error::InvalidInputArg, "{}: {} does not begin with its lower number",
-                        printable(pattern), components[i].text);
+        auto const reversed =
+            std::ranges::find_if(wanted, [](auto const& part) { return part.low > part.high; });
+        if (reversed != wanted.end()) {
+            return fail(Error::InvalidInputArg, "{}: {}-{} does not begin with its lower number",
+                        printable(pattern), reversed->low, reversed->high);
         }
         if (std::ranges::any_of(wanted, [&](auto const& part) {
                 return part.low < existing.low || part.high > existing.high;

@@ -379,6 +379,7 @@ TEST(Patterns, NumbersThatDoNotExistAreRefused) {
         {"module.fsm_pon.ont.1,17.1", "1,17 is not within 1-16"},
         {"module.fsm_pon.ont.17.3", "17 is not within 1-16"},
         {"module.fsm_pon.port.16-1", "16-1 does not begin with its lower number"},
+        {"module.fsm_pon.port.5-5,3-1", "3-1 does not begin with its lower number"},
         {"syslog.remote.4.port", "4 is not within 1-3"},
         {"syslog.remote.0.*", "0 is not within 1-3"},
     };

@@ -73,11 +73,14 @@ std::string list_of_commands(CLI::App const& program) {
         wrapped(fmt::format("{}", fmt::join(command_names(program), " ")), heading.size(), width));
 }
 
-/// The command that stands on the line, whatever stands before it; null if there is none.
-CLI::App const* command_in(CLI::App const& program, Words words) {
-    for (auto const* command : program.get_subcommands({})) {
-        if (std::ranges::find(words, command->get_name()) != words.end()) {
-            return command;
+/// The first command on the line that has this option; null if there is none.
+CLI::App const* command_with(CLI::App const& program, Words words, std::string const& option) {
+    auto const commands = program.get_subcommands({});
+    for (auto const& word : words) {
+        auto const found =
+            std::ranges::find_if(commands, [&](auto const* command) { return command->get_name() == word; });
+        if (found != commands.end() && find_option(**found, option) != nullptr) {
+            return *found;
         }
     }
     return nullptr;
@@ -106,14 +109,19 @@ std::optional<std::string> wrong_before_command(CLI::App const& program, Words w
         }
         auto const name = name_in(word);
         if (find_option(program, name) == nullptr) {
-            auto const* const command = command_in(program, words.subspan(i + 1));
-            auto const* const option = command == nullptr ? nullptr : find_option(*command, name);
-            if (option == nullptr) {
+            auto const* const command = command_with(program, words.subspan(i + 1), name);
+            if (command == nullptr) {
                 return unknown_option(program, nullptr, word);
             }
-            bool const value_follows = name == word && option->get_items_expected_max() > 0;
-            return fmt::format("{} belongs behind its command; write: logctl {} {}{}", name,
-                               command->get_name(), word, value_follows ? " " + words[i + 1] : "");
+            auto const& option = *find_option(*command, name);
+            std::string value; // as far as it is there
+            if (option.get_items_expected_max() > 0) {
+                value = name != word                          ? word.substr(name.size())
+                        : words[i + 1] == command->get_name() ? " " + option.get_type_name()
+                                                              : " " + words[i + 1];
+            }
+            return fmt::format("{0} belongs behind its command; write: logctl {1} {0}{2}", name,
+                               command->get_name(), value);
         }
         i += word == "--database" ? 1 : 0; // its value
     }

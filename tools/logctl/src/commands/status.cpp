@@ -42,7 +42,7 @@ core::Result<int> watch(Context const& context) {
     auto const stop = stop_signals();
     std::string shown;
     for (;;) {
-        auto const report = look_twice(context);
+        auto const report = look_until_settled(context);
         if (auto text = painted(to_text(report, screen())); text != shown) {
             print(text);
             OUTCOME_TRY(flush_output());
@@ -58,7 +58,7 @@ core::Result<int> status(Context const& context, Options const& options) {
     if (options.watch) {
         return watch(context);
     }
-    auto const report = look_twice(context);
+    auto const report = look_until_settled(context);
     print(options.json ? to_json(report) : to_text(report, screen()));
     return report.in_step() ? 0 : 1;
 }

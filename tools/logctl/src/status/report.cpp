@@ -470,7 +470,7 @@ Report look(Context const& context) {
     return report;
 }
 
-Report look_twice(Context const& context) {
+Report look_until_settled(Context const& context) {
     auto const end = std::chrono::steady_clock::now() + std::chrono::seconds{1};
     for (;;) {
         auto report = look(context);

@@ -92,7 +92,7 @@ Report look(Context const& context);
 
 /// Looks at everything, and again for a second while outputs are not in step: it takes less to write a file and
 /// to have it loaded. Takes 4 s at most.
-Report look_twice(Context const& context);
+Report look_until_settled(Context const& context);
 
 /// Looks at some outputs alone, and not at the destinations.
 Report look(Context const& context, Outputs const& outputs);
